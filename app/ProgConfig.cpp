@@ -1,0 +1,146 @@
+#include "app/ProgConfig.h"
+
+#include "app/VbConv.h"
+#include "app/modMain.h"
+#include "diagnostics/DbgPrint.h"
+#include "diagnostics/ErrorTrap.h"
+#include "diagnostics/Globals.h"
+#include "diagnostics/Trace.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSaveFile>
+
+StrMass ProgConfig;
+QString ProgCfgPath;
+
+namespace {
+const bool g_registered = [] {
+    argent::diag::registerGlobal("ProgConfig", &ProgConfig);
+    argent::diag::registerGlobal("ProgCfgPath", &ProgCfgPath);
+    return true;
+}();
+
+constexpr auto kPrivateFile = QFile::ReadOwner | QFile::WriteOwner;
+constexpr auto kPrivateDir = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
+
+// A portable copy that was moved: entry 5 still names the databases folder under the
+// program folder's old place. Find the old place by the program folder's own name and
+// put the rest of the path under the folder the program runs from now.
+void RebaseDatabasesFolder(StrMass& pOptions) {
+    TRACE_PROC("modMain.RebaseDatabasesFolder", pOptions.Items);
+    if (pOptions.UBound() < 5)
+        return;
+    const QString app = QDir::cleanPath(AppPath());
+    const QString db = pOptions[5];
+    if (db.isEmpty() || !db.startsWith(u'/'))
+        return;
+    if (Pt(QDir::cleanPath(db)).startsWith(Pt(app)))
+        return;
+    const QString appName = app.section(u'/', -1);
+    const QStringList parts = QDir::cleanPath(db).split(u'/');
+    // parts[0] is the empty text before the leading "/".
+    for (qsizetype k = parts.size() - 1; k >= 1; --k) {
+        if (parts[k] != appName)
+            continue;
+        QString rest = parts.mid(k + 1).join(u'/');
+        QString rebased = rest.isEmpty() ? app : app + u'/' + rest;
+        if (db.endsWith(u'/'))
+            rebased = Pt(rebased);
+        pOptions[5] = rebased;
+        DbgPrint(QStringLiteral("Databases folder moved with the program: ") + rebased);
+        return;
+    }
+}
+} // namespace
+
+int LoadConfig(const QString& FPath, StrMass& pOptions) {
+    TRACE_PROC("modMain.LoadConfig", FPath, pOptions.Items);
+    if (!FileExist(FPath)) {
+        DbgPrint(QStringLiteral("LoadConfig = -2"));
+        return -2;
+    }
+    QFile f(FPath);
+    if (!f.open(QIODevice::ReadOnly))
+        RaiseError(vbErrPathFileAccess);
+    const QString text = QString::fromUtf8(f.readAll());
+    if (f.error() != QFile::NoError)
+        RaiseError(vbErrPathFileAccess);
+    QStringList lines = text.split(u'\n');
+    // A final line end does not start another line.
+    if (!lines.isEmpty() && lines.last().isEmpty())
+        lines.removeLast();
+    for (QString& line : lines) {
+        if (line.endsWith(u'\r'))
+            line.chop(1);
+        AddElemToStrMass(pOptions, line);
+    }
+    if (FPath.contains(Pt(AppPath())))
+        RebaseDatabasesFolder(pOptions);
+    return 0;
+}
+
+int SaveConfig(const QString& FPath) {
+    TRACE_PROC("modMain.SaveConfig", FPath);
+    QByteArray out;
+    for (int i = ProgConfig.LBound; i <= ProgConfig.UBound(); ++i) {
+        out += ProgConfig[i].toUtf8();
+        out += "\r\n";
+    }
+    QSaveFile f(FPath);
+    if (!f.open(QIODevice::WriteOnly))
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + FPath);
+    f.setPermissions(kPrivateFile);
+    if (f.write(out) != out.size() || !f.commit())
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + FPath);
+    return 0;
+}
+
+int CreateConfig(const QString& UsFoldPath, const QString& CfgPath) {
+    TRACE_PROC("modMain.CreateConfig", UsFoldPath, CfgPath);
+    LoadConfig(Pt(AppPath()) + QStringLiteral("start.dat"), ProgConfig);
+    const QString dbFolder = Pt(UsFoldPath) + QStringLiteral("DataBases");
+    if (!FileExist(dbFolder)) {
+        QDir().mkpath(dbFolder);
+        QFile::setPermissions(dbFolder, kPrivateDir);
+    }
+    ProgConfig[5] = dbFolder;
+    // The running program saves into DataBases/config.dat during this first run; the
+    // next start reads CfgPath.
+    ProgCfgPath = Pt(UsFoldPath) + QStringLiteral("DataBases/") + QStringLiteral("config.dat");
+    SaveConfig(CfgPath);
+    return 0;
+}
+
+void ChooseConfiguration() {
+    TRACE_PROC("modMain.ChooseConfiguration");
+    ProgConfig.Reset();
+    const QString portable = Pt(AppPath()) + QStringLiteral("config.dat");
+    if (FileExist(portable)) {
+        LoadConfig(portable, ProgConfig);
+        ProgCfgPath = portable;
+        return;
+    }
+    const QString usFolder = UserFolderPath();
+    if (!FileExist(usFolder)) {
+        QDir().mkpath(usFolder);
+        QFile::setPermissions(usFolder, kPrivateDir);
+        CreateConfig(usFolder, Pt(usFolder) + QStringLiteral("config.dat"));
+        const QString sample = Pt(AppPath()) + QStringLiteral("SampleUser.bdb");
+        const QString target = Pt(usFolder) + QStringLiteral("DataBases/SampleUser.bdb");
+        if (FileExist(sample) && QFile::copy(sample, target))
+            QFile::setPermissions(target, kPrivateFile);
+    } else if (FileExist(Pt(usFolder) + QStringLiteral("config.dat"))) {
+        ProgCfgPath = Pt(usFolder) + QStringLiteral("config.dat");
+        LoadConfig(ProgCfgPath, ProgConfig);
+    }
+    // An existing per-user folder without config.dat loads nothing: the language
+    // entry is then missing and start-up stops in the error report.
+}
+
+bool CfgSwitchOn(const QString& Value) { return !Value.startsWith(u'n'); }
+
+int CfgSwitchNumber(const QString& Value) {
+    TRACE_PROC("modMain.CfgSwitchNumber", Value);
+    return CLng(Val(Value.startsWith(u'n') ? Value.mid(1) : Value));
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+// Program settings: one value per line of config.dat, entry k on line k, no keys.
+//   1 tool bar shown ("True"/"False")     11 inactivity lock minutes ("n" prefix: off)
+//   2 status bar shown ("True"/"False")   12 tray mode ("1"/"0")
+//   3 start with the session ("1"/"0")    13 backup copies ("n" prefix: off)
+//   4 last user                           14 language file name
+//   5 databases folder                    15 generator password length
+//   6 always on top ("True"/"False")      16-19 window width, height, left, top (twips)
+//   7 open the last user at start         20 tree pane width (twips)
+//   8 find: case sensitive ("1"/"0")
+//   9 find: titles only ("1"/"0")
+//  10 generator copies to the clipboard ("1"/"0")
+
+#include "app/StrMass.h"
+
+#include <QString>
+
+extern StrMass ProgConfig;
+extern QString ProgCfgPath;
+
+// Appends every line of the file to pOptions: 0 read, -2 no such file.
+int LoadConfig(const QString& FPath, StrMass& pOptions);
+// Writes every element of ProgConfig, one line each, replacing the file. Returns 0.
+int SaveConfig(const QString& FPath);
+// First run of an installed copy: defaults from start.dat, DataBases/ created, saved.
+int CreateConfig(const QString& UsFoldPath, const QString& CfgPath);
+
+// Start-up's choice of configuration: a config.dat beside the program (portable copy)
+// wins; else the per-user folder, created with its settings on the first run.
+void ChooseConfiguration();
+
+// Entries 11 and 13: on unless the first character is "n"; the number follows.
+bool CfgSwitchOn(const QString& Value);
+int CfgSwitchNumber(const QString& Value);
+
+// Twips stored in the settings, pixels on screen (96 dpi).
+constexpr int kTwipsPerPixel = 15;

@@ -1,0 +1,15 @@
+#pragma once
+
+// The GUI application object: every event handler runs under the error trap, and
+// message boxes from logic code become real boxes.
+
+#include <QApplication>
+
+class ArgentApplication : public QApplication {
+public:
+    ArgentApplication(int& argc, char** argv);
+    bool notify(QObject* receiver, QEvent* event) override;
+};
+
+// Shows a logic-level message box as a QMessageBox; answers with the classic codes.
+int GuiMsgBox(const QString& Prompt, int Style, const QString& Title);

@@ -1,0 +1,150 @@
+#include "app/modMain.h"
+
+#include "Version.h"
+#include "app/MsgBox.h"
+#include "app/ProgConfig.h"
+#include "app/modLang.h"
+#include "diagnostics/DbgPrint.h"
+#include "diagnostics/ErrorTrap.h"
+#include "diagnostics/Globals.h"
+#include "diagnostics/Trace.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QLockFile>
+#include <QStandardPaths>
+
+#include <memory>
+
+QByteArray CustomColors;
+
+namespace {
+QString g_appPath;
+std::unique_ptr<QLockFile> g_instanceLock;
+
+bool makePrivateDir(const QString& path) {
+    if (!QDir().mkpath(path))
+        return false;
+    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    return true;
+}
+
+// The user's runtime folder, where the instance lock lives.
+QString runtimeFolder() {
+    QString dir = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (dir.isEmpty() || !QFileInfo(dir).isDir())
+        dir = QDir::tempPath() + QStringLiteral("/argentpm-") + QString::number(getuid());
+    makePrivateDir(dir);
+    return Pt(dir);
+}
+
+// True when another instance of the program holds the lock.
+bool PrevInstance() {
+    TRACE_PROC("modMain.PrevInstance");
+    g_instanceLock = std::make_unique<QLockFile>(runtimeFolder() + QStringLiteral("ArgentPasswordMngr.lock"));
+    g_instanceLock->setStaleLockTime(0);
+    if (g_instanceLock->tryLock(0))
+        return false;
+    g_instanceLock.reset();
+    return true;
+}
+} // namespace
+
+QString Pt(const QString& Path) {
+    TRACE_PROC("modMain.Pt", Path);
+    if (Path.endsWith(u'/'))
+        return Path;
+    return Path + u'/';
+}
+
+bool FileExist(const QString& FileName) {
+    TRACE_PROC("modMain.FileExist", FileName);
+    if (FileName.isEmpty())
+        return false;
+    return QFileInfo::exists(FileName);
+}
+
+QString GetWindowsTemp() {
+    TRACE_PROC("modMain.GetWindowsTemp");
+    QString base = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (base.isEmpty() || !QFileInfo(base).isDir() || !QFileInfo(base).isWritable())
+        base = QDir::tempPath();
+    const QString dir = Pt(base) + QStringLiteral("argentpm-tmp-") + QString::number(getuid());
+    makePrivateDir(dir);
+    return Pt(dir);
+}
+
+QString StripNulls(QString& OriginalStr) {
+    TRACE_PROC("modMain.StripNulls", OriginalStr);
+    const qsizetype at = OriginalStr.indexOf(QChar(0));
+    if (at >= 0)
+        OriginalStr.truncate(at);
+    return OriginalStr;
+}
+
+void RemoveNullChar(QString& Text) {
+    TRACE_PROC("modMain.RemoveNullChar", Text);
+    StripNulls(Text);
+}
+
+QString AppPath() {
+    if (g_appPath.isEmpty() && QCoreApplication::instance())
+        g_appPath = QCoreApplication::applicationDirPath();
+    return g_appPath;
+}
+
+void SetAppPath(const QString& Path) { g_appPath = Path; }
+
+QString AppDataFolder() {
+    QString d = qEnvironmentVariable("XDG_DATA_HOME");
+    if (d.isEmpty())
+        d = QDir::homePath() + QStringLiteral("/.local/share");
+    return d;
+}
+
+QString UserFolderPath() { return Pt(AppDataFolder()) + QStringLiteral("ArgentPM"); }
+
+void ReleaseInstanceLock() { g_instanceLock.reset(); }
+
+bool Main(const std::function<void()>& CreateProgramObjects) {
+    TRACE_PROC("modMain.Main");
+    InstallErrorTrap();
+    DbgPrint(QStringLiteral("========== Start Logging ==========\r\n"));
+    DbgPrint(QStringLiteral("===Version %1.%2.%3===")
+                 .arg(ARGENT_VERSION_MAJOR)
+                 .arg(ARGENT_VERSION_MINOR)
+                 .arg(ARGENT_VERSION_REVISION));
+
+    if (PrevInstance()) {
+        DbgPrint(QStringLiteral("PrevInstance detected"));
+        // The language is not loaded yet, so this shows the lookup's failure text.
+        MsgBox(Texts(2), vbInformation);
+        return false;
+    }
+
+    // No control files to register or common controls to set up on this platform;
+    // the log keeps its lines so that logs of every build read alike.
+    DbgPrint(QStringLiteral("Registering controls..."));
+    DbgPrint(QStringLiteral("Registering controls... Ok"));
+    DbgPrint(QStringLiteral("Common controls initialization..."));
+    DbgPrint(QStringLiteral("Common controls initialization... Ok"));
+
+    DbgPrint(QStringLiteral("Colors initializing..."));
+    CustomColors = QByteArray(64, '\0');
+    argent::diag::registerGlobalBytes("CustomColors", &CustomColors);
+    DbgPrint(QStringLiteral("Colors initializing...Ok"));
+
+    DbgPrint(QStringLiteral("Configuration Loading..."));
+    ChooseConfiguration();
+    DbgPrint(QStringLiteral("Configuration Loading... Ok"));
+
+    DbgPrint(QStringLiteral("Language Loading..."));
+    LoadLang(Pt(AppPath()) + QStringLiteral("Languages/") + ProgConfig[14] + QStringLiteral(".lng"));
+    DbgPrint(QStringLiteral("Language Loading... Ok"));
+
+    if (CreateProgramObjects)
+        CreateProgramObjects();
+    return true;
+}

@@ -1,0 +1,196 @@
+#include "diagnostics/Trace.h"
+
+#include "diagnostics/ErrorTrap.h"
+#include "diagnostics/FormatVariable.h"
+
+#include <string_view>
+
+namespace argent::diag {
+
+FrameStack& frameStack() {
+    static thread_local FrameStack st;
+    return st;
+}
+
+void clearFrame(Frame& f) {
+    for (int i = 0; i < f.paramCount; ++i) {
+        TraceValue& v = f.params[i];
+        if (v.kind == TraceValue::Str)
+            v.s = QString();
+        else if (v.kind == TraceValue::Lines)
+            v.lines = QStringList();
+        v.kind = TraceValue::None;
+    }
+    f.paramCount = 0;
+    f.localCount = 0;
+    if (f.dynamic) {
+        f.dynName = QString();
+        f.preText = QString();
+        f.dynamic = false;
+    }
+}
+
+FrameGuard::~FrameGuard() {
+    // The innermost frame that an exception leaves keeps the picture of the failure,
+    // unless the code that raised it has already taken one.
+    if (std::uncaught_exceptions() > m_uncaught && !snapshotPending())
+        takeSnapshot(false);
+    FrameStack& st = frameStack();
+    while (st.depth >= m_depth) {
+        clearFrame(st.frames[st.depth - 1]);
+        --st.depth;
+    }
+}
+
+namespace {
+// Name of a parameter as written: HIDDEN(x) is shown as x.
+std::string_view paramName(const char* raw) {
+    std::string_view n(raw, cLen(raw));
+    constexpr std::string_view pre = "HIDDEN(";
+    if (n.substr(0, pre.size()) == pre && !n.empty() && n.back() == ')')
+        n = n.substr(pre.size(), n.size() - pre.size() - 1);
+    while (!n.empty() && n.front() == ' ')
+        n.remove_prefix(1);
+    return n;
+}
+} // namespace
+
+template <class Sink> void writeFrameParams(Sink& s, const Frame& f) {
+    if (f.dynamic) {
+        putQString(s, f.preText, false);
+        return;
+    }
+    for (int i = 0; i < f.paramCount; ++i) {
+        std::string_view n = paramName(f.paramNames[i]);
+        const TraceValue& v = f.params[i];
+        openTag(s, n.data(), n.size(), 0);
+        switch (v.kind) {
+        case TraceValue::Int:
+            putInt(s, v.i);
+            break;
+        case TraceValue::Double:
+            putDouble(s, v.d);
+            break;
+        case TraceValue::Bool:
+            putBool(s, v.i != 0);
+            break;
+        case TraceValue::Str:
+            putQString(s, v.s);
+            break;
+        case TraceValue::Fixed:
+            put(s, v.fixed);
+            break;
+        case TraceValue::Hidden:
+            put(s, "{Hidden}");
+            break;
+        case TraceValue::Lines:
+            put(s, "\r\n");
+            for (qsizetype k = 0; k < v.lines.size(); ++k) {
+                putSpaces(s, 2);
+                put(s, "<");
+                put(s, n.data(), n.size());
+                put(s, " Index=\"");
+                putInt(s, k);
+                put(s, "\">");
+                putQString(s, v.lines[k]);
+                closeTag(s, n.data(), n.size());
+            }
+            break;
+        case TraceValue::None:
+            put(s, "{Empty}");
+            break;
+        }
+        closeTag(s, n.data(), n.size());
+    }
+}
+
+template <class Sink> void writeFrameLocals(Sink& s, const Frame& f) {
+    for (int i = 0; i < f.localCount; ++i) {
+        const TraceLocal& l = f.locals[i];
+        element(s, l.name, 0, [&] {
+            switch (l.kind) {
+            case TraceLocal::Int:
+                putInt(s, *static_cast<const int*>(l.ptr));
+                break;
+            case TraceLocal::LongLong:
+                putInt(s, *static_cast<const long long*>(l.ptr));
+                break;
+            case TraceLocal::Double:
+                putDouble(s, *static_cast<const double*>(l.ptr));
+                break;
+            case TraceLocal::Bool:
+                putBool(s, *static_cast<const bool*>(l.ptr));
+                break;
+            case TraceLocal::Str:
+                putQString(s, *static_cast<const QString*>(l.ptr));
+                break;
+            }
+        });
+    }
+}
+
+template <class Sink> void writeFrameText(Sink& s, const Frame& f) {
+    put(s, "Name: ");
+    if (f.dynamic)
+        putQString(s, f.dynName, false);
+    else
+        put(s, f.name);
+    put(s, ", Type: ");
+    putInt(s, f.kind);
+    put(s, ", Parameters: ");
+    writeFrameParams(s, f);
+    put(s, ";-->");
+}
+
+template void writeFrameText<FixedSink>(FixedSink&, const Frame&);
+template void writeFrameText<StringSink>(StringSink&, const Frame&);
+template void writeFrameParams<FixedSink>(FixedSink&, const Frame&);
+template void writeFrameParams<StringSink>(StringSink&, const Frame&);
+template void writeFrameLocals<FixedSink>(FixedSink&, const Frame&);
+template void writeFrameLocals<StringSink>(StringSink&, const Frame&);
+
+} // namespace argent::diag
+
+using namespace argent::diag;
+
+int FStackCount() { return frameStack().depth; }
+
+QString FStackText(int i) {
+    FrameStack& st = frameStack();
+    if (i < 1 || i > st.depth)
+        return QString();
+    StringSink s;
+    writeFrameText(s, st.frames[i - 1]);
+    return QString::fromStdString(s.str());
+}
+
+void EnterFrame(const QString& ProcName, int Kind, const QString& ParamText) {
+    Frame& f = frameStack().push();
+    f.name = nullptr;
+    f.kind = Kind;
+    f.paramCount = 0;
+    f.localCount = 0;
+    f.dynamic = true;
+    f.dynName = ProcName;
+    f.preText = ParamText;
+}
+
+void LeaveFrame() {
+    FrameStack& st = frameStack();
+    if (st.depth <= 0)
+        return;
+    clearFrame(st.frames[st.depth - 1]);
+    --st.depth;
+}
+
+QString GetStackTrace() {
+    FrameStack& st = frameStack();
+    if (st.depth == 0)
+        return QStringLiteral("Empty Stack");
+    StringSink s;
+    for (int i = 0; i < st.depth; ++i) {
+        writeFrameText(s, st.frames[i]);
+        put(s, "\r\n");
+    }
+    return QString::fromStdString(s.str());
+}

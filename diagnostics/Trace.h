@@ -1,0 +1,218 @@
+#pragma once
+
+// Trace frames: every procedure pushes a frame on entry and pops it on exit, so that
+// an error report can show the call stack with the parameters of each call.
+//
+//   void DoAutobackup(const QString& pUser, int pCount) {
+//       TRACE_PROC("modMain.DoAutobackup", pUser, pCount);
+//       ...
+//   }
+//
+// TRACE_PROP is the same for property-like accessors (frame kind 2). Wrap a parameter
+// that holds a password or key in HIDDEN(...): its value never reaches a report.
+// Parameters are captured by value (strings share their data, so this is a reference
+// count); their text is built only when a report or stack trace is asked for.
+
+#include "diagnostics/TraceSink.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <array>
+#include <cstdint>
+#include <exception>
+#include <type_traits>
+#include <vector>
+
+namespace argent::diag {
+
+// One captured value: a scalar, a string, or a fixed content text.
+struct TraceValue {
+    enum Kind : std::uint8_t { None, Int, Double, Bool, Str, Fixed, Hidden, Lines };
+    Kind kind = None;
+    union {
+        long long i;
+        double d;
+        const char* fixed;
+    };
+    QString s;           // Str
+    QStringList lines;   // Lines (formatted as a one-dimensional array from 0)
+    TraceValue() : i(0) {}
+};
+
+struct HiddenArg {};
+template <class T> HiddenArg hideValue(const T&) { return {}; }
+
+template <class T> void captureValue(TraceValue& v, const T& x) {
+    using U = std::decay_t<T>;
+    if constexpr (std::is_same_v<U, bool>) {
+        v.kind = TraceValue::Bool;
+        v.i = x ? 1 : 0;
+    } else if constexpr (std::is_enum_v<U>) {
+        v.kind = TraceValue::Int;
+        v.i = static_cast<long long>(x);
+    } else if constexpr (std::is_integral_v<U>) {
+        v.kind = TraceValue::Int;
+        v.i = static_cast<long long>(x);
+    } else if constexpr (std::is_floating_point_v<U>) {
+        v.kind = TraceValue::Double;
+        v.d = static_cast<double>(x);
+    } else if constexpr (std::is_same_v<U, QString>) {
+        v.kind = TraceValue::Str;
+        v.s = x;
+    } else if constexpr (std::is_same_v<U, QStringList>) {
+        v.kind = TraceValue::Lines;
+        v.lines = x;
+    } else if constexpr (std::is_same_v<U, QByteArray>) {
+        v.kind = TraceValue::Str;
+        v.s = QString::fromUtf8(x);
+    } else if constexpr (std::is_same_v<U, const char*> || std::is_same_v<U, char*>) {
+        v.kind = TraceValue::Str;
+        v.s = QString::fromUtf8(x);
+    } else if constexpr (std::is_same_v<U, HiddenArg>) {
+        v.kind = TraceValue::Hidden;
+    } else if constexpr (std::is_pointer_v<U>) {
+        v.kind = TraceValue::Fixed;
+        v.fixed = x ? "{Object}" : "{Nothing}";
+    } else {
+        v.kind = TraceValue::Fixed;
+        v.fixed = "{Can't dump UDT parameters}";
+    }
+}
+
+constexpr int kMaxTraceParams = 8;
+constexpr int kMaxTraceLocals = 8;
+
+struct TraceLocal {
+    const char* name = nullptr;
+    enum Kind : std::uint8_t { Int, LongLong, Double, Bool, Str } kind = Int;
+    const void* ptr = nullptr;
+};
+
+struct Frame {
+    const char* name = nullptr;   // "module.procedure"; static text
+    int kind = 1;                 // 1 procedure, 2 property
+    int paramCount = 0;
+    int localCount = 0;
+    std::array<const char*, kMaxTraceParams> paramNames{};
+    std::array<TraceValue, kMaxTraceParams> params;
+    std::array<TraceLocal, kMaxTraceLocals> locals{};
+    QString dynName;   // name and parameter text of frames pushed with EnterFrame
+    QString preText;
+    bool dynamic = false;
+};
+
+// The frames of the current thread; index 0 is the outermost call.
+struct FrameStack {
+    std::vector<Frame> frames;
+    int depth = 0;
+    FrameStack() { frames.resize(256); }
+    Frame& push() {
+        if (depth == static_cast<int>(frames.size()))
+            frames.resize(frames.size() * 2);
+        return frames[depth++];
+    }
+};
+
+FrameStack& frameStack();
+
+void clearFrame(Frame& f);
+
+// The scope guard behind TRACE_PROC / TRACE_PROP.
+class FrameGuard {
+public:
+    template <class... Args> FrameGuard(const char* name, int kind, [[maybe_unused]] const char* const* names,
+                                        const Args&... args) {
+        FrameStack& st = frameStack();
+        Frame& f = st.push();
+        f.name = name;
+        f.kind = kind;
+        f.paramCount = 0;
+        f.localCount = 0;
+        (capture(f, names, args), ...);
+        m_depth = st.depth;
+        m_uncaught = std::uncaught_exceptions();
+    }
+    ~FrameGuard();
+    FrameGuard(const FrameGuard&) = delete;
+    FrameGuard& operator=(const FrameGuard&) = delete;
+
+    // Registers a local variable so that a report can show its value at the failure.
+    template <class T> void local(const char* name, const T& var) {
+        Frame& f = frameStack().frames[m_depth - 1];
+        if (f.localCount >= kMaxTraceLocals)
+            return;
+        TraceLocal& l = f.locals[f.localCount++];
+        l.name = name;
+        l.ptr = &var;
+        using U = std::decay_t<T>;
+        if constexpr (std::is_same_v<U, bool>)
+            l.kind = TraceLocal::Bool;
+        else if constexpr (std::is_same_v<U, int>)
+            l.kind = TraceLocal::Int;
+        else if constexpr (std::is_integral_v<U> && sizeof(U) == sizeof(long long))
+            l.kind = TraceLocal::LongLong;
+        else if constexpr (std::is_same_v<U, double>)
+            l.kind = TraceLocal::Double;
+        else {
+            static_assert(std::is_same_v<U, QString>, "locals: int, long long, double, bool or QString");
+            l.kind = TraceLocal::Str;
+        }
+    }
+
+private:
+    template <class T> void capture(Frame& f, const char* const* names, const T& x) {
+        if (f.paramCount >= kMaxTraceParams)
+            return;
+        f.paramNames[f.paramCount] = names[f.paramCount];
+        captureValue(f.params[f.paramCount], x);
+        ++f.paramCount;
+    }
+    int m_depth;
+    int m_uncaught;
+};
+
+// Frame text as the stack trace shows it: "Name: m.p, Type: 1, Parameters: ...;-->"
+template <class Sink> void writeFrameText(Sink& s, const Frame& f);
+template <class Sink> void writeFrameParams(Sink& s, const Frame& f);
+template <class Sink> void writeFrameLocals(Sink& s, const Frame& f);
+
+} // namespace argent::diag
+
+// ---- the stack as the rest of the program sees it --------------------------------------
+
+// Number of frames on the stack (the text of frame i, 1 = outermost, is FStackText(i)).
+int FStackCount();
+QString FStackText(int i);
+// Pushes a frame whose parameter text is already formatted.
+void EnterFrame(const QString& ProcName, int Kind, const QString& ParamText);
+void LeaveFrame();
+QString GetStackTrace();
+
+// ---- macros -----------------------------------------------------------------------------
+
+#define ARGENT_TR_CAT_(a, b) a##b
+#define ARGENT_TR_CAT(a, b) ARGENT_TR_CAT_(a, b)
+#define ARGENT_TR_N_(_1, _2, _3, _4, _5, _6, _7, _8, N, ...) N
+#define ARGENT_TR_N(...) ARGENT_TR_N_(__VA_ARGS__, 8, 7, 6, 5, 4, 3, 2, 1, 0)
+#define ARGENT_TR_S1(a) #a
+#define ARGENT_TR_S2(a, ...) #a, ARGENT_TR_S1(__VA_ARGS__)
+#define ARGENT_TR_S3(a, ...) #a, ARGENT_TR_S2(__VA_ARGS__)
+#define ARGENT_TR_S4(a, ...) #a, ARGENT_TR_S3(__VA_ARGS__)
+#define ARGENT_TR_S5(a, ...) #a, ARGENT_TR_S4(__VA_ARGS__)
+#define ARGENT_TR_S6(a, ...) #a, ARGENT_TR_S5(__VA_ARGS__)
+#define ARGENT_TR_S7(a, ...) #a, ARGENT_TR_S6(__VA_ARGS__)
+#define ARGENT_TR_S8(a, ...) #a, ARGENT_TR_S7(__VA_ARGS__)
+#define ARGENT_TR_NAMES(...) ARGENT_TR_CAT(ARGENT_TR_S, ARGENT_TR_N(__VA_ARGS__))(__VA_ARGS__)
+
+#define ARGENT_TRACE_(kind, name, ...)                                                                 \
+    static constexpr const char* argentTraceNames_[] = {"" __VA_OPT__(, ARGENT_TR_NAMES(__VA_ARGS__))}; \
+    ::argent::diag::FrameGuard argentFrame_(name, kind, argentTraceNames_ + 1 __VA_OPT__(, __VA_ARGS__))
+
+#define TRACE_PROC(name, ...) ARGENT_TRACE_(1, name __VA_OPT__(, __VA_ARGS__))
+#define TRACE_PROP(name, ...) ARGENT_TRACE_(2, name __VA_OPT__(, __VA_ARGS__))
+// A parameter whose value must never appear in a report.
+#define HIDDEN(x) ::argent::diag::hideValue(x)
+// Registers a local variable of the current procedure for the report.
+#define TRACE_LOCAL(var) argentFrame_.local(#var, var)

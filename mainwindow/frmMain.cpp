@@ -1,0 +1,362 @@
+#include "mainwindow/frmMain.h"
+
+#include "app/MsgBox.h"
+#include "app/ProgConfig.h"
+#include "app/VbConv.h"
+#include "app/modLang.h"
+#include "app/modMain.h"
+#include "diagnostics/DbgPrint.h"
+#include "diagnostics/Trace.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QCloseEvent>
+#include <QDesktopServices>
+#include <QLabel>
+#include <QMenuBar>
+#include <QScreen>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QStyle>
+#include <QTextEdit>
+#include <QToolBar>
+#include <QTreeWidget>
+#include <QUrl>
+
+namespace {
+QString boolText(bool b) { return b ? QStringLiteral("True") : QStringLiteral("False"); }
+int twipsToPx(const QString& v) { return CLng(v) / kTwipsPerPixel; }
+QString pxToTwips(int px) { return QString::number(px * kTwipsPerPixel); }
+} // namespace
+
+frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
+    TRACE_PROC("frmMain.Form_Initialize");
+    setObjectName(QStringLiteral("frmMain"));
+    trvDatabase = new QTreeWidget;
+    trvDatabase->setObjectName(QStringLiteral("trvDatabase"));
+    trvDatabase->setHeaderHidden(true);
+    trvDatabase->setContextMenuPolicy(Qt::CustomContextMenu);
+    txtValue = new QTextEdit;
+    txtValue->setObjectName(QStringLiteral("txtValue"));
+    txtValue->setReadOnly(true);
+    txtValue->setContextMenuPolicy(Qt::CustomContextMenu);
+    splMain = new QSplitter(Qt::Horizontal);
+    splMain->setObjectName(QStringLiteral("splMain"));
+    splMain->addWidget(trvDatabase);
+    splMain->addWidget(txtValue);
+    splMain->setStretchFactor(1, 1);
+    splMain->setChildrenCollapsible(false);
+    setCentralWidget(splMain);
+
+    sbStatusBar = statusBar();
+    sbStatusBar->setObjectName(QStringLiteral("sbStatusBar"));
+    sbPanel = new QLabel;
+    sbStatusBar->addWidget(sbPanel, 1);
+
+    BuildMenus();
+    BuildToolbar();
+
+    connect(trvDatabase, &QWidget::customContextMenuRequested, this,
+            [this](const QPoint& p) { mnuContextTrv->popup(trvDatabase->viewport()->mapToGlobal(p)); });
+    connect(txtValue, &QWidget::customContextMenuRequested, this,
+            [this](const QPoint& p) { mnuContextVal->popup(txtValue->viewport()->mapToGlobal(p)); });
+}
+
+void frmMain::BuildMenus() {
+    TRACE_PROC("frmMain.BuildMenus");
+    auto item = [this](QMenu* m, const char* name) {
+        QAction* a = m->addAction(QString());
+        a->setObjectName(QString::fromLatin1(name));
+        return a;
+    };
+    mnufile = menuBar()->addMenu(QString());
+    mnufile->setObjectName(QStringLiteral("mnufile"));
+    mnuFileSelectUser = item(mnufile, "mnuFileSelectUser");
+    mnuFileAddUser = item(mnufile, "mnuFileAddUser");
+    mnuFileChangeUsPasw = item(mnufile, "mnuFileChangeUsPasw");
+    mnuFileDelCurUser = item(mnufile, "mnuFileDelCurUser");
+    mnufile->addSeparator();
+    mnuFileSaveDB = item(mnufile, "mnuFileSaveDB");
+    mnuFileSaveDB->setShortcut(QKeySequence::Save);
+    mnuFileUnloadUser = item(mnufile, "mnuFileUnloadUser");
+    mnuFileBackup = item(mnufile, "mnuFileBackup");
+    mnufile->addSeparator();
+    mnuFileExit = item(mnufile, "mnuFileExit");
+    mnuFileExit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+
+    mnuView = menuBar()->addMenu(QString());
+    mnuView->setObjectName(QStringLiteral("mnuView"));
+    mnuViewToolBar = item(mnuView, "mnuViewToolBar");
+    mnuViewStatusbar = item(mnuView, "mnuViewStatusbar");
+    mnuViewOnTop = item(mnuView, "mnuViewOnTop");
+    for (QAction* a : {mnuViewToolBar, mnuViewStatusbar, mnuViewOnTop})
+        a->setCheckable(true);
+
+    mnuTools = menuBar()->addMenu(QString());
+    mnuTools->setObjectName(QStringLiteral("mnuTools"));
+    mnuToolsFind = item(mnuTools, "mnuToolsFind");
+    mnuToolsFind->setShortcut(QKeySequence::Find);
+    mnuToolsGenerator = item(mnuTools, "mnuToolsGenerator");
+    mnuToolsClearClip = item(mnuTools, "mnuToolsClearClip");
+    mnuTools->addSeparator();
+    mnuToolsFlash = item(mnuTools, "mnuToolsFlash");
+    mnuToolsOptions = item(mnuTools, "mnuToolsOptions");
+
+    mnuHelp = menuBar()->addMenu(QString());
+    mnuHelp->setObjectName(QStringLiteral("mnuHelp"));
+    mnuHelpContents = item(mnuHelp, "mnuHelpContents");
+    mnuHelpContents->setShortcut(QKeySequence::HelpContents);
+    mnuHelpAskSupport = item(mnuHelp, "mnuHelpAskSupport");
+    mnuHelp->addSeparator();
+    mnuHelpAbout = item(mnuHelp, "mnuHelpAbout");
+
+    mnuContextTrv = new QMenu(this);
+    mnuContextTrv->setObjectName(QStringLiteral("mnuContextTrv"));
+    mnuContextTrvAddFolder = item(mnuContextTrv, "mnuContextTrvAddFolder");
+    mnuContextTrvAddRec = item(mnuContextTrv, "mnuContextTrvAddRec");
+    mnuContextTrv->addSeparator();
+    mnuContextTrvEdit = item(mnuContextTrv, "mnuContextTrvEdit");
+    mnuContextTrvRename = item(mnuContextTrv, "mnuContextTrvRename");
+    mnuContextTrv->addSeparator();
+    mnuContextTrvDelFolder = item(mnuContextTrv, "mnuContextTrvDelFolder");
+    mnuContextTrvDelRec = item(mnuContextTrv, "mnuContextTrvDelRec");
+
+    mnuContextVal = new QMenu(this);
+    mnuContextVal->setObjectName(QStringLiteral("mnuContextVal"));
+    mnuContextValCopyPasw = item(mnuContextVal, "mnuContextValCopyPasw");
+    mnuContextValCopyLog = item(mnuContextVal, "mnuContextValCopyLog");
+    mnuContextValCopyTit = item(mnuContextVal, "mnuContextValCopyTit");
+    mnuContextValCopyDesc = item(mnuContextVal, "mnuContextValCopyDesc");
+
+    // The tray icon's menu; the tray component shows it.
+    mnuTray = new QMenu(this);
+    mnuTray->setObjectName(QStringLiteral("mnuTray"));
+    mnuTrayShow = item(mnuTray, "mnuTrayShow");
+    mnuTrayGenPasw = item(mnuTray, "mnuTrayGenPasw");
+    mnuTraySaveDB = item(mnuTray, "mnuTraySaveDB");
+    mnuTraySelectUser = item(mnuTray, "mnuTraySelectUser");
+    mnuTrayUnloadUser = item(mnuTray, "mnuTrayUnloadUser");
+    mnuTray->addSeparator();
+    mnuTrayExit = item(mnuTray, "mnuTrayExit");
+
+    connect(mnuFileExit, &QAction::triggered, this, &frmMain::mnuFileExit_Click);
+    connect(mnuViewOnTop, &QAction::triggered, this, &frmMain::mnuViewOnTop_Click);
+    connect(mnuViewStatusbar, &QAction::triggered, this, &frmMain::mnuViewStatusbar_Click);
+    connect(mnuViewToolBar, &QAction::triggered, this, &frmMain::mnuViewToolBar_Click);
+    connect(mnuToolsClearClip, &QAction::triggered, this, &frmMain::mnuToolsClearClip_Click);
+    connect(mnuHelpContents, &QAction::triggered, this, &frmMain::mnuHelpContents_Click);
+}
+
+void frmMain::BuildToolbar() {
+    TRACE_PROC("frmMain.BuildToolbar");
+    tlbToolbar = addToolBar(QString());
+    tlbToolbar->setObjectName(QStringLiteral("tlbToolbar"));
+    tlbToolbar->setMovable(false);
+    tlbToolbar->setToolButtonStyle(Qt::ToolButtonIconOnly);
+    QStyle* st = style();
+    auto button = [this](const char* key, const QIcon& icon) {
+        QAction* a = tlbToolbar->addAction(icon, QString());
+        a->setObjectName(QString::fromLatin1(key));
+        return a;
+    };
+    btnSelectUser = button("btnSelectUser", st->standardIcon(QStyle::SP_DirHomeIcon));
+    btnAddUser = button("btnAddUser", st->standardIcon(QStyle::SP_FileDialogNewFolder));
+    btnDelUser = button("btnDelUser", st->standardIcon(QStyle::SP_DialogDiscardButton));
+    tlbToolbar->addSeparator();
+    btnAddFolder = button("btnAddFolder", st->standardIcon(QStyle::SP_DirIcon));
+    btnDelFolder = button("btnDelFolder", st->standardIcon(QStyle::SP_TrashIcon));
+    btnAddRec = button("btnAddRec", st->standardIcon(QStyle::SP_FileIcon));
+    btnDelRec = button("btnDelRec", st->standardIcon(QStyle::SP_DialogCancelButton));
+    btnRename = button("btnRename", st->standardIcon(QStyle::SP_FileDialogDetailedView));
+    tlbToolbar->addSeparator();
+    btnFind = button("btnFind", st->standardIcon(QStyle::SP_FileDialogContentsView));
+}
+
+void frmMain::ShowFormLang() {
+    TRACE_PROC("frmMain.ShowFormLang");
+    mnufile->setTitle(Texts(26));
+    mnuFileAddUser->setText(Texts(30));
+    mnuFileDelCurUser->setText(Texts(31));
+    mnuFileSelectUser->setText(Texts(32));
+    mnuFileChangeUsPasw->setText(Texts(33));
+    mnuFileSaveDB->setText(Texts(34));
+    mnuFileExit->setText(Texts(35));
+    mnuFileUnloadUser->setText(Texts(141));
+    mnuFileBackup->setText(Texts(142));
+    mnuView->setTitle(Texts(27));
+    mnuViewToolBar->setText(Texts(36));
+    mnuViewStatusbar->setText(Texts(37));
+    mnuViewOnTop->setText(Texts(38));
+    mnuTools->setTitle(Texts(28));
+    mnuToolsClearClip->setText(Texts(40));
+    mnuToolsFind->setText(Texts(41));
+    mnuToolsOptions->setText(Texts(42));
+    mnuToolsGenerator->setText(Texts(39));
+    mnuToolsFlash->setText(Texts(143));
+    mnuHelp->setTitle(Texts(29));
+    mnuHelpContents->setText(Texts(43));
+    mnuHelpAbout->setText(Texts(46));
+    mnuHelpAskSupport->setText(Texts(44));
+    mnuContextTrvAddFolder->setText(Texts(113));
+    mnuContextTrvAddRec->setText(Texts(115));
+    mnuContextTrvDelFolder->setText(Texts(114));
+    mnuContextTrvDelRec->setText(Texts(116));
+    mnuContextTrvEdit->setText(Texts(117));
+    mnuContextTrvRename->setText(Texts(118));
+    mnuContextValCopyDesc->setText(Texts(121));
+    mnuContextValCopyLog->setText(Texts(120));
+    mnuContextValCopyPasw->setText(Texts(119));
+    mnuContextValCopyTit->setText(Texts(122));
+    mnuTraySelectUser->setText(Texts(126));
+    mnuTrayExit->setText(Texts(127));
+    mnuTrayGenPasw->setText(Texts(124));
+    mnuTraySaveDB->setText(Texts(125));
+    mnuTrayShow->setText(Texts(123));
+    mnuTrayUnloadUser->setText(Texts(141));
+    const QList<QAction*> buttons{btnSelectUser, btnAddUser, btnDelUser, btnAddFolder,
+                                  btnDelFolder,  btnAddRec,  btnDelRec,  btnRename};
+    for (int i = 0; i < buttons.size(); ++i)
+        buttons[i]->setToolTip(Texts(47 + i));
+    btnFind->setToolTip(Texts(157));
+    for (QAction* b : buttons)
+        b->setText(b->toolTip());
+    btnFind->setText(btnFind->toolTip());
+    setWindowTitle(Texts(158));
+    trvDatabase->setAccessibleName(Texts(159));
+    txtValue->setAccessibleName(Texts(160));
+    tlbToolbar->setWindowTitle(Texts(161));
+    tlbToolbar->setAccessibleName(Texts(161));
+    sbStatusBar->setAccessibleName(Texts(162));
+}
+
+void frmMain::ApplyOnTop(bool OnTop) {
+    TRACE_PROC("frmMain.ApplyOnTop", OnTop);
+    const bool wasVisible = isVisible();
+    setWindowFlag(Qt::WindowStaysOnTopHint, OnTop);
+    // Changing a window flag hides the window; show it again where it was.
+    if (wasVisible)
+        show();
+}
+
+void frmMain::DoConfig() {
+    TRACE_PROC("frmMain.DoConfig");
+    const bool onTop = CBool(ProgConfig[6]);
+    const bool statusVisible = CBool(ProgConfig[2]);
+    const bool toolVisible = CBool(ProgConfig[1]);
+    mnuViewOnTop->setChecked(onTop);
+    mnuViewStatusbar->setChecked(statusVisible);
+    mnuViewToolBar->setChecked(toolVisible);
+    ApplyOnTop(onTop);
+    tlbToolbar->setVisible(toolVisible);
+    sbStatusBar->setVisible(statusVisible);
+
+    const int treeWidth = twipsToPx(ProgConfig[20]);
+    const int width = twipsToPx(ProgConfig[16]);
+    const int height = twipsToPx(ProgConfig[17]);
+    const int top = twipsToPx(ProgConfig[19]);
+    const int left = twipsToPx(ProgConfig[18]);
+    resize(std::max(width, 200), std::max(height, 150));
+    QPoint pos(left, top);
+    // A position stored on a screen that is no longer attached would hide the window.
+    if (QScreen* primary = QGuiApplication::primaryScreen()) {
+        if (!QGuiApplication::screenAt(pos + QPoint(40, 20)))
+            pos = primary->availableGeometry().topLeft() + QPoint(40, 40);
+    }
+    move(pos);
+    const int rest = std::max(100, this->width() - treeWidth);
+    splMain->setSizes({std::max(treeWidth, 60), rest});
+}
+
+void frmMain::SaveGUIConf() {
+    TRACE_PROC("frmMain.SaveGUIConf");
+    ProgConfig[16] = pxToTwips(width());
+    ProgConfig[17] = pxToTwips(height());
+    ProgConfig[18] = pxToTwips(x());
+    ProgConfig[19] = pxToTwips(y());
+    ProgConfig[20] = pxToTwips(splMain->sizes().value(0));
+}
+
+void frmMain::Form_Load() {
+    TRACE_PROC("frmMain.Form_Load");
+    DbgPrint(QStringLiteral("TESTPOINT 1"));
+    trvDatabase->setRootIsDecorated(true);
+    trvDatabase->setIndentation(18);
+    DbgPrint(QStringLiteral("TESTPOINT 2"));
+    DoConfig();
+    setWindowIcon(QIcon(Pt(AppPath()) + QStringLiteral("mainicon.png")));
+    ShowFormLang();
+    DbgPrint(QStringLiteral("TESTPOINT 3"));
+    show();
+    DbgPrint(QStringLiteral("TESTPOINT 4"));
+    DbgPrint(QStringLiteral("TESTPOINT 5"));
+    DbgPrint(QStringLiteral("TESTPOINT 6"));
+}
+
+void frmMain::mnuFileExit_Click() {
+    TRACE_PROC("frmMain.mnuFileExit_Click");
+    if (MsgBox(Texts(1), vbYesNo | vbQuestion) == vbNo)
+        return;
+    CloseConfirmed = true;
+    close();
+}
+
+void frmMain::mnuViewOnTop_Click() {
+    TRACE_PROC("frmMain.mnuViewOnTop_Click");
+    const bool on = mnuViewOnTop->isChecked();
+    ProgConfig[6] = boolText(on);
+    ApplyOnTop(on);
+    SaveConfig(ProgCfgPath);
+}
+
+void frmMain::mnuViewStatusbar_Click() {
+    TRACE_PROC("frmMain.mnuViewStatusbar_Click");
+    const bool on = mnuViewStatusbar->isChecked();
+    ProgConfig[2] = boolText(on);
+    sbStatusBar->setVisible(on);
+    SaveConfig(ProgCfgPath);
+}
+
+void frmMain::mnuViewToolBar_Click() {
+    TRACE_PROC("frmMain.mnuViewToolBar_Click");
+    const bool on = mnuViewToolBar->isChecked();
+    ProgConfig[1] = boolText(on);
+    tlbToolbar->setVisible(on);
+    SaveConfig(ProgCfgPath);
+}
+
+void frmMain::mnuToolsClearClip_Click() {
+    TRACE_PROC("frmMain.mnuToolsClearClip_Click");
+    QGuiApplication::clipboard()->clear();
+}
+
+void frmMain::mnuHelpContents_Click() {
+    TRACE_PROC("frmMain.mnuHelpContents_Click");
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(Pt(AppPath()) + QStringLiteral("readme.txt"))))
+        MsgBox(Texts(166), vbExclamation);
+}
+
+void frmMain::closeEvent(QCloseEvent* e) {
+    TRACE_PROC("frmMain.Form_QueryUnload");
+    if (!CloseConfirmed && ProgConfig[12] != QStringLiteral("1")) {
+        if (MsgBox(Texts(1), vbYesNo | vbQuestion) == vbNo) {
+            e->ignore();
+            return;
+        }
+        CloseConfirmed = true;
+    }
+    if (!CloseConfirmed) {
+        // Tray mode: the close box hides the window; only Exit ends the program.
+        e->ignore();
+        hide();
+        return;
+    }
+    Form_Unload();
+    e->accept();
+}
+
+void frmMain::Form_Unload() {
+    TRACE_PROC("frmMain.Form_Unload");
+    if (!isMinimized())
+        SaveGUIConf();
+    SaveConfig(ProgCfgPath);
+}

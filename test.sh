@@ -1,0 +1,9 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test headless.
+set -euo pipefail
+cd "$(dirname "$0")"
+. tools/deps.sh
+argent_ensure_deps
+argent_build
+export QT_QPA_PLATFORM=offscreen
+ctest --test-dir build --output-on-failure -j2 "$@"

@@ -1,0 +1,19 @@
+#pragma once
+
+// Test registry: every test class of a folder registers itself and one main() runs them
+// all. A test may also register a child action, which the same executable runs when it
+// is started with ARGENT_TEST_CHILD=<name> (for crashes and kills in a real process).
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+using TestFactory = QObject* (*)();
+using ChildAction = int (*)(const QStringList& args);
+
+int registerTest(const char* name, TestFactory f);
+int registerChild(const char* name, ChildAction f);
+
+#define ARGENT_TEST(Class)                                                                                   \
+    static const int argentTestReg_##Class = registerTest(#Class, []() -> QObject* { return new Class; });
+#define ARGENT_CHILD(name, fn) static const int argentChildReg_##fn = registerChild(name, fn);

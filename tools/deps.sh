@@ -1,0 +1,26 @@
+# Sourced by run.sh and test.sh: installs the Debian packages that are missing.
+# When everything is there this is one dpkg-query (about 0.1 s).
+ARGENT_PACKAGES="cmake ninja-build g++ pkgconf qt6-base-dev libsodium-dev xvfb xauth xdotool xclip trayer imagemagick fonts-dejavu-core"
+
+argent_ensure_deps() {
+    local missing=""
+    local p
+    for p in $ARGENT_PACKAGES; do
+        if [ "$(dpkg-query -W -f='${db:Status-Status}' "$p" 2>/dev/null)" != "installed" ]; then
+            missing="$missing $p"
+        fi
+    done
+    [ -z "$missing" ] && return 0
+    echo "Installing:$missing"
+    local sudo=""
+    [ "$(id -u)" -ne 0 ] && sudo="sudo"
+    $sudo apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends $missing
+}
+
+argent_build() {
+    if [ ! -f build/build.ninja ]; then
+        cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+    fi
+    cmake --build build -j2
+}
