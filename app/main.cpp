@@ -15,14 +15,12 @@ int main(int argc, char** argv) {
     bool started = false;
     argent::diag::trapped([&] {
         started = Main();
-        if (!started)
-            return;
+        if (!started) return;
         main = new frmMain;
         main->setAttribute(Qt::WA_DeleteOnClose);
         main->Form_Load();
     });
-    if (!started)
-        return 0;
+    if (!started) return 0;
     const int rc = app.exec();
     ReleaseInstanceLock();
     return rc;

@@ -25,8 +25,7 @@ QString g_appPath;
 std::unique_ptr<QLockFile> g_instanceLock;
 
 bool makePrivateDir(const QString& path) {
-    if (!QDir().mkpath(path))
-        return false;
+    if (!QDir().mkpath(path)) return false;
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     return true;
 }
@@ -45,8 +44,7 @@ bool PrevInstance() {
     TRACE_PROC("modMain.PrevInstance");
     g_instanceLock = std::make_unique<QLockFile>(runtimeFolder() + QStringLiteral("ArgentPasswordMngr.lock"));
     g_instanceLock->setStaleLockTime(0);
-    if (g_instanceLock->tryLock(0))
-        return false;
+    if (g_instanceLock->tryLock(0)) return false;
     g_instanceLock.reset();
     return true;
 }
@@ -54,23 +52,20 @@ bool PrevInstance() {
 
 QString Pt(const QString& Path) {
     TRACE_PROC("modMain.Pt", Path);
-    if (Path.endsWith(u'/'))
-        return Path;
+    if (Path.endsWith(u'/')) return Path;
     return Path + u'/';
 }
 
 bool FileExist(const QString& FileName) {
     TRACE_PROC("modMain.FileExist", FileName);
-    if (FileName.isEmpty())
-        return false;
+    if (FileName.isEmpty()) return false;
     return QFileInfo::exists(FileName);
 }
 
 QString GetWindowsTemp() {
     TRACE_PROC("modMain.GetWindowsTemp");
     QString base = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (base.isEmpty() || !QFileInfo(base).isDir() || !QFileInfo(base).isWritable())
-        base = QDir::tempPath();
+    if (base.isEmpty() || !QFileInfo(base).isDir() || !QFileInfo(base).isWritable()) base = QDir::tempPath();
     const QString dir = Pt(base) + QStringLiteral("argentpm-tmp-") + QString::number(getuid());
     makePrivateDir(dir);
     return Pt(dir);
@@ -79,8 +74,7 @@ QString GetWindowsTemp() {
 QString StripNulls(QString& OriginalStr) {
     TRACE_PROC("modMain.StripNulls", OriginalStr);
     const qsizetype at = OriginalStr.indexOf(QChar(0));
-    if (at >= 0)
-        OriginalStr.truncate(at);
+    if (at >= 0) OriginalStr.truncate(at);
     return OriginalStr;
 }
 
@@ -95,18 +89,23 @@ QString AppPath() {
     return g_appPath;
 }
 
-void SetAppPath(const QString& Path) { g_appPath = Path; }
+void SetAppPath(const QString& Path) {
+    g_appPath = Path;
+}
 
 QString AppDataFolder() {
     QString d = qEnvironmentVariable("XDG_DATA_HOME");
-    if (d.isEmpty())
-        d = QDir::homePath() + QStringLiteral("/.local/share");
+    if (d.isEmpty()) d = QDir::homePath() + QStringLiteral("/.local/share");
     return d;
 }
 
-QString UserFolderPath() { return Pt(AppDataFolder()) + QStringLiteral("ArgentPM"); }
+QString UserFolderPath() {
+    return Pt(AppDataFolder()) + QStringLiteral("ArgentPM");
+}
 
-void ReleaseInstanceLock() { g_instanceLock.reset(); }
+void ReleaseInstanceLock() {
+    g_instanceLock.reset();
+}
 
 bool Main(const std::function<void()>& CreateProgramObjects) {
     TRACE_PROC("modMain.Main");
@@ -144,7 +143,6 @@ bool Main(const std::function<void()>& CreateProgramObjects) {
     LoadLang(Pt(AppPath()) + QStringLiteral("Languages/") + ProgConfig[14] + QStringLiteral(".lng"));
     DbgPrint(QStringLiteral("Language Loading... Ok"));
 
-    if (CreateProgramObjects)
-        CreateProgramObjects();
+    if (CreateProgramObjects) CreateProgramObjects();
     return true;
 }

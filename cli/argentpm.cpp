@@ -42,6 +42,7 @@ int main(int argc, char** argv) {
         std::printf("argentpm %s (ArgentPasswordMngr, built %s)\n", ARGENT_VERSION_TEXT, ARGENT_BUILD_DATE);
         return 0;
     }
-    std::fprintf(stderr, "argentpm: unknown command '%s'. Try 'argentpm --help'.\n", first.toLocal8Bit().constData());
+    std::fprintf(stderr, "argentpm: unknown command '%s'. Try 'argentpm --help'.\n",
+                 first.toLocal8Bit().constData());
     return kExitUsage;
 }

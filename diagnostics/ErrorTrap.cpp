@@ -64,8 +64,7 @@ struct TopName {
 TopName topFrameName() {
     TopName t;
     FrameStack& st = frameStack();
-    if (st.depth == 0)
-        return t;
+    if (st.depth == 0) return t;
     const Frame& f = st.frames[st.depth - 1];
     if (f.dynamic) {
         t.storage = f.dynName.toStdString();
@@ -79,8 +78,8 @@ TopName topFrameName() {
 // The report layout, one writer for the normal and the crash path.
 template <class Sink, class FLoc, class FMod, class FGlob, class FPar, class FStk>
 void writeReport(Sink& s, long long number, const char* module, std::size_t moduleLen, const char* block,
-                 const char* desc, std::size_t descLen, long long line, FLoc locals, FMod moduleVars, FGlob globals,
-                 FPar params, FStk stack) {
+                 const char* desc, std::size_t descLen, long long line, FLoc locals, FMod moduleVars,
+                 FGlob globals, FPar params, FStk stack) {
     put(s, "Error Number: ");
     putInt(s, number);
     put(s, "\r\nComponent Name: ");
@@ -125,30 +124,54 @@ template <class Sink> void writeStack(Sink& s) {
 
 const char* exceptionNameC(unsigned int code, char* unknownBuf) {
     switch (code) {
-    case 0xC0000005: return "Access Violation";
-    case 0x80000002: return "Data Type Misalignment";
-    case 0x80000003: return "Breakpoint";
-    case 0x80000004: return "Single Step";
-    case 0xC000008C: return "Array Bounds Exceeded";
-    case 0xC000008D: return "Float Denormal Operand";
-    case 0xC000008E: return "Divide By Zero";
-    case 0xC000008F: return "Floating Point Inexact Result";
-    case 0xC0000090: return "Invalid Operation";
-    case 0xC0000091: return "Float Overflow";
-    case 0xC0000092: return "Float Stack Check";
-    case 0xC0000093: return "Float Underflow";
-    case 0xC0000094: return "Integer Divide By Zero";
-    case 0xC0000095: return "Integer Overflow";
-    case 0xC0000096: return "Privileged Instruction";
-    case 0xC0000006: return "In Page Error";
-    case 0xC000001D: return "Illegal Instruction";
-    case 0xC0000025: return "Non Continuable Exception";
-    case 0xC0000026: return "Invalid Disposition";
-    case 0xC00000FD: return "Stack Overflow";
-    case 0x80000001: return "Guard Page Violation";
-    case 0xC0000008: return "Invalid Handle";
-    case 0xC000013A: return "Control-C Exit";
-    default: break;
+    case 0xC0000005:
+        return "Access Violation";
+    case 0x80000002:
+        return "Data Type Misalignment";
+    case 0x80000003:
+        return "Breakpoint";
+    case 0x80000004:
+        return "Single Step";
+    case 0xC000008C:
+        return "Array Bounds Exceeded";
+    case 0xC000008D:
+        return "Float Denormal Operand";
+    case 0xC000008E:
+        return "Divide By Zero";
+    case 0xC000008F:
+        return "Floating Point Inexact Result";
+    case 0xC0000090:
+        return "Invalid Operation";
+    case 0xC0000091:
+        return "Float Overflow";
+    case 0xC0000092:
+        return "Float Stack Check";
+    case 0xC0000093:
+        return "Float Underflow";
+    case 0xC0000094:
+        return "Integer Divide By Zero";
+    case 0xC0000095:
+        return "Integer Overflow";
+    case 0xC0000096:
+        return "Privileged Instruction";
+    case 0xC0000006:
+        return "In Page Error";
+    case 0xC000001D:
+        return "Illegal Instruction";
+    case 0xC0000025:
+        return "Non Continuable Exception";
+    case 0xC0000026:
+        return "Invalid Disposition";
+    case 0xC00000FD:
+        return "Stack Overflow";
+    case 0x80000001:
+        return "Guard Page Violation";
+    case 0xC0000008:
+        return "Invalid Handle";
+    case 0xC000013A:
+        return "Control-C Exit";
+    default:
+        break;
     }
     static const char hex[] = "0123456789ABCDEF";
     std::memcpy(unknownBuf, "Unknown (&H", 11);
@@ -166,21 +189,33 @@ unsigned int codeForSignal(int sig, const siginfo_t* si) {
         // A fault just below the stack pointer's region is a stack overflow.
         return 0xC0000005;
     }
-    case SIGBUS: return si && si->si_code == BUS_ADRALN ? 0x80000002 : 0xC0000006;
-    case SIGILL: return si && (si->si_code == ILL_PRVOPC || si->si_code == ILL_PRVREG) ? 0xC0000096 : 0xC000001D;
+    case SIGBUS:
+        return si && si->si_code == BUS_ADRALN ? 0x80000002 : 0xC0000006;
+    case SIGILL:
+        return si && (si->si_code == ILL_PRVOPC || si->si_code == ILL_PRVREG) ? 0xC0000096 : 0xC000001D;
     case SIGFPE:
         switch (si ? si->si_code : 0) {
-        case FPE_INTDIV: return 0xC0000094;
-        case FPE_INTOVF: return 0xC0000095;
-        case FPE_FLTDIV: return 0xC000008E;
-        case FPE_FLTOVF: return 0xC0000091;
-        case FPE_FLTUND: return 0xC0000093;
-        case FPE_FLTRES: return 0xC000008F;
-        case FPE_FLTINV: return 0xC0000090;
-        case FPE_FLTSUB: return 0xC000008C;
-        default: return 0xC0000090;
+        case FPE_INTDIV:
+            return 0xC0000094;
+        case FPE_INTOVF:
+            return 0xC0000095;
+        case FPE_FLTDIV:
+            return 0xC000008E;
+        case FPE_FLTOVF:
+            return 0xC0000091;
+        case FPE_FLTUND:
+            return 0xC0000093;
+        case FPE_FLTRES:
+            return 0xC000008F;
+        case FPE_FLTINV:
+            return 0xC0000090;
+        case FPE_FLTSUB:
+            return 0xC000008C;
+        default:
+            return 0xC0000090;
         }
-    default: return 0;
+    default:
+        return 0;
     }
 }
 
@@ -190,8 +225,7 @@ CrashContinuation g_crashContinuation = nullptr;
 void writeAll(int fd, const char* p, std::size_t n) {
     while (n > 0) {
         ssize_t w = ::write(fd, p, n);
-        if (w <= 0)
-            return;
+        if (w <= 0) return;
         p += w;
         n -= static_cast<std::size_t>(w);
     }
@@ -199,8 +233,7 @@ void writeAll(int fd, const char* p, std::size_t n) {
 
 void crashHandler(int sig, siginfo_t* si, void*) {
     static volatile sig_atomic_t busy = 0;
-    if (busy)
-        _exit(kTrappedExitCode + 1);
+    if (busy) _exit(kTrappedExitCode + 1);
     busy = 1;
 
     unsigned int code = codeForSignal(sig, si);
@@ -211,8 +244,7 @@ void crashHandler(int sig, siginfo_t* si, void*) {
     const char* full = "";
     FrameStack& st = frameStack();
     const Frame* top = st.depth > 0 ? &st.frames[st.depth - 1] : nullptr;
-    if (top && !top->dynamic && top->name)
-        full = top->name;
+    if (top && !top->dynamic && top->name) full = top->name;
     std::size_t modLen;
     const char* block;
     splitName(full, modLen, block);
@@ -220,13 +252,11 @@ void crashHandler(int sig, siginfo_t* si, void*) {
     writeReport(
         s, ExceptionErrorNumber(code), full, modLen, block, desc, cLen(desc), 0,
         [&] {
-            if (top)
-                writeFrameLocals(s, *top);
+            if (top) writeFrameLocals(s, *top);
         },
         [&] { writeModuleVars(s, full, modLen); }, [&] { writeGlobals(s); },
         [&] {
-            if (top)
-                writeFrameParams(s, *top);
+            if (top) writeFrameParams(s, *top);
         },
         [&] { writeStack(s); });
 
@@ -237,14 +267,12 @@ void crashHandler(int sig, siginfo_t* si, void*) {
         writeAll(fd, s.data(), s.size());
         ::close(fd);
     }
-    if (g_crashContinuation)
-        g_crashContinuation(g_reportPath);
+    if (g_crashContinuation) g_crashContinuation(g_reportPath);
     _exit(kTrappedExitCode);
 }
 
 void onTerminate() {
-    if (std::current_exception())
-        TrapCurrentException();
+    if (std::current_exception()) TrapCurrentException();
     RaiseError(vbErrInvalidCall, QStringLiteral("Program terminated"));
 }
 
@@ -261,8 +289,7 @@ void takeSnapshot(bool withLocals) {
     const Frame* top = st.depth > 0 ? &st.frames[st.depth - 1] : nullptr;
     StringSink loc, mod, par, stk, glob;
     if (top) {
-        if (withLocals)
-            writeFrameLocals(loc, *top);
+        if (withLocals) writeFrameLocals(loc, *top);
         writeFrameParams(par, *top);
     }
     writeModuleVars(mod, g_snap.module.c_str(), g_snap.module.size());
@@ -276,10 +303,16 @@ void takeSnapshot(bool withLocals) {
     g_snap.pending = true;
 }
 
-bool snapshotPending() { return g_snap.pending; }
-void clearSnapshot() { g_snap = Snapshot(); }
+bool snapshotPending() {
+    return g_snap.pending;
+}
+void clearSnapshot() {
+    g_snap = Snapshot();
+}
 
-void SetReportHandler(ReportHandler h) { g_handler = std::move(h); }
+void SetReportHandler(ReportHandler h) {
+    g_handler = std::move(h);
+}
 
 void SetErrorReportPath(const QString& path) {
     QByteArray p = QFile::encodeName(path);
@@ -288,7 +321,9 @@ void SetErrorReportPath(const QString& path) {
     g_reportPath[n] = 0;
 }
 
-void SetCrashContinuation(void (*fn)(const char*)) { g_crashContinuation = fn; }
+void SetCrashContinuation(void (*fn)(const char*)) {
+    g_crashContinuation = fn;
+}
 
 void WriteReportFile(const QString& report) {
     QFile f(QFile::decodeName(g_reportPath));
@@ -318,8 +353,7 @@ QString ReportForCurrentException() {
     } catch (...) {
         desc = VbErrorText(vbErrInvalidCall);
     }
-    if (!g_snap.pending)
-        takeSnapshot(false);
+    if (!g_snap.pending) takeSnapshot(false);
     vbcsErrorNumber = number;
     vbcsErrorDescription = desc;
     vbcsErrorLine = line;
@@ -330,8 +364,8 @@ QString ReportForCurrentException() {
     writeReport(
         s, number, g_snap.module.c_str(), g_snap.module.size(), g_snap.block.c_str(), d.constData(),
         static_cast<std::size_t>(d.size()), line, [&] { s.str() += g_snap.locals; },
-        [&] { s.str() += g_snap.moduleVars; }, [&] { s.str() += g_snap.globals; }, [&] { s.str() += g_snap.params; },
-        [&] { s.str() += g_snap.stack; });
+        [&] { s.str() += g_snap.moduleVars; }, [&] { s.str() += g_snap.globals; },
+        [&] { s.str() += g_snap.params; }, [&] { s.str() += g_snap.stack; });
     clearSnapshot();
     ErrorMessage = QString::fromStdString(s.str());
     return ErrorMessage;
@@ -339,8 +373,7 @@ QString ReportForCurrentException() {
 
 void TrapCurrentException() {
     static bool trapping = false;
-    if (trapping)
-        _exit(kTrappedExitCode + 1);
+    if (trapping) _exit(kTrappedExitCode + 1);
     trapping = true;
     QString report = ReportForCurrentException();
     if (g_handler) {
@@ -361,18 +394,30 @@ using namespace argent::diag;
 
 QString VbErrorText(int Number) {
     switch (Number) {
-    case 5: return QStringLiteral("Invalid procedure call or argument");
-    case 6: return QStringLiteral("Overflow");
-    case 7: return QStringLiteral("Out of memory");
-    case 9: return QStringLiteral("Subscript out of range");
-    case 11: return QStringLiteral("Division by zero");
-    case 13: return QStringLiteral("Type mismatch");
-    case 53: return QStringLiteral("File not found");
-    case 58: return QStringLiteral("File already exists");
-    case 70: return QStringLiteral("Permission denied");
-    case 75: return QStringLiteral("Path/File access error");
-    case 76: return QStringLiteral("Path not found");
-    default: return QStringLiteral("Application-defined or object-defined error");
+    case 5:
+        return QStringLiteral("Invalid procedure call or argument");
+    case 6:
+        return QStringLiteral("Overflow");
+    case 7:
+        return QStringLiteral("Out of memory");
+    case 9:
+        return QStringLiteral("Subscript out of range");
+    case 11:
+        return QStringLiteral("Division by zero");
+    case 13:
+        return QStringLiteral("Type mismatch");
+    case 53:
+        return QStringLiteral("File not found");
+    case 58:
+        return QStringLiteral("File already exists");
+    case 70:
+        return QStringLiteral("Permission denied");
+    case 75:
+        return QStringLiteral("Path/File access error");
+    case 76:
+        return QStringLiteral("Path not found");
+    default:
+        return QStringLiteral("Application-defined or object-defined error");
     }
 }
 
@@ -384,15 +429,16 @@ void RaiseError(int Number, const QString& Description, std::source_location Loc
                   static_cast<int>(Loc.line()));
 }
 
-QString BuildErrorReport(int ErrNumber, const QString& ModName, const QString& BlockName, const QString& Description,
-                         int LineNumber, const QString& LocalVars, const QString& ModuleVars, const QString& Params) {
+QString BuildErrorReport(int ErrNumber, const QString& ModName, const QString& BlockName,
+                         const QString& Description, int LineNumber, const QString& LocalVars,
+                         const QString& ModuleVars, const QString& Params) {
     StringSink s;
     QByteArray mod = ModName.toUtf8(), blk = BlockName.toUtf8(), desc = Description.toUtf8();
     writeReport(
-        s, ErrNumber, mod.constData(), static_cast<std::size_t>(mod.size()), blk.constData(), desc.constData(),
-        static_cast<std::size_t>(desc.size()), LineNumber, [&] { putQString(s, LocalVars, false); },
-        [&] { putQString(s, ModuleVars, false); }, [&] { writeGlobals(s); }, [&] { putQString(s, Params, false); },
-        [&] { writeStack(s); });
+        s, ErrNumber, mod.constData(), static_cast<std::size_t>(mod.size()), blk.constData(),
+        desc.constData(), static_cast<std::size_t>(desc.size()), LineNumber,
+        [&] { putQString(s, LocalVars, false); }, [&] { putQString(s, ModuleVars, false); },
+        [&] { writeGlobals(s); }, [&] { putQString(s, Params, false); }, [&] { writeStack(s); });
     ErrorMessage = QString::fromStdString(s.str());
     return ErrorMessage;
 }
@@ -402,18 +448,19 @@ QString ExceptionName(unsigned int ExceptionCode) {
     return QString::fromLatin1(exceptionNameC(ExceptionCode, buf));
 }
 
-int ExceptionErrorNumber(unsigned int ExceptionCode) { return static_cast<int>((ExceptionCode & 0x8EFu) | 10000u); }
+int ExceptionErrorNumber(unsigned int ExceptionCode) {
+    return static_cast<int>((ExceptionCode & 0x8EFu) | 10000u);
+}
 
 void InstallErrorTrap() {
-    if (vbcsHasInitialised)
-        return;
+    if (vbcsHasInitialised) return;
     SetErrorReportPath(DbgFileFolder() + QStringLiteral("ErrorReport.txt"));
 
     stack_t ss{};
     ss.ss_sp = g_altStack;
     ss.ss_size = sizeof g_altStack;
     sigaltstack(&ss, nullptr);
-    struct sigaction sa{};
+    struct sigaction sa {};
     sa.sa_sigaction = crashHandler;
     sa.sa_flags = SA_SIGINFO | SA_ONSTACK;
     sigemptyset(&sa.sa_mask);

@@ -64,8 +64,9 @@ extern QString vbcsComponentID;
 // Installs the crash signal handlers once per process.
 void InstallErrorTrap();
 
-QString BuildErrorReport(int ErrNumber, const QString& ModName, const QString& BlockName, const QString& Description,
-                         int LineNumber, const QString& LocalVars, const QString& ModuleVars, const QString& Params);
+QString BuildErrorReport(int ErrNumber, const QString& ModName, const QString& BlockName,
+                         const QString& Description, int LineNumber, const QString& LocalVars,
+                         const QString& ModuleVars, const QString& Params);
 QString ExceptionName(unsigned int ExceptionCode);
 // (code AND 0x8EF) OR 10000: the error number a processor exception becomes.
 int ExceptionErrorNumber(unsigned int ExceptionCode);
@@ -76,6 +77,12 @@ namespace argent::diag {
 // handled (from the snapshot taken when it was raised), hands it to the report handler
 // and ends the program. Never returns.
 [[noreturn]] void TrapCurrentException();
+// The report for the exception being handled (call inside a catch block); also stored
+// in ErrorMessage. TrapCurrentException is this plus showing it and ending.
+QString ReportForCurrentException();
+// Called by the crash handler after the report is written, before the process ends
+// (must be async-signal-safe).
+void SetCrashContinuation(void (*fn)(const char* reportPath));
 
 // Runs fn; any exception that escapes is trapped as above.
 template <class F> void trapped(F&& fn) {

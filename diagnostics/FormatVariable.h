@@ -41,7 +41,8 @@ struct VbObject {
 };
 
 struct VbValue {
-    std::variant<VbEmpty, VbNull, long long, double, bool, QString, VbUdt, std::shared_ptr<VbArray>, VbObject> v;
+    std::variant<VbEmpty, VbNull, long long, double, bool, QString, VbUdt, std::shared_ptr<VbArray>, VbObject>
+        v;
     VbValue() = default;
     VbValue(int x) : v(static_cast<long long>(x)) {}
     VbValue(long long x) : v(x) {}
@@ -88,6 +89,8 @@ template <class Sink, class Content> void element(Sink& s, const char* name, int
     closeTag(s, name, n);
 }
 
-template <class Sink> void putBool(Sink& s, bool b) { put(s, b ? "True" : "False"); }
+template <class Sink> void putBool(Sink& s, bool b) {
+    put(s, b ? "True" : "False");
+}
 
 } // namespace argent::diag

@@ -21,8 +21,7 @@ void add(VarRef v) {
             return;
         }
     }
-    if (g_varCount < kMaxVars)
-        g_vars[g_varCount++] = v;
+    if (g_varCount < kMaxVars) g_vars[g_varCount++] = v;
 }
 
 VarRef make(const char* module, const char* name, VarRef::Kind k, const void* p) {
@@ -94,15 +93,33 @@ template <class Sink> void writeVar(Sink& s, const VarRef& v) {
 }
 } // namespace
 
-void registerVar(const VarRef& v) { add(v); }
-void registerGlobal(const char* name, const int* p) { add(make(nullptr, name, VarRef::Int, p)); }
-void registerGlobal(const char* name, const long long* p) { add(make(nullptr, name, VarRef::LongLong, p)); }
-void registerGlobal(const char* name, const double* p) { add(make(nullptr, name, VarRef::Double, p)); }
-void registerGlobal(const char* name, const bool* p) { add(make(nullptr, name, VarRef::Bool, p)); }
-void registerGlobal(const char* name, const QString* p) { add(make(nullptr, name, VarRef::Str, p)); }
-void registerGlobal(const char* name, const StrMass* p) { add(make(nullptr, name, VarRef::Mass, p)); }
-void registerGlobalBytes(const char* name, const QByteArray* p) { add(make(nullptr, name, VarRef::Bytes, p)); }
-void registerGlobalHidden(const char* name) { add(make(nullptr, name, VarRef::Hidden, nullptr)); }
+void registerVar(const VarRef& v) {
+    add(v);
+}
+void registerGlobal(const char* name, const int* p) {
+    add(make(nullptr, name, VarRef::Int, p));
+}
+void registerGlobal(const char* name, const long long* p) {
+    add(make(nullptr, name, VarRef::LongLong, p));
+}
+void registerGlobal(const char* name, const double* p) {
+    add(make(nullptr, name, VarRef::Double, p));
+}
+void registerGlobal(const char* name, const bool* p) {
+    add(make(nullptr, name, VarRef::Bool, p));
+}
+void registerGlobal(const char* name, const QString* p) {
+    add(make(nullptr, name, VarRef::Str, p));
+}
+void registerGlobal(const char* name, const StrMass* p) {
+    add(make(nullptr, name, VarRef::Mass, p));
+}
+void registerGlobalBytes(const char* name, const QByteArray* p) {
+    add(make(nullptr, name, VarRef::Bytes, p));
+}
+void registerGlobalHidden(const char* name) {
+    add(make(nullptr, name, VarRef::Hidden, nullptr));
+}
 void registerGlobalFixed(const char* name, const char* content) {
     VarRef v = make(nullptr, name, VarRef::Fixed, nullptr);
     v.fixed = content;
@@ -117,24 +134,23 @@ void registerModuleVar(const char* module, const char* name, const int* p) {
 void registerModuleVar(const char* module, const char* name, const bool* p) {
     add(make(module, name, VarRef::Bool, p));
 }
-void registerModuleHidden(const char* module, const char* name) { add(make(module, name, VarRef::Hidden, nullptr)); }
+void registerModuleHidden(const char* module, const char* name) {
+    add(make(module, name, VarRef::Hidden, nullptr));
+}
 
 template <class Sink> void writeGlobals(Sink& s) {
     for (int i = 0; i < g_varCount; ++i)
-        if (!g_vars[i].module)
-            writeVar(s, g_vars[i]);
+        if (!g_vars[i].module) writeVar(s, g_vars[i]);
 }
 
 template <class Sink> void writeModuleVars(Sink& s, const char* module, std::size_t moduleLen) {
     for (int i = 0; i < g_varCount; ++i) {
         const char* m = g_vars[i].module;
-        if (!m || cLen(m) != moduleLen)
-            continue;
+        if (!m || cLen(m) != moduleLen) continue;
         bool same = true;
         for (std::size_t k = 0; k < moduleLen && same; ++k)
             same = m[k] == module[k];
-        if (same)
-            writeVar(s, g_vars[i]);
+        if (same) writeVar(s, g_vars[i]);
     }
 }
 

@@ -21,8 +21,8 @@ struct VarRef {
     const char* name = nullptr;
     Kind kind = Fixed;
     const void* ptr = nullptr;
-    const char* fixed = nullptr;  // Fixed: the content text, e.g. "{POINTAPI}"
-    int byteLBound = 0;           // Bytes: index of the first element
+    const char* fixed = nullptr; // Fixed: the content text, e.g. "{POINTAPI}"
+    int byteLBound = 0;          // Bytes: index of the first element
 };
 
 void registerVar(const VarRef& v);

@@ -7,19 +7,17 @@
 
 namespace argent::diag {
 
-FrameStack& frameStack() {
+FrameStack* makeFrameStack() {
     static thread_local FrameStack st;
-    return st;
+    t_frameStack = &st;
+    return &st;
 }
 
 void clearFrame(Frame& f) {
-    for (int i = 0; i < f.paramCount; ++i) {
-        TraceValue& v = f.params[i];
-        if (v.kind == TraceValue::Str)
-            v.s = QString();
-        else if (v.kind == TraceValue::Lines)
-            v.lines = QStringList();
-        v.kind = TraceValue::None;
+    if (f.ownsText) {
+        for (int i = 0; i < f.paramCount; ++i)
+            f.params[i].s = QString();
+        f.ownsText = false;
     }
     f.paramCount = 0;
     f.localCount = 0;
@@ -30,27 +28,28 @@ void clearFrame(Frame& f) {
     }
 }
 
-FrameGuard::~FrameGuard() {
+void leaveFrameSlow(int depth) {
     // The innermost frame that an exception leaves keeps the picture of the failure,
     // unless the code that raised it has already taken one.
-    if (std::uncaught_exceptions() > m_uncaught && !snapshotPending())
-        takeSnapshot(false);
+    if (std::uncaught_exceptions() > 0 && !snapshotPending()) takeSnapshot(false);
     FrameStack& st = frameStack();
-    while (st.depth >= m_depth) {
+    while (st.depth >= depth) {
         clearFrame(st.frames[st.depth - 1]);
         --st.depth;
     }
 }
 
 namespace {
-// Name of a parameter as written: HIDDEN(x) is shown as x.
+// Name of a parameter as written: HIDDEN(x) reaches us expanded, shown as x.
 std::string_view paramName(const char* raw) {
     std::string_view n(raw, cLen(raw));
-    constexpr std::string_view pre = "HIDDEN(";
-    if (n.substr(0, pre.size()) == pre && !n.empty() && n.back() == ')')
-        n = n.substr(pre.size(), n.size() - pre.size() - 1);
+    const std::size_t open = n.find('(');
+    if (open != std::string_view::npos && !n.empty() && n.back() == ')')
+        n = n.substr(open + 1, n.size() - open - 2);
     while (!n.empty() && n.front() == ' ')
         n.remove_prefix(1);
+    while (!n.empty() && n.back() == ' ')
+        n.remove_suffix(1);
     return n;
 }
 } // namespace
@@ -77,6 +76,9 @@ template <class Sink> void writeFrameParams(Sink& s, const Frame& f) {
         case TraceValue::Str:
             putQString(s, v.s);
             break;
+        case TraceValue::StrRef:
+            putQString(s, *v.ref);
+            break;
         case TraceValue::Fixed:
             put(s, v.fixed);
             break;
@@ -85,14 +87,14 @@ template <class Sink> void writeFrameParams(Sink& s, const Frame& f) {
             break;
         case TraceValue::Lines:
             put(s, "\r\n");
-            for (qsizetype k = 0; k < v.lines.size(); ++k) {
+            for (qsizetype k = 0; k < v.lines->size(); ++k) {
                 putSpaces(s, 2);
                 put(s, "<");
                 put(s, n.data(), n.size());
                 put(s, " Index=\"");
                 putInt(s, k);
                 put(s, "\">");
-                putQString(s, v.lines[k]);
+                putQString(s, (*v.lines)[k]);
                 closeTag(s, n.data(), n.size());
             }
             break;
@@ -153,12 +155,13 @@ template void writeFrameLocals<StringSink>(StringSink&, const Frame&);
 
 using namespace argent::diag;
 
-int FStackCount() { return frameStack().depth; }
+int FStackCount() {
+    return frameStack().depth;
+}
 
 QString FStackText(int i) {
     FrameStack& st = frameStack();
-    if (i < 1 || i > st.depth)
-        return QString();
+    if (i < 1 || i > st.depth) return QString();
     StringSink s;
     writeFrameText(s, st.frames[i - 1]);
     return QString::fromStdString(s.str());
@@ -177,16 +180,14 @@ void EnterFrame(const QString& ProcName, int Kind, const QString& ParamText) {
 
 void LeaveFrame() {
     FrameStack& st = frameStack();
-    if (st.depth <= 0)
-        return;
+    if (st.depth <= 0) return;
     clearFrame(st.frames[st.depth - 1]);
     --st.depth;
 }
 
 QString GetStackTrace() {
     FrameStack& st = frameStack();
-    if (st.depth == 0)
-        return QStringLiteral("Empty Stack");
+    if (st.depth == 0) return QStringLiteral("Empty Stack");
     StringSink s;
     for (int i = 0; i < st.depth; ++i) {
         writeFrameText(s, st.frames[i]);

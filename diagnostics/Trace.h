@@ -10,8 +10,9 @@
 //
 // TRACE_PROP is the same for property-like accessors (frame kind 2). Wrap a parameter
 // that holds a password or key in HIDDEN(...): its value never reaches a report.
-// Parameters are captured by value (strings share their data, so this is a reference
-// count); their text is built only when a report or stack trace is asked for.
+// Scalars are copied at entry; strings and lists are referred to, not copied (they live
+// as long as the call does), so a report shows them as they are when it is built.
+// No text is built until a report or stack trace is asked for.
 
 #include "diagnostics/TraceSink.h"
 
@@ -29,20 +30,23 @@ namespace argent::diag {
 
 // One captured value: a scalar, a string, or a fixed content text.
 struct TraceValue {
-    enum Kind : std::uint8_t { None, Int, Double, Bool, Str, Fixed, Hidden, Lines };
+    enum Kind : std::uint8_t { None, Int, Double, Bool, Str, StrRef, Fixed, Hidden, Lines };
     Kind kind = None;
     union {
         long long i;
         double d;
         const char* fixed;
+        const QString* ref;       // StrRef
+        const QStringList* lines; // Lines (formatted as a one-dimensional array from 0)
     };
-    QString s;           // Str
-    QStringList lines;   // Lines (formatted as a one-dimensional array from 0)
+    QString s; // Str: text converted from another string type
     TraceValue() : i(0) {}
 };
 
 struct HiddenArg {};
-template <class T> HiddenArg hideValue(const T&) { return {}; }
+template <class T> HiddenArg hideValue(const T&) {
+    return {};
+}
 
 template <class T> void captureValue(TraceValue& v, const T& x) {
     using U = std::decay_t<T>;
@@ -59,11 +63,11 @@ template <class T> void captureValue(TraceValue& v, const T& x) {
         v.kind = TraceValue::Double;
         v.d = static_cast<double>(x);
     } else if constexpr (std::is_same_v<U, QString>) {
-        v.kind = TraceValue::Str;
-        v.s = x;
+        v.kind = TraceValue::StrRef;
+        v.ref = &x;
     } else if constexpr (std::is_same_v<U, QStringList>) {
         v.kind = TraceValue::Lines;
-        v.lines = x;
+        v.lines = &x;
     } else if constexpr (std::is_same_v<U, QByteArray>) {
         v.kind = TraceValue::Str;
         v.s = QString::fromUtf8(x);
@@ -91,16 +95,17 @@ struct TraceLocal {
 };
 
 struct Frame {
-    const char* name = nullptr;   // "module.procedure"; static text
-    int kind = 1;                 // 1 procedure, 2 property
+    const char* name = nullptr; // "module.procedure"; static text
+    int kind = 1;               // 1 procedure, 2 property
     int paramCount = 0;
     int localCount = 0;
     std::array<const char*, kMaxTraceParams> paramNames{};
     std::array<TraceValue, kMaxTraceParams> params;
     std::array<TraceLocal, kMaxTraceLocals> locals{};
-    QString dynName;   // name and parameter text of frames pushed with EnterFrame
+    QString dynName; // name and parameter text of frames pushed with EnterFrame
     QString preText;
     bool dynamic = false;
+    bool ownsText = false; // holds converted strings that must be released on exit
 };
 
 // The frames of the current thread; index 0 is the outermost call.
@@ -109,21 +114,27 @@ struct FrameStack {
     int depth = 0;
     FrameStack() { frames.resize(256); }
     Frame& push() {
-        if (depth == static_cast<int>(frames.size()))
-            frames.resize(frames.size() * 2);
+        if (depth == static_cast<int>(frames.size())) frames.resize(frames.size() * 2);
         return frames[depth++];
     }
 };
 
-FrameStack& frameStack();
+FrameStack* makeFrameStack();
+inline thread_local FrameStack* t_frameStack = nullptr;
+inline FrameStack& frameStack() {
+    FrameStack* st = t_frameStack;
+    return st ? *st : *makeFrameStack();
+}
 
 void clearFrame(Frame& f);
+// Exit of a frame while an exception unwinds, or of a frame that owns text.
+void leaveFrameSlow(int depth);
 
 // The scope guard behind TRACE_PROC / TRACE_PROP.
 class FrameGuard {
 public:
-    template <class... Args> FrameGuard(const char* name, int kind, [[maybe_unused]] const char* const* names,
-                                        const Args&... args) {
+    template <class... Args>
+    FrameGuard(const char* name, int kind, [[maybe_unused]] const char* const* names, const Args&... args) {
         FrameStack& st = frameStack();
         Frame& f = st.push();
         f.name = name;
@@ -132,17 +143,21 @@ public:
         f.localCount = 0;
         (capture(f, names, args), ...);
         m_depth = st.depth;
-        m_uncaught = std::uncaught_exceptions();
     }
-    ~FrameGuard();
+    ~FrameGuard() {
+        FrameStack& st = *t_frameStack;
+        if (st.depth == m_depth && !st.frames[m_depth - 1].ownsText && std::uncaught_exceptions() == 0)
+            st.depth = m_depth - 1;
+        else
+            leaveFrameSlow(m_depth);
+    }
     FrameGuard(const FrameGuard&) = delete;
     FrameGuard& operator=(const FrameGuard&) = delete;
 
     // Registers a local variable so that a report can show its value at the failure.
     template <class T> void local(const char* name, const T& var) {
         Frame& f = frameStack().frames[m_depth - 1];
-        if (f.localCount >= kMaxTraceLocals)
-            return;
+        if (f.localCount >= kMaxTraceLocals) return;
         TraceLocal& l = f.locals[f.localCount++];
         l.name = name;
         l.ptr = &var;
@@ -163,14 +178,14 @@ public:
 
 private:
     template <class T> void capture(Frame& f, const char* const* names, const T& x) {
-        if (f.paramCount >= kMaxTraceParams)
-            return;
+        if (f.paramCount >= kMaxTraceParams) return;
         f.paramNames[f.paramCount] = names[f.paramCount];
-        captureValue(f.params[f.paramCount], x);
+        TraceValue& v = f.params[f.paramCount];
+        captureValue(v, x);
+        if (v.kind == TraceValue::Str) f.ownsText = true;
         ++f.paramCount;
     }
     int m_depth;
-    int m_uncaught;
 };
 
 // Frame text as the stack trace shows it: "Name: m.p, Type: 1, Parameters: ...;-->"
@@ -206,8 +221,8 @@ QString GetStackTrace();
 #define ARGENT_TR_S8(a, ...) #a, ARGENT_TR_S7(__VA_ARGS__)
 #define ARGENT_TR_NAMES(...) ARGENT_TR_CAT(ARGENT_TR_S, ARGENT_TR_N(__VA_ARGS__))(__VA_ARGS__)
 
-#define ARGENT_TRACE_(kind, name, ...)                                                                 \
-    static constexpr const char* argentTraceNames_[] = {"" __VA_OPT__(, ARGENT_TR_NAMES(__VA_ARGS__))}; \
+#define ARGENT_TRACE_(kind, name, ...)                                                                       \
+    static constexpr const char* argentTraceNames_[] = {"" __VA_OPT__(, ARGENT_TR_NAMES(__VA_ARGS__))};      \
     ::argent::diag::FrameGuard argentFrame_(name, kind, argentTraceNames_ + 1 __VA_OPT__(, __VA_ARGS__))
 
 #define TRACE_PROC(name, ...) ARGENT_TRACE_(1, name __VA_OPT__(, __VA_ARGS__))

@@ -47,8 +47,12 @@ inline std::size_t cLen(const char* s) {
     return n;
 }
 
-template <class Sink> void put(Sink& s, const char* text) { s.append(text, cLen(text)); }
-template <class Sink> void put(Sink& s, const char* text, std::size_t n) { s.append(text, n); }
+template <class Sink> void put(Sink& s, const char* text) {
+    s.append(text, cLen(text));
+}
+template <class Sink> void put(Sink& s, const char* text, std::size_t n) {
+    s.append(text, n);
+}
 
 template <class Sink> void putSpaces(Sink& s, int n) {
     for (int i = 0; i < n; ++i)
@@ -58,13 +62,13 @@ template <class Sink> void putSpaces(Sink& s, int n) {
 template <class Sink> void putInt(Sink& s, long long v) {
     char tmp[24];
     int n = 0;
-    unsigned long long u = v < 0 ? 0ULL - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v);
+    unsigned long long u =
+        v < 0 ? 0ULL - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v);
     do {
         tmp[n++] = static_cast<char>('0' + u % 10);
         u /= 10;
     } while (u);
-    if (v < 0)
-        tmp[n++] = '-';
+    if (v < 0) tmp[n++] = '-';
     char out[24];
     for (int i = 0; i < n; ++i)
         out[i] = tmp[n - 1 - i];

@@ -24,9 +24,15 @@
 #include <QUrl>
 
 namespace {
-QString boolText(bool b) { return b ? QStringLiteral("True") : QStringLiteral("False"); }
-int twipsToPx(const QString& v) { return CLng(v) / kTwipsPerPixel; }
-QString pxToTwips(int px) { return QString::number(px * kTwipsPerPixel); }
+QString boolText(bool b) {
+    return b ? QStringLiteral("True") : QStringLiteral("False");
+}
+int twipsToPx(const QString& v) {
+    return CLng(v) / kTwipsPerPixel;
+}
+QString pxToTwips(int px) {
+    return QString::number(px * kTwipsPerPixel);
+}
 } // namespace
 
 frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
@@ -234,8 +240,7 @@ void frmMain::ApplyOnTop(bool OnTop) {
     const bool wasVisible = isVisible();
     setWindowFlag(Qt::WindowStaysOnTopHint, OnTop);
     // Changing a window flag hides the window; show it again where it was.
-    if (wasVisible)
-        show();
+    if (wasVisible) show();
 }
 
 void frmMain::DoConfig() {
@@ -294,8 +299,7 @@ void frmMain::Form_Load() {
 
 void frmMain::mnuFileExit_Click() {
     TRACE_PROC("frmMain.mnuFileExit_Click");
-    if (MsgBox(Texts(1), vbYesNo | vbQuestion) == vbNo)
-        return;
+    if (MsgBox(Texts(1), vbYesNo | vbQuestion) == vbNo) return;
     CloseConfirmed = true;
     close();
 }
@@ -356,7 +360,6 @@ void frmMain::closeEvent(QCloseEvent* e) {
 
 void frmMain::Form_Unload() {
     TRACE_PROC("frmMain.Form_Unload");
-    if (!isMinimized())
-        SaveGUIConf();
+    if (!isMinimized()) SaveGUIConf();
     SaveConfig(ProgCfgPath);
 }

@@ -48,7 +48,8 @@ public:
     QAction *mnuContextTrvAddFolder, *mnuContextTrvAddRec, *mnuContextTrvDelFolder, *mnuContextTrvDelRec,
         *mnuContextTrvEdit, *mnuContextTrvRename;
     QAction *mnuContextValCopyDesc, *mnuContextValCopyLog, *mnuContextValCopyPasw, *mnuContextValCopyTit;
-    QAction *mnuTraySelectUser, *mnuTrayExit, *mnuTrayGenPasw, *mnuTraySaveDB, *mnuTrayShow, *mnuTrayUnloadUser;
+    QAction *mnuTraySelectUser, *mnuTrayExit, *mnuTrayGenPasw, *mnuTraySaveDB, *mnuTrayShow,
+        *mnuTrayUnloadUser;
     // Tool bar keys, in the order of the bar.
     QAction *btnSelectUser, *btnAddUser, *btnDelUser, *btnAddFolder, *btnDelFolder, *btnAddRec, *btnDelRec,
         *btnRename, *btnFind;

@@ -9,8 +9,11 @@
 #include <QFile>
 #include <QProcessEnvironment>
 
+#include <sys/stat.h>
+
 namespace {
-const char* const kVars[5] = {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR", "XDG_CACHE_HOME"};
+const char* const kVars[5] = {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR",
+                              "XDG_CACHE_HOME"};
 
 void copyTree(const QString& from, const QString& to) {
     QDir().mkpath(to);
@@ -68,13 +71,17 @@ QStringList TestEnv::childEnv(const QString& childAction) const {
 
 QByteArray readAllOf(const QString& path) {
     QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
+    if (!f.open(QIODevice::ReadOnly)) return {};
     return f.readAll();
 }
 
 void writeFileText(const QString& path, const QByteArray& bytes) {
     QFile f(path);
-    if (f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        f.write(bytes);
+    if (f.open(QIODevice::WriteOnly | QIODevice::Truncate)) f.write(bytes);
+}
+
+int posixMode(const QString& path) {
+    struct stat st {};
+    if (stat(QFile::encodeName(path).constData(), &st) != 0) return -1;
+    return static_cast<int>(st.st_mode & 07777);
 }

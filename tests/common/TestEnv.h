@@ -26,3 +26,5 @@ private:
 // Reads a whole file (empty when missing).
 QByteArray readAllOf(const QString& path);
 void writeFileText(const QString& path, const QByteArray& bytes);
+// The permission bits of a file or folder (e.g. 0600), -1 when it does not exist.
+int posixMode(const QString& path);

@@ -41,8 +41,7 @@ int main(int argc, char** argv) {
     const QString child = qEnvironmentVariable("ARGENT_TEST_CHILD");
     if (!child.isEmpty()) {
         auto it = children().find(child);
-        if (it == children().end())
-            return 99;
+        if (it == children().end()) return 99;
         return it->second(QCoreApplication::arguments().mid(1));
     }
     int failed = 0;

@@ -1,0 +1,158 @@
+#include "app/MsgBox.h"
+#include "app/ProgConfig.h"
+#include "app/modLang.h"
+#include "app/modMain.h"
+#include "diagnostics/ErrorTrap.h"
+#include "mainwindow/frmMain.h"
+#include "tests/common/TestEnv.h"
+#include "tests/common/TestMain.h"
+
+#include <QAction>
+#include <QMenu>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QTest>
+#include <QToolBar>
+
+namespace {
+// Answers message boxes from a script and remembers what they said.
+struct ScriptedBoxes {
+    QList<int> answers;
+    QStringList asked;
+    MsgBoxHandler previous;
+    ScriptedBoxes() {
+        previous = SetMsgBoxHandler([this](const QString& p, int, const QString&) {
+            asked << p;
+            return answers.isEmpty() ? int(vbOK) : answers.takeFirst();
+        });
+    }
+    ~ScriptedBoxes() { SetMsgBoxHandler(previous); }
+};
+
+void startWith(const TestEnv& env, const QString& language) {
+    ChooseConfiguration();
+    ProgConfig[14] = language;
+    LoadLang(env.progDir() + "/Languages/" + language + ".lng");
+}
+} // namespace
+
+class FrmMainTest : public QObject {
+    Q_OBJECT
+private slots:
+    void everyCaptionComesFromTheLanguage_data() {
+        QTest::addColumn<QString>("language");
+        QTest::newRow("English") << "English";
+        QTest::newRow("Russian") << "Russian";
+    }
+    void everyCaptionComesFromTheLanguage() {
+        QFETCH(QString, language);
+        TestEnv env;
+        startWith(env, language);
+        frmMain w;
+        w.Form_Load();
+        QCOMPARE(w.mnufile->title(), Texts(26));
+        QCOMPARE(w.mnuFileBackup->text(), Texts(142));
+        QCOMPARE(w.btnRename->toolTip(), Texts(54));
+        QCOMPARE(w.windowTitle(), Texts(158));
+        int actions = 0;
+        for (QAction* a : w.findChildren<QAction*>()) {
+            if (a->isSeparator() || a->objectName().isEmpty()) continue;
+            ++actions;
+            QVERIFY2(!a->text().isEmpty() && !a->text().contains("#Error"), qPrintable(a->objectName()));
+        }
+        QVERIFY(actions >= 44);
+        for (QMenu* m : w.findChildren<QMenu*>())
+            QVERIFY(!m->title().contains("#Error"));
+        QVERIFY(!readAllOf(env.progDir() + "/DbgFile.dat").contains("Error #0001"));
+    }
+
+    void geometryRoundTripAndStartLog() {
+        TestEnv env;
+        startWith(env, "English");
+        ProgConfig[16] = "9000";
+        ProgConfig[17] = "6000";
+        ProgConfig[18] = "1500";
+        ProgConfig[19] = "750";
+        ProgConfig[20] = "3000";
+        ProgConfig[1] = "False";
+        frmMain w;
+        w.Form_Load();
+        QCOMPARE(w.width(), 600);
+        QCOMPARE(w.height(), 400);
+        QCOMPARE(w.splMain->sizes().value(0), 200);
+        QVERIFY(!w.tlbToolbar->isVisible());
+        QVERIFY(!w.mnuViewToolBar->isChecked());
+        QVERIFY(w.mnuViewStatusbar->isChecked());
+        w.resize(700, 450);
+        w.SaveGUIConf();
+        QCOMPARE(ProgConfig[16], QStringLiteral("10500"));
+        QCOMPARE(ProgConfig[17], QStringLiteral("6750"));
+        const QByteArray log = readAllOf(env.progDir() + "/DbgFile.dat");
+        int at = 0;
+        for (int i = 1; i <= 6; ++i) {
+            at = log.indexOf("TESTPOINT " + QByteArray::number(i), at);
+            QVERIFY(at > 0);
+        }
+        // A geometry entry that is no number ends in the error trap.
+        ProgConfig[16] = "wide";
+        QVERIFY_THROWS_EXCEPTION(VbError, w.DoConfig());
+    }
+
+    void viewTogglesAreSavedAtOnce() {
+        TestEnv env;
+        startWith(env, "English");
+        frmMain w;
+        w.Form_Load();
+        w.mnuViewStatusbar->trigger();
+        w.mnuViewOnTop->trigger();
+        StrMass saved;
+        LoadConfig(ProgCfgPath, saved);
+        QCOMPARE(saved[2], QStringLiteral("False"));
+        QCOMPARE(saved[6], QStringLiteral("True"));
+        QVERIFY(w.windowFlags() & Qt::WindowStaysOnTopHint);
+        QVERIFY(w.isVisible());
+    }
+
+    void closingAsksOnceAndSaves() {
+        TestEnv env;
+        startWith(env, "English");
+        ScriptedBoxes boxes;
+        frmMain w;
+        w.Form_Load();
+        boxes.answers = {vbNo};
+        QVERIFY(!w.close());
+        QVERIFY(w.isVisible());
+        QCOMPARE(boxes.asked, QStringList{Texts(1)});
+        QVERIFY(!QFile::exists(ProgCfgPath));
+
+        w.resize(640, 480);
+        boxes.answers = {vbYes};
+        QVERIFY(w.close());
+        QCOMPARE(boxes.asked.size(), 2);
+        StrMass saved;
+        QCOMPARE(LoadConfig(ProgCfgPath, saved), 0);
+        QCOMPARE(saved[16], QStringLiteral("9600"));
+        QCOMPARE(saved[17], QStringLiteral("7200"));
+    }
+
+    void trayModeCloseHidesWithoutAsking() {
+        TestEnv env;
+        startWith(env, "English");
+        ProgConfig[12] = "1";
+        ScriptedBoxes boxes;
+        frmMain w;
+        w.Form_Load();
+        QVERIFY(!w.close());
+        QVERIFY(!w.isVisible());
+        QVERIFY(boxes.asked.isEmpty());
+        QVERIFY(!QFile::exists(ProgCfgPath));
+        // Exit asks, and then ends without a second question.
+        boxes.answers = {vbYes};
+        w.mnuFileExit->trigger();
+        QCOMPARE(boxes.asked.size(), 1);
+        QVERIFY(QFile::exists(ProgCfgPath));
+    }
+};
+
+ARGENT_TEST(FrmMainTest)
+#include "tst_frmmain.moc"
