@@ -158,3 +158,9 @@ QString CStr(double Value) {
 QString CStr(int Value) {
     return QString::number(Value);
 }
+
+double VbDiv(double Dividend, double Divisor) {
+    TRACE_PROC("modConv.VbDiv", Dividend, Divisor);
+    if (Divisor == 0.0) RaiseError(vbErrDivByZero);
+    return Dividend / Divisor;
+}

@@ -23,3 +23,6 @@ QString CStr(double Value);
 QString CStr(int Value);
 // Rounds half to even, as the integer conversions do.
 double RoundHalfEven(double Value);
+// Floating-point division that, like every division in the program's run-time, treats a
+// zero divisor as error 11 "Division by zero" instead of producing an infinity.
+double VbDiv(double Dividend, double Divisor);

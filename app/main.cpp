@@ -3,6 +3,7 @@
 #include "app/guiApplication.h"
 #include "app/modMain.h"
 #include "diagnostics/ErrorTrap.h"
+#include "diagnostics/frmError.h"
 #include "mainwindow/frmMain.h"
 
 #include <sys/prctl.h>
@@ -11,6 +12,11 @@ int main(int argc, char** argv) {
     // No core dumps and no debugger attaching to a process that holds passwords.
     prctl(PR_SET_DUMPABLE, 0);
     ArgentApplication app(argc, argv);
+    InstallGuiErrorTrap();
+    // After a crash the program comes back in this mode to show the report.
+    const QStringList args = QCoreApplication::arguments();
+    if (args.size() >= 3 && args[1] == QLatin1String("--error-report")) return RunReportOnlyMode(args[2]);
+
     frmMain* main = nullptr;
     bool started = false;
     argent::diag::trapped([&] {

@@ -7,6 +7,7 @@
 #include "app/modMain.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
+#include "diagnostics/frmAbout.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -151,6 +152,7 @@ void frmMain::BuildMenus() {
     connect(mnuViewToolBar, &QAction::triggered, this, &frmMain::mnuViewToolBar_Click);
     connect(mnuToolsClearClip, &QAction::triggered, this, &frmMain::mnuToolsClearClip_Click);
     connect(mnuHelpContents, &QAction::triggered, this, &frmMain::mnuHelpContents_Click);
+    connect(mnuHelpAbout, &QAction::triggered, this, &frmMain::mnuHelpAbout_Click);
 }
 
 void frmMain::BuildToolbar() {
@@ -337,6 +339,12 @@ void frmMain::mnuHelpContents_Click() {
     TRACE_PROC("frmMain.mnuHelpContents_Click");
     if (!QDesktopServices::openUrl(QUrl::fromLocalFile(Pt(AppPath()) + QStringLiteral("readme.txt"))))
         MsgBox(Texts(166), vbExclamation);
+}
+
+void frmMain::mnuHelpAbout_Click() {
+    TRACE_PROC("frmMain.mnuHelpAbout_Click");
+    frmAbout about(this);
+    about.exec();
 }
 
 void frmMain::closeEvent(QCloseEvent* e) {

@@ -64,6 +64,7 @@ public slots:
     void mnuViewToolBar_Click();
     void mnuToolsClearClip_Click();
     void mnuHelpContents_Click();
+    void mnuHelpAbout_Click();
 
 protected:
     void closeEvent(QCloseEvent* e) override;

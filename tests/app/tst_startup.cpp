@@ -14,7 +14,8 @@
 namespace {
 
 // Start-up in a child process; message boxes are printed to standard output.
-int childMain(const QStringList&) {
+int childMain(int& argc, char** argv) {
+    QCoreApplication app(argc, argv);
     SetAppPath(qEnvironmentVariable("ARGENT_TEST_PROGDIR"));
     SetMsgBoxHandler([](const QString& prompt, int style, const QString&) {
         std::printf("MSGBOX %d %s\n", style, prompt.toUtf8().constData());

@@ -33,17 +33,17 @@ int registerChild(const char* name, ChildAction f) {
 }
 
 int main(int argc, char** argv) {
+    const QString child = qEnvironmentVariable("ARGENT_TEST_CHILD");
+    if (!child.isEmpty()) {
+        auto it = children().find(child);
+        if (it == children().end()) return 99;
+        return it->second(argc, argv);
+    }
 #ifdef ARGENT_TEST_GUI
     QApplication app(argc, argv);
 #else
     QCoreApplication app(argc, argv);
 #endif
-    const QString child = qEnvironmentVariable("ARGENT_TEST_CHILD");
-    if (!child.isEmpty()) {
-        auto it = children().find(child);
-        if (it == children().end()) return 99;
-        return it->second(QCoreApplication::arguments().mid(1));
-    }
     int failed = 0;
     for (auto& [name, make] : tests()) {
         std::unique_ptr<QObject> t(make());

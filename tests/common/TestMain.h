@@ -9,7 +9,8 @@
 #include <QStringList>
 
 using TestFactory = QObject* (*)();
-using ChildAction = int (*)(const QStringList& args);
+// A child action creates its own application object from argc/argv.
+using ChildAction = int (*)(int& argc, char** argv);
 
 int registerTest(const char* name, TestFactory f);
 int registerChild(const char* name, ChildAction f);

@@ -35,20 +35,23 @@ void prepareChild() {
     return a / pDivisor;
 }
 
-int childSegv(const QStringList&) {
+int childSegv(int& argc, char** argv) {
+    QCoreApplication app(argc, argv);
     prepareChild();
     TRACE_PROC("modCrash.Main");
     return crashSegv(7, QStringLiteral("segv"));
 }
 
-int childFpe(const QStringList&) {
+int childFpe(int& argc, char** argv) {
+    QCoreApplication app(argc, argv);
     prepareChild();
     TRACE_PROC("modCrash.Main");
     volatile int zero = 0;
     return crashDiv(zero);
 }
 
-int childRaise(const QStringList&) {
+int childRaise(int& argc, char** argv) {
+    QCoreApplication app(argc, argv);
     prepareChild();
     argent::diag::trapped([] {
         TRACE_PROC("modCrash.Main");
