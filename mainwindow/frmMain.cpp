@@ -18,7 +18,6 @@
 #include <QScreen>
 #include <QSplitter>
 #include <QStatusBar>
-#include <QStyle>
 #include <QTextEdit>
 #include <QToolBar>
 #include <QTreeWidget>
@@ -38,6 +37,8 @@ QString pxToTwips(int px) {
 
 frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
     TRACE_PROC("frmMain.Form_Initialize");
+    // The icons live in a static library, whose resources must be registered by hand.
+    Q_INIT_RESOURCE(icons);
     setObjectName(QStringLiteral("frmMain"));
     trvDatabase = new QTreeWidget;
     trvDatabase->setObjectName(QStringLiteral("trvDatabase"));
@@ -161,23 +162,24 @@ void frmMain::BuildToolbar() {
     tlbToolbar->setObjectName(QStringLiteral("tlbToolbar"));
     tlbToolbar->setMovable(false);
     tlbToolbar->setToolButtonStyle(Qt::ToolButtonIconOnly);
-    QStyle* st = style();
-    auto button = [this](const char* key, const QIcon& icon) {
-        QAction* a = tlbToolbar->addAction(icon, QString());
+    tlbToolbar->setIconSize(QSize(24, 24));
+    auto button = [this](const char* key, const char* icon) {
+        QAction* a =
+            tlbToolbar->addAction(QIcon(QStringLiteral(":/icons/") + QLatin1String(icon)), QString());
         a->setObjectName(QString::fromLatin1(key));
         return a;
     };
-    btnSelectUser = button("btnSelectUser", st->standardIcon(QStyle::SP_DirHomeIcon));
-    btnAddUser = button("btnAddUser", st->standardIcon(QStyle::SP_FileDialogNewFolder));
-    btnDelUser = button("btnDelUser", st->standardIcon(QStyle::SP_DialogDiscardButton));
+    btnSelectUser = button("btnSelectUser", "tb_select_user.png");
+    btnAddUser = button("btnAddUser", "tb_add_user.png");
+    btnDelUser = button("btnDelUser", "tb_del_user.png");
     tlbToolbar->addSeparator();
-    btnAddFolder = button("btnAddFolder", st->standardIcon(QStyle::SP_DirIcon));
-    btnDelFolder = button("btnDelFolder", st->standardIcon(QStyle::SP_TrashIcon));
-    btnAddRec = button("btnAddRec", st->standardIcon(QStyle::SP_FileIcon));
-    btnDelRec = button("btnDelRec", st->standardIcon(QStyle::SP_DialogCancelButton));
-    btnRename = button("btnRename", st->standardIcon(QStyle::SP_FileDialogDetailedView));
+    btnAddFolder = button("btnAddFolder", "tb_add_folder.png");
+    btnDelFolder = button("btnDelFolder", "tb_del_folder.png");
+    btnAddRec = button("btnAddRec", "tb_add_rec.png");
+    btnDelRec = button("btnDelRec", "tb_del_rec.png");
+    btnRename = button("btnRename", "tb_rename.png");
     tlbToolbar->addSeparator();
-    btnFind = button("btnFind", st->standardIcon(QStyle::SP_FileDialogContentsView));
+    btnFind = button("btnFind", "tb_find.png");
 }
 
 void frmMain::ShowFormLang() {
