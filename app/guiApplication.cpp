@@ -1,6 +1,8 @@
 #include "app/guiApplication.h"
 
 #include "app/MsgBox.h"
+#include "app/ProgConfig.h"
+#include "app/VbConv.h"
 #include "diagnostics/ErrorTrap.h"
 
 #include <QMessageBox>
@@ -59,4 +61,14 @@ int GuiMsgBox(const QString& Prompt, int Style, const QString& Title) {
     default:
         return vbOK;
     }
+}
+
+void ApplyDialogOnTop(QWidget* Dialog) {
+    bool onTop = false;
+    try {
+        onTop = ProgConfig.UBound() >= 6 && CBool(ProgConfig[6]);
+    } catch (const VbError&) {
+        argent::diag::clearSnapshot();
+    }
+    Dialog->setWindowFlag(Qt::WindowStaysOnTopHint, onTop);
 }

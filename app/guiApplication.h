@@ -13,3 +13,7 @@ public:
 
 // Shows a logic-level message box as a QMessageBox; answers with the classic codes.
 int GuiMsgBox(const QString& Prompt, int Style, const QString& Title);
+
+class QWidget;
+// Every dialog calls this when it opens: with settings entry 6 on, it stays on top.
+void ApplyDialogOnTop(QWidget* Dialog);

@@ -2,6 +2,7 @@
 
 #include "Version.h"
 #include "app/VbConv.h"
+#include "app/guiApplication.h"
 #include "app/modLang.h"
 #include "app/modMain.h"
 #include "diagnostics/Trace.h"
@@ -56,6 +57,7 @@ frmAbout::frmAbout(QWidget* parent) : QDialog(parent) {
     connect(cmdTestError, &QPushButton::clicked, this, &frmAbout::cmdTestError_Click);
     connect(cmdTestException, &QPushButton::clicked, this, &frmAbout::cmdTestException_Click);
     ShowFormLang();
+    ApplyDialogOnTop(this);
 }
 
 void frmAbout::ShowFormLang() {

@@ -8,6 +8,10 @@
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
 #include "diagnostics/frmAbout.h"
+#include "options/AutorunManagement.h"
+#include "options/frmOptions.h"
+#include "tray/frmSysTray.h"
+#include "tray/guiModTray.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -63,6 +67,11 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
 
     BuildMenus();
     BuildToolbar();
+
+    SetTrayCreatedHandler([this](frmSysTray* t) {
+        connect(t, &frmSysTray::MenuClick, this, &frmMain::m_frmSysTray_MenuClick);
+        connect(t, &frmSysTray::SysTrayDoubleClick, this, [this](int) { mnuTrayShow_Click(); });
+    });
 
     connect(trvDatabase, &QWidget::customContextMenuRequested, this,
             [this](const QPoint& p) { mnuContextTrv->popup(trvDatabase->viewport()->mapToGlobal(p)); });
@@ -154,6 +163,9 @@ void frmMain::BuildMenus() {
     connect(mnuToolsClearClip, &QAction::triggered, this, &frmMain::mnuToolsClearClip_Click);
     connect(mnuHelpContents, &QAction::triggered, this, &frmMain::mnuHelpContents_Click);
     connect(mnuHelpAbout, &QAction::triggered, this, &frmMain::mnuHelpAbout_Click);
+    connect(mnuToolsOptions, &QAction::triggered, this, &frmMain::mnuToolsOptions_Click);
+    connect(mnuTrayShow, &QAction::triggered, this, &frmMain::mnuTrayShow_Click);
+    connect(mnuTrayExit, &QAction::triggered, this, &frmMain::mnuFileExit_Click);
 }
 
 void frmMain::BuildToolbar() {
@@ -291,6 +303,7 @@ void frmMain::Form_Load() {
     trvDatabase->setRootIsDecorated(true);
     trvDatabase->setIndentation(18);
     DbgPrint(QStringLiteral("TESTPOINT 2"));
+    AutorunManagement(CBool(ProgConfig[3]));
     DoConfig();
     setWindowIcon(QIcon(Pt(AppPath()) + QStringLiteral("mainicon.png")));
     ShowFormLang();
@@ -298,6 +311,7 @@ void frmMain::Form_Load() {
     show();
     DbgPrint(QStringLiteral("TESTPOINT 4"));
     DbgPrint(QStringLiteral("TESTPOINT 5"));
+    if (ProgConfig[12] == QStringLiteral("1")) TrayIconManagement(1);
     DbgPrint(QStringLiteral("TESTPOINT 6"));
 }
 
@@ -349,9 +363,45 @@ void frmMain::mnuHelpAbout_Click() {
     about.exec();
 }
 
+void frmMain::mnuToolsOptions_Click() {
+    TRACE_PROC("frmMain.mnuToolsOptions_Click");
+    frmOptions options(this);
+    options.exec();
+}
+
+void frmMain::mnuTrayShow_Click() {
+    TRACE_PROC("frmMain.mnuTrayShow_Click");
+    if (isMinimized())
+        showNormal();
+    else
+        show();
+    raise();
+    activateWindow();
+}
+
+void frmMain::m_frmSysTray_MenuClick(int lIndex, const QString& sKey) {
+    TRACE_PROC("frmMain.m_frmSysTray_MenuClick", lIndex, sKey);
+    if (sKey == QLatin1String("Show"))
+        mnuTrayShow->trigger();
+    else if (sKey == QLatin1String("GenPassword"))
+        mnuToolsGenerator->trigger();
+    else if (sKey == QLatin1String("SaveDB"))
+        mnuFileSaveDB->trigger();
+    else if (sKey == QLatin1String("SelectUser"))
+        mnuFileSelectUser->trigger();
+    else if (sKey == QLatin1String("UnloadUser"))
+        mnuFileUnloadUser->trigger();
+    else if (sKey == QLatin1String("Exit"))
+        mnuTrayExit->trigger();
+    else
+        MsgBox(QStringLiteral("Clicked item with key ") + sKey);
+}
+
 void frmMain::closeEvent(QCloseEvent* e) {
     TRACE_PROC("frmMain.Form_QueryUnload");
-    if (!CloseConfirmed && ProgConfig[12] != QStringLiteral("1")) {
+    // Tray mode holds only while the icon is there to bring the window back.
+    const bool trayMode = ProgConfig[12] == QStringLiteral("1") && DoUnloadTIcon;
+    if (!CloseConfirmed && !trayMode) {
         if (MsgBox(Texts(1), vbYesNo | vbQuestion) == vbNo) {
             e->ignore();
             return;
@@ -362,6 +412,10 @@ void frmMain::closeEvent(QCloseEvent* e) {
         // Tray mode: the close box hides the window; only Exit ends the program.
         e->ignore();
         hide();
+        if (!m_toldHidden && TrayObject()) {
+            m_toldHidden = true;
+            TrayObject()->ShowBalloonTip(Texts(169), Texts(158));
+        }
         return;
     }
     Form_Unload();
@@ -370,6 +424,7 @@ void frmMain::closeEvent(QCloseEvent* e) {
 
 void frmMain::Form_Unload() {
     TRACE_PROC("frmMain.Form_Unload");
+    if (DoUnloadTIcon) TrayIconManagement(2);
     if (!isMinimized()) SaveGUIConf();
     SaveConfig(ProgCfgPath);
 }

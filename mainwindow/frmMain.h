@@ -65,6 +65,9 @@ public slots:
     void mnuToolsClearClip_Click();
     void mnuHelpContents_Click();
     void mnuHelpAbout_Click();
+    void mnuTrayShow_Click();
+    void mnuToolsOptions_Click();
+    void m_frmSysTray_MenuClick(int lIndex, const QString& sKey);
 
 protected:
     void closeEvent(QCloseEvent* e) override;
@@ -75,4 +78,5 @@ private:
     void ApplyOnTop(bool OnTop);
     // Saving on the way out: geometry, settings (and later the database).
     void Form_Unload();
+    bool m_toldHidden = false;
 };

@@ -6,6 +6,8 @@
 #include "mainwindow/frmMain.h"
 #include "tests/common/TestEnv.h"
 #include "tests/common/TestMain.h"
+#include "tray/frmSysTray.h"
+#include "tray/guiModTray.h"
 
 #include <QAction>
 #include <QMenu>
@@ -139,18 +141,55 @@ private slots:
         TestEnv env;
         startWith(env, "English");
         ProgConfig[12] = "1";
+        SetTrayAvailableOverride(1);
         ScriptedBoxes boxes;
         frmMain w;
         w.Form_Load();
+        QVERIFY(DoUnloadTIcon);
+        QVERIFY(TrayObject());
         QVERIFY(!w.close());
         QVERIFY(!w.isVisible());
         QVERIFY(boxes.asked.isEmpty());
         QVERIFY(!QFile::exists(ProgCfgPath));
-        // Exit asks, and then ends without a second question.
+        // The tray brings it back, and its menu runs the window's commands by key.
+        frmSysTray* tray = TrayObject();
+        QStringList keys;
+        for (int i = 0; i < tray->MenuCount(); ++i)
+            keys << tray->MenuKey(i);
+        QCOMPARE(keys,
+                 QStringList({"Show", "GenPassword", "SaveDB", "SelectUser", "UnloadUser", "", "Exit"}));
+        QCOMPARE(tray->MenuCaption(0), Texts(123));
+        QCOMPARE(tray->DefaultMenuIndex(), 0);
+        tray->Menu()->actions().at(0)->trigger();
+        QVERIFY(w.isVisible());
+        w.m_frmSysTray_MenuClick(9, "Nonsense");
+        QCOMPARE(boxes.asked, QStringList{"Clicked item with key Nonsense"});
+        // Exit asks, and then ends without a second question, removing the icon.
         boxes.answers = {vbYes};
-        w.mnuFileExit->trigger();
-        QCOMPARE(boxes.asked.size(), 1);
+        tray->Menu()->actions().at(6)->trigger();
+        QCOMPARE(boxes.asked.size(), 2);
         QVERIFY(QFile::exists(ProgCfgPath));
+        QVERIFY(!DoUnloadTIcon);
+        QVERIFY(!TrayObject());
+        SetTrayAvailableOverride(-1);
+    }
+
+    void trayModeWithoutATrayKeepsTheWindow() {
+        TestEnv env;
+        startWith(env, "English");
+        ProgConfig[12] = "1";
+        SetTrayAvailableOverride(0);
+        ScriptedBoxes boxes;
+        frmMain w;
+        w.Form_Load();
+        QCOMPARE(boxes.asked, QStringList{Texts(246)});
+        QVERIFY(!DoUnloadTIcon);
+        // The close box asks as without tray mode, instead of hiding the window for good.
+        boxes.answers = {vbNo};
+        QVERIFY(!w.close());
+        QVERIFY(w.isVisible());
+        QCOMPARE(boxes.asked.size(), 2);
+        SetTrayAvailableOverride(-1);
     }
 };
 

@@ -1,0 +1,237 @@
+#include "options/frmOptions.h"
+
+#include "app/MsgBox.h"
+#include "app/ProgConfig.h"
+#include "app/VbConv.h"
+#include "app/guiApplication.h"
+#include "app/modLang.h"
+#include "app/modMain.h"
+#include "diagnostics/Trace.h"
+#include "options/AutorunManagement.h"
+#include "options/guiFolderChooser.h"
+#include "tray/guiModTray.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalBlocker>
+#include <QVBoxLayout>
+
+namespace {
+QString boxValue(const QCheckBox* b) {
+    return b->isChecked() ? QStringLiteral("1") : QStringLiteral("0");
+}
+} // namespace
+
+frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
+    TRACE_PROC("frmOptions.Form_Load");
+    setObjectName(QStringLiteral("frmOptions"));
+    auto named = [](auto* w, const char* name) {
+        w->setObjectName(QString::fromLatin1(name));
+        return w;
+    };
+    chkStartWithWin = named(new QCheckBox, "chkStartWithWin");
+    chkLoadLUser = named(new QCheckBox, "chkLoadLUser");
+    chkTrayMode = named(new QCheckBox, "chkTrayMode");
+    chkPaswProtect = named(new QCheckBox, "chkPaswProtect");
+    chkDBBackup = named(new QCheckBox, "chkDBBackup");
+    txtDBPath = named(new QLineEdit, "txtDBPath");
+    txtDBPath->setReadOnly(true);
+    txtInactMin = named(new QLineEdit, "txtInactMin");
+    txtBackCopies = named(new QLineEdit, "txtBackCopies");
+    for (QLineEdit* e : {txtInactMin, txtBackCopies})
+        e->setMaximumWidth(80);
+    lblDBPathCap = new QLabel;
+    lblInactMinCap = new QLabel;
+    lblBackCopiesCap = new QLabel;
+    lblLangCap = new QLabel;
+    lblLangHint = new QLabel;
+    lblLangHint->setWordWrap(true);
+    lblLangHint->setVisible(false);
+    cboLanguage = named(new QComboBox, "cboLanguage");
+    lblDBPathCap->setBuddy(txtDBPath);
+    lblInactMinCap->setBuddy(txtInactMin);
+    lblBackCopiesCap->setBuddy(txtBackCopies);
+    lblLangCap->setBuddy(cboLanguage);
+    cmdChangeDBPath = named(new QPushButton, "cmdChangeDBPath");
+    cmdOk = named(new QPushButton, "cmdOk");
+    cmdOk->setDefault(true);
+    cmdCancel = named(new QPushButton, "cmdCancel");
+
+    auto* grid = new QGridLayout;
+    int row = 0;
+    grid->addWidget(chkStartWithWin, row++, 0, 1, 3);
+    grid->addWidget(chkLoadLUser, row++, 0, 1, 3);
+    grid->addWidget(chkTrayMode, row++, 0, 1, 3);
+    grid->addWidget(chkPaswProtect, row++, 0, 1, 3);
+    grid->addWidget(lblInactMinCap, row, 1);
+    grid->addWidget(txtInactMin, row++, 2);
+    grid->addWidget(chkDBBackup, row++, 0, 1, 3);
+    grid->addWidget(lblBackCopiesCap, row, 1);
+    grid->addWidget(txtBackCopies, row++, 2);
+    grid->setColumnMinimumWidth(0, 20);
+    grid->setColumnStretch(1, 1);
+    auto* pathRow = new QHBoxLayout;
+    pathRow->addWidget(txtDBPath, 1);
+    pathRow->addWidget(cmdChangeDBPath);
+    auto* langRow = new QHBoxLayout;
+    langRow->addWidget(lblLangCap);
+    langRow->addWidget(cboLanguage, 1);
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    buttons->addWidget(cmdOk);
+    buttons->addWidget(cmdCancel);
+    auto* lay = new QVBoxLayout(this);
+    lay->addLayout(grid);
+    lay->addWidget(lblDBPathCap);
+    lay->addLayout(pathRow);
+    lay->addLayout(langRow);
+    lay->addWidget(lblLangHint);
+    lay->addStretch(1);
+    lay->addLayout(buttons);
+    setMinimumWidth(460);
+
+    connect(chkStartWithWin, &QCheckBox::clicked, this, &frmOptions::chkStartWithWin_Click);
+    connect(chkLoadLUser, &QCheckBox::clicked, this, &frmOptions::chkLoadLUser_Click);
+    connect(chkTrayMode, &QCheckBox::clicked, this, &frmOptions::chkTrayMode_Click);
+    connect(chkPaswProtect, &QCheckBox::clicked, this, &frmOptions::chkPaswProtect_Click);
+    connect(chkDBBackup, &QCheckBox::clicked, this, &frmOptions::chkDBBackup_Click);
+    connect(txtInactMin, &QLineEdit::textEdited, this, &frmOptions::txtInactMin_Change);
+    connect(txtBackCopies, &QLineEdit::textEdited, this, &frmOptions::txtBackCopies_Change);
+    connect(cboLanguage, &QComboBox::activated, this, &frmOptions::cboLanguage_Click);
+    connect(cmdChangeDBPath, &QPushButton::clicked, this, &frmOptions::cmdChangeDBPath_Click);
+    connect(cmdOk, &QPushButton::clicked, this, &frmOptions::cmdOk_Click);
+    connect(cmdCancel, &QPushButton::clicked, this, &frmOptions::cmdCancel_Click);
+    // Escape closes the dialog like Cancel (QDialog's reject).
+
+    DoConfig();
+    ShowFormLang();
+    ApplyDialogOnTop(this);
+}
+
+void frmOptions::DoConfig() {
+    TRACE_PROC("frmOptions.DoConfig");
+    chkStartWithWin->setChecked(CInt(Val(ProgConfig[3])) != 0);
+    chkLoadLUser->setChecked(CInt(Val(ProgConfig[7])) != 0);
+    chkTrayMode->setChecked(CInt(Val(ProgConfig[12])) != 0);
+    txtDBPath->setText(ProgConfig[5]);
+    const auto load = [](QCheckBox* box, QLineEdit* field, const QString& value) {
+        const bool on = CfgSwitchOn(value);
+        box->setChecked(on);
+        field->setEnabled(on);
+        field->setText(CStr(Val(on ? value : value.mid(1))));
+    };
+    load(chkPaswProtect, txtInactMin, ProgConfig[11]);
+    load(chkDBBackup, txtBackCopies, ProgConfig[13]);
+    const QStringList langs = QDir(Pt(AppPath()) + QStringLiteral("Languages"))
+                                  .entryList({QStringLiteral("*.lng")}, QDir::Files, QDir::Name);
+    QSignalBlocker block(cboLanguage);
+    cboLanguage->clear();
+    for (const QString& f : langs)
+        cboLanguage->addItem(f.chopped(4));
+    cboLanguage->setCurrentText(ProgConfig[14]);
+}
+
+void frmOptions::ShowFormLang() {
+    TRACE_PROC("frmOptions.ShowFormLang");
+    chkStartWithWin->setText(Texts(78));
+    chkPaswProtect->setText(Texts(79));
+    chkLoadLUser->setText(Texts(80));
+    chkTrayMode->setText(Texts(81));
+    chkDBBackup->setText(Texts(82));
+    lblDBPathCap->setText(Texts(83));
+    lblInactMinCap->setText(Texts(84));
+    lblBackCopiesCap->setText(Texts(85));
+    cmdChangeDBPath->setText(Texts(86));
+    lblLangCap->setText(Texts(87));
+    cmdOk->setText(Texts(69));
+    cmdCancel->setText(Texts(24));
+    setWindowTitle(Texts(107));
+    cboLanguage->setAccessibleName(Texts(227));
+    lblLangHint->setText(Texts(228));
+}
+
+void frmOptions::chkStartWithWin_Click() {
+    TRACE_PROC("frmOptions.chkStartWithWin_Click");
+    ProgConfig[3] = boxValue(chkStartWithWin);
+    // Takes effect now, whether the dialog ends with OK or Cancel.
+    AutorunManagement(CBool(ProgConfig[3]));
+}
+
+void frmOptions::chkLoadLUser_Click() {
+    TRACE_PROC("frmOptions.chkLoadLUser_Click");
+    ProgConfig[7] = boxValue(chkLoadLUser);
+}
+
+void frmOptions::chkTrayMode_Click() {
+    TRACE_PROC("frmOptions.chkTrayMode_Click");
+    ProgConfig[12] = boxValue(chkTrayMode);
+}
+
+void frmOptions::SwitchWithNumber(QCheckBox* Box, QLineEdit* Field, int Entry) {
+    TRACE_PROC("frmOptions.SwitchWithNumber", Entry);
+    if (!Box->isChecked()) {
+        ProgConfig[Entry] = QStringLiteral("n") + Field->text();
+        Field->setEnabled(false);
+    } else {
+        if (ProgConfig[Entry].startsWith(u'n')) ProgConfig[Entry] = ProgConfig[Entry].mid(1);
+        Field->setText(ProgConfig[Entry]);
+        Field->setEnabled(true);
+    }
+}
+
+void frmOptions::chkPaswProtect_Click() {
+    TRACE_PROC("frmOptions.chkPaswProtect_Click");
+    SwitchWithNumber(chkPaswProtect, txtInactMin, 11);
+}
+
+void frmOptions::chkDBBackup_Click() {
+    TRACE_PROC("frmOptions.chkDBBackup_Click");
+    SwitchWithNumber(chkDBBackup, txtBackCopies, 13);
+}
+
+void frmOptions::txtInactMin_Change() {
+    TRACE_PROC("frmOptions.txtInactMin_Change");
+    ProgConfig[11] = txtInactMin->text();
+}
+
+void frmOptions::txtBackCopies_Change() {
+    TRACE_PROC("frmOptions.txtBackCopies_Change");
+    ProgConfig[13] = txtBackCopies->text();
+}
+
+void frmOptions::cboLanguage_Click() {
+    TRACE_PROC("frmOptions.cboLanguage_Click");
+    if (cboLanguage->currentText().isEmpty() || cboLanguage->currentText() == ProgConfig[14]) return;
+    ProgConfig[14] = cboLanguage->currentText();
+    lblLangHint->setVisible(true);
+}
+
+void frmOptions::cmdChangeDBPath_Click() {
+    TRACE_PROC("frmOptions.cmdChangeDBPath_Click");
+    if (MsgBox(Texts(19), vbYesNo | vbInformation) == vbNo) return;
+    setEnabled(false);
+    ChaneDBPath(parentWidget());
+    txtDBPath->setText(ProgConfig[5]);
+    setEnabled(true);
+}
+
+void frmOptions::cmdOk_Click() {
+    TRACE_PROC("frmOptions.cmdOk_Click");
+    if (ProgConfig[12] == QStringLiteral("1") && !DoUnloadTIcon)
+        TrayIconManagement(1);
+    else if (ProgConfig[12] == QStringLiteral("0") && DoUnloadTIcon)
+        TrayIconManagement(2);
+    SaveConfig(ProgCfgPath);
+    accept();
+}
+
+void frmOptions::cmdCancel_Click() {
+    TRACE_PROC("frmOptions.cmdCancel_Click");
+    reject();
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+// The options dialog: every control writes its setting at once, in memory; OK applies
+// the tray mode and saves the settings file; Cancel keeps what the controls stored.
+
+#include <QDialog>
+
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+
+class frmOptions : public QDialog {
+    Q_OBJECT
+public:
+    explicit frmOptions(QWidget* parent = nullptr);
+    void DoConfig();
+    void ShowFormLang();
+
+    QCheckBox *chkStartWithWin, *chkLoadLUser, *chkTrayMode, *chkPaswProtect, *chkDBBackup;
+    QLineEdit *txtDBPath, *txtInactMin, *txtBackCopies;
+    QLabel *lblDBPathCap, *lblInactMinCap, *lblBackCopiesCap, *lblLangCap, *lblLangHint;
+    QComboBox* cboLanguage;
+    QPushButton *cmdChangeDBPath, *cmdOk, *cmdCancel;
+
+public slots:
+    void chkStartWithWin_Click();
+    void chkLoadLUser_Click();
+    void chkTrayMode_Click();
+    void chkPaswProtect_Click();
+    void chkDBBackup_Click();
+    void txtInactMin_Change();
+    void txtBackCopies_Change();
+    void cboLanguage_Click();
+    void cmdChangeDBPath_Click();
+    void cmdOk_Click();
+    void cmdCancel_Click();
+
+private:
+    void SwitchWithNumber(QCheckBox* Box, QLineEdit* Field, int Entry);
+};

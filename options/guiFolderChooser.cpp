@@ -1,0 +1,49 @@
+#include "options/guiFolderChooser.h"
+
+#include "app/ProgConfig.h"
+#include "app/modMain.h"
+#include "diagnostics/Globals.h"
+#include "diagnostics/Trace.h"
+
+#include <QFileDialog>
+
+QString BrowsePath;
+
+namespace {
+FolderChooser g_chooser;
+const bool g_registered = [] {
+    argent::diag::registerGlobal("BrowsePath", &BrowsePath);
+    return true;
+}();
+} // namespace
+
+void SetFolderChooser(FolderChooser Chooser) {
+    g_chooser = std::move(Chooser);
+}
+
+bool dlgBrowseFolder(QWidget* OwnerForm, QString& Path, const QString& Title, bool AllowExtStyle,
+                     bool AllowManualEnter) {
+    TRACE_PROC("modMain.dlgBrowseFolder", Path, Title, AllowExtStyle, AllowManualEnter);
+    BrowsePath = Path;
+    QString chosen = BrowsePath;
+    bool ok;
+    if (g_chooser) {
+        ok = g_chooser(OwnerForm, chosen, Title);
+    } else {
+        chosen = QFileDialog::getExistingDirectory(OwnerForm, Title, BrowsePath, QFileDialog::ShowDirsOnly);
+        ok = !chosen.isEmpty();
+    }
+    if (!ok) return false;
+    RemoveNullChar(chosen);
+    Path = chosen;
+    return true;
+}
+
+void ChaneDBPath(QWidget* Owner) {
+    TRACE_PROC("modMain.ChaneDBPath");
+    QString path = ProgConfig[5];
+    if (dlgBrowseFolder(Owner, path, QString(), true, true)) {
+        ProgConfig[5] = Pt(path);
+        SaveConfig(ProgCfgPath);
+    }
+}

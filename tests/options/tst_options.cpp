@@ -1,0 +1,172 @@
+#include "app/MsgBox.h"
+#include "app/ProgConfig.h"
+#include "app/modLang.h"
+#include "app/modMain.h"
+#include "options/AutorunManagement.h"
+#include "options/frmOptions.h"
+#include "options/guiFolderChooser.h"
+#include "tests/common/TestEnv.h"
+#include "tests/common/TestMain.h"
+#include "tray/guiModTray.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+
+namespace {
+void start(const TestEnv& env) {
+    ChooseConfiguration();
+    LoadLang(env.progDir() + "/Languages/English.lng");
+    ProgCfgPath = env.root() + "/config.dat";
+}
+} // namespace
+
+class OptionsTest : public QObject {
+    Q_OBJECT
+private slots:
+    void numberSwitchesKeepTheirNumber() {
+        TestEnv env;
+        start(env);
+        ProgConfig[11] = "n15";
+        ProgConfig[13] = "5";
+        {
+            frmOptions f;
+            QVERIFY(!f.chkPaswProtect->isChecked());
+            QCOMPARE(f.txtInactMin->text(), QStringLiteral("15"));
+            QVERIFY(!f.txtInactMin->isEnabled());
+            QVERIFY(f.chkDBBackup->isChecked());
+            f.chkDBBackup->click();
+            QCOMPARE(ProgConfig[13], QStringLiteral("n5"));
+            QVERIFY(!f.txtBackCopies->isEnabled());
+            f.chkDBBackup->click();
+            QCOMPARE(ProgConfig[13], QStringLiteral("5"));
+            QVERIFY(f.txtBackCopies->isEnabled());
+            f.chkPaswProtect->click();
+            QCOMPARE(ProgConfig[11], QStringLiteral("15"));
+            // Whatever is typed is stored; readers take its numeric value.
+            f.txtInactMin->clear();
+            QTest::keyClicks(f.txtInactMin, "abc");
+            QCOMPARE(ProgConfig[11], QStringLiteral("abc"));
+            // Cancel keeps what the controls stored, but writes no file.
+            f.cmdCancel->click();
+        }
+        QCOMPARE(ProgConfig[11], QStringLiteral("abc"));
+        QVERIFY(!QFile::exists(ProgCfgPath));
+        frmOptions again;
+        QVERIFY(again.chkPaswProtect->isChecked());
+        QCOMPARE(again.txtInactMin->text(), QStringLiteral("0"));
+    }
+
+    void autostartEntryFollowsTheBoxAtOnce() {
+        TestEnv env;
+        start(env);
+        ProgConfig[3] = "0";
+        const QString entry = env.root() + "/config/autostart/ArgentPasswordMngr.desktop";
+        QCOMPARE(AutorunEntryPath(), entry);
+        {
+            frmOptions f;
+            f.chkStartWithWin->click();
+            QCOMPARE(ProgConfig[3], QStringLiteral("1"));
+            f.cmdCancel->click();
+        }
+        const QString text = QString::fromUtf8(readAllOf(entry));
+        QVERIFY2(text.contains("\nName=Quillon Lockholt\n"), qPrintable(text));
+        QVERIFY(text.contains("\nExec=" + env.progDir() + "/ArgentPasswordMngr\n"));
+        QVERIFY(text.startsWith("[Desktop Entry]\nType=Application\n"));
+        frmOptions f;
+        QVERIFY(f.chkStartWithWin->isChecked());
+        f.chkStartWithWin->click();
+        QVERIFY(!QFile::exists(entry));
+        QCOMPARE(ProgConfig[3], QStringLiteral("0"));
+        // A program folder with a blank is quoted for the desktop.
+        SetAppPath(env.root() + "/my prog");
+        AutorunManagement(true);
+        QVERIFY(readAllOf(entry).contains("\nExec=\"" + QFile::encodeName(env.root()) +
+                                          "/my prog/ArgentPasswordMngr\"\n"));
+    }
+
+    void databasesFolderChange() {
+        TestEnv env;
+        start(env);
+        const QString before = ProgConfig[5];
+        QList<int> answers;
+        SetMsgBoxHandler([&](const QString&, int style, const QString&) {
+            if (style != (vbYesNo | vbInformation)) return int(vbOK);
+            return answers.takeFirst();
+        });
+        QString offered;
+        bool confirm = true;
+        SetFolderChooser([&](QWidget*, QString& path, const QString&) {
+            offered = path;
+            path = env.root() + "/elsewhere";
+            return confirm;
+        });
+        frmOptions f;
+        answers = {vbNo};
+        f.cmdChangeDBPath->click();
+        QCOMPARE(ProgConfig[5], before);
+        QVERIFY(offered.isEmpty());
+
+        answers = {vbYes};
+        confirm = false; // the chooser is cancelled
+        f.cmdChangeDBPath->click();
+        QCOMPARE(offered, before);
+        QCOMPARE(ProgConfig[5], before);
+        QCOMPARE(BrowsePath, before);
+
+        answers = {vbYes};
+        confirm = true;
+        f.cmdChangeDBPath->click();
+        QCOMPARE(ProgConfig[5], env.root() + "/elsewhere/");
+        QCOMPARE(f.txtDBPath->text(), ProgConfig[5]);
+        QVERIFY(f.isEnabled());
+        StrMass saved;
+        LoadConfig(ProgCfgPath, saved);
+        QCOMPARE(saved[5], env.root() + "/elsewhere/");
+        SetFolderChooser({});
+        SetMsgBoxHandler({});
+    }
+
+    void okAppliesTrayModeAndSaves() {
+        TestEnv env;
+        start(env);
+        SetTrayAvailableOverride(1);
+        ProgConfig[12] = "0";
+        {
+            frmOptions f;
+            f.chkTrayMode->click();
+            f.cmdOk->click();
+        }
+        QVERIFY(DoUnloadTIcon);
+        QVERIFY(TrayObject());
+        StrMass saved;
+        LoadConfig(ProgCfgPath, saved);
+        QCOMPARE(saved[12], QStringLiteral("1"));
+        {
+            frmOptions f;
+            f.chkTrayMode->click();
+            f.cmdOk->click();
+        }
+        QVERIFY(!DoUnloadTIcon);
+        QVERIFY(!TrayObject());
+        SetTrayAvailableOverride(-1);
+    }
+
+    void languageChoice() {
+        TestEnv env;
+        start(env);
+        frmOptions f;
+        QCOMPARE(f.cboLanguage->count(), 2);
+        QCOMPARE(f.cboLanguage->currentText(), QStringLiteral("English"));
+        f.cboLanguage->setCurrentText("Russian");
+        emit f.cboLanguage->activated(f.cboLanguage->currentIndex());
+        QCOMPARE(ProgConfig[14], QStringLiteral("Russian"));
+        QVERIFY(!f.lblLangHint->isHidden());
+    }
+};
+
+ARGENT_TEST(OptionsTest)
+#include "tst_options.moc"
