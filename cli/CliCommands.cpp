@@ -1,0 +1,326 @@
+#include "cli/CliCommands.h"
+
+#include "cli/CliTerminal.h"
+
+#include "app/ProgConfig.h"
+#include "app/modMain.h"
+#include "diagnostics/Trace.h"
+#include "storage/Md5.h"
+#include "users/UsDBTree.h"
+#include "users/UserAccounts.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstdio>
+
+namespace {
+
+constexpr int kMinPaswLen = 8;
+
+void say(const QString& Text) {
+    const QByteArray b = Text.toUtf8();
+    std::fprintf(stderr, "argentpm: %s\n", b.constData());
+}
+
+QString quoted(const QString& Name) {
+    return QLatin1Char('"') + Name + QLatin1Char('"');
+}
+
+// A password from the next line of standard input or from the terminal.
+int askSecret(const CliOptions& Opt, const char* Prompt, QString& Out) {
+    if (Opt.PaswStdin) {
+        if (!ReadStdinLine(Out)) {
+            say(QStringLiteral("standard input ended before the password"));
+            return cliUsage;
+        }
+        return cliOk;
+    }
+    if (!ReadSecretFromTty(Prompt, Out)) {
+        say(QStringLiteral("there is no terminal to ask for the password; use --password-stdin"));
+        return cliUsage;
+    }
+    return cliOk;
+}
+
+// A new password: one line from standard input, or typed twice on the terminal.
+int askNewSecret(const CliOptions& Opt, QString& Out) {
+    if (int rc = askSecret(Opt, "New password: ", Out)) return rc;
+    if (!Opt.PaswStdin) {
+        QString again;
+        if (int rc = askSecret(Opt, "Repeat the new password: ", again)) return rc;
+        const bool same = again == Out;
+        WipeString(again);
+        if (!same) {
+            WipeString(Out);
+            say(QStringLiteral("the two passwords differ; nothing was changed"));
+            return cliRefused;
+        }
+    }
+    if (Out.size() < kMinPaswLen) {
+        WipeString(Out);
+        say(QStringLiteral("a password needs at least %1 characters; nothing was changed").arg(kMinPaswLen));
+        return cliRefused;
+    }
+    return cliOk;
+}
+
+// Checks the password and makes the user current (without touching the settings, unlike
+// the desktop program: a look from the command line does not change its last user).
+int openUser(const CliOptions& Opt, const QString& Name) {
+    TRACE_PROC("modCli.OpenUser", Name);
+    const QString path = UsDBFilePath(Name);
+    const QFileInfo fi(path);
+    if (Name.isEmpty() || !fi.isFile()) {
+        say(QStringLiteral("there is no user %1 in %2")
+                .arg(quoted(Name), QDir::toNativeSeparators(ProgConfig[5])));
+        return cliNoUser;
+    }
+    if (fi.size() <= 13) {
+        say(QStringLiteral("the file of user %1 is damaged: it is too short (%2)").arg(quoted(Name), path));
+        return cliDamaged;
+    }
+    QString typed;
+    if (int rc = askSecret(Opt, "Password: ", typed)) return rc;
+    QString md5 = HashString(typed);
+    WipeString(typed);
+    if (TestUsPasw(path, md5) != 1) {
+        WipeString(md5);
+        say(QStringLiteral("wrong password for user %1 (or %2 is not a user file)").arg(quoted(Name), path));
+        return cliWrongPasw;
+    }
+    CurUsDB = std::make_shared<clsDatabase>();
+    const int r = LoadUser(path, GetTruePasw(md5));
+    if (r < 0) {
+        WipeString(md5);
+        if (r == -2) {
+            say(QStringLiteral("the file of user %1 disappeared (%2)").arg(quoted(Name), path));
+            return cliNoUser;
+        }
+        if (r == -1) {
+            say(QStringLiteral("the file of user %1 cannot be read (%2)").arg(quoted(Name), path));
+            return cliFailed;
+        }
+        say(QStringLiteral("the file of user %1 is damaged: the password is right, but its contents do not "
+                           "check out (%2)")
+                .arg(quoted(Name), path));
+        return cliDamaged;
+    }
+    CurUsPasw = md5;
+    WipeString(md5);
+    CurUser = Name;
+    CurUsDBPath = path;
+    CurUsDB->SetPath(path);
+    return cliOk;
+}
+
+int dataTable(int& Tbl) {
+    Tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    if (Tbl == 0) {
+        say(QStringLiteral("the file of user %1 holds no record table").arg(quoted(CurUser)));
+        return cliDamaged;
+    }
+    return cliOk;
+}
+
+QByteArray oneLine(const QString& Text) {
+    QString t = Text;
+    for (QChar& ch : t)
+        if (ch == u'\r' || ch == u'\n' || ch == u'\t') ch = u' ';
+    return t.toUtf8();
+}
+
+void writeOut(const QByteArray& Bytes) {
+    std::fwrite(Bytes.constData(), 1, static_cast<std::size_t>(Bytes.size()), stdout);
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int CliPrepare(const CliOptions& Opt) {
+    TRACE_PROC("modCli.CliPrepare", Opt.Databases);
+    CreateProgramObjects();
+    ChooseConfiguration();
+    while (ProgConfig.UBound() < 5)
+        AddElemToStrMass(ProgConfig, QString());
+    if (!Opt.Databases.isEmpty()) ProgConfig[5] = QDir(Opt.Databases).absolutePath();
+    if (ProgConfig[5].isEmpty()) {
+        say(QStringLiteral("the settings name no databases folder; give one with --databases DIR"));
+        return cliUsage;
+    }
+    return cliOk;
+}
+
+int CmdUsers(const CliOptions&, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdUsers", Args);
+    if (!Args.isEmpty()) {
+        say(QStringLiteral("'users' takes no arguments. Try 'argentpm users --help'."));
+        return cliUsage;
+    }
+    if (!QFileInfo(ProgConfig[5]).isDir()) {
+        say(QStringLiteral("the databases folder %1 does not exist").arg(ProgConfig[5]));
+        return cliFailed;
+    }
+    StrMass users;
+    FindUsers(ProgConfig[5], users);
+    QByteArray out;
+    for (int i = 1; i <= users.UBound(); ++i)
+        out += oneLine(users[i]) + '\n';
+    writeOut(out);
+    return cliOk;
+}
+
+int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdAddUser", Args);
+    if (Args.size() != 1) {
+        say(QStringLiteral("'add-user' takes one user name. Try 'argentpm add-user --help'."));
+        return cliUsage;
+    }
+    const QString name = Args[0];
+    if (name.isEmpty() || name.contains(u'/') || name.contains(QChar(0)) || name == QLatin1String(".") ||
+        name == QLatin1String("..")) {
+        say(QStringLiteral("%1 cannot be a user name: it must not be empty or hold \"/\"").arg(quoted(name)));
+        return cliRefused;
+    }
+    const QString path = UsDBFilePath(name);
+    if (FileExist(path)) {
+        say(QStringLiteral("user %1 exists already").arg(quoted(name)));
+        return cliRefused;
+    }
+    QString pasw;
+    if (int rc = askNewSecret(Opt, pasw)) return rc;
+    if (!QFileInfo(ProgConfig[5]).isDir()) {
+        QDir().mkpath(ProgConfig[5]);
+        QFile::setPermissions(ProgConfig[5], QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    AddUser(path, name, pasw);
+    WipeString(pasw);
+    std::printf("User \"%s\" created.\n", name.toUtf8().constData());
+    return cliOk;
+}
+
+int CmdPasswd(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdPasswd", Args);
+    if (Args.size() != 1) {
+        say(QStringLiteral("'passwd' takes one user name. Try 'argentpm passwd --help'."));
+        return cliUsage;
+    }
+    if (int rc = openUser(Opt, Args[0])) return rc;
+    // The file is written under the name the database carries; a file renamed by hand
+    // would be written elsewhere, so such a file is left alone.
+    if (CurUsDB->Name() != Args[0]) {
+        say(QStringLiteral("the database in %1 belongs to user %2; it was not changed")
+                .arg(CurUsDBPath, quoted(CurUsDB->Name())));
+        return cliFailed;
+    }
+    QString pasw;
+    if (int rc = askNewSecret(Opt, pasw)) return rc;
+    const int r = ChangeUsPasw(pasw);
+    WipeString(pasw);
+    if (r < 0) {
+        say(QStringLiteral("the file of user %1 could not be written; it still opens with the old password")
+                .arg(quoted(Args[0])));
+        return cliFailed;
+    }
+    std::printf("Password of user \"%s\" changed.\n", Args[0].toUtf8().constData());
+    return cliOk;
+}
+
+int CmdDeleteUser(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdDeleteUser", Args);
+    if (Args.size() != 1) {
+        say(QStringLiteral("'delete-user' takes one user name. Try 'argentpm delete-user --help'."));
+        return cliUsage;
+    }
+    const QString path = UsDBFilePath(Args[0]);
+    if (Args[0].isEmpty() || !QFileInfo(path).isFile()) {
+        say(QStringLiteral("there is no user %1 in %2").arg(quoted(Args[0]), ProgConfig[5]));
+        return cliNoUser;
+    }
+    if (!Opt.Yes) {
+        const QString q =
+            QStringLiteral("Delete user %1 with all of its folders and records?").arg(quoted(Args[0]));
+        if (!AskYesOnTty(q)) {
+            say(QStringLiteral("user %1 was not deleted (confirm with --yes when there is no terminal)")
+                    .arg(quoted(Args[0])));
+            return cliRefused;
+        }
+    }
+    DeleteUser(Args[0], path);
+    std::printf("User \"%s\" deleted.\n", Args[0].toUtf8().constData());
+    return cliOk;
+}
+
+int CmdLs(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdLs", Args);
+    if (Args.size() != 1) {
+        say(QStringLiteral("'ls' takes one user name. Try 'argentpm ls --help'."));
+        return cliUsage;
+    }
+    if (int rc = openUser(Opt, Args[0])) return rc;
+    int tbl;
+    if (int rc = dataTable(tbl)) return rc;
+    const DatabaseRecord& db = CurUsDB->DBView();
+    const TableEntry& t = db.Tables[tbl - 1];
+    const int fId = CurUsDB->FindField(tbl, QStringLiteral("IndNum")) - 1;
+    const int fTitle = CurUsDB->FindField(tbl, QStringLiteral("Title")) - 1;
+    const QList<UsTreeNode> nodes = UsDBTreeOrder(*CurUsDB);
+    int width = 1;
+    for (const UsTreeNode& n : nodes)
+        width = std::max<int>(width, static_cast<int>(t.Records[n.RecNum - 1].value(fId).size()));
+    QByteArray out;
+    out.reserve(64 + nodes.size() * 48);
+    auto line = [&](const QString& id, int depth, const QString& title, bool folder) {
+        const QByteArray idText = oneLine(id);
+        out.append(QByteArray(std::max<qsizetype>(0, width - id.size()), ' '));
+        out.append(idText);
+        out.append("  ");
+        out.append(QByteArray(depth * 2, ' '));
+        out.append(oneLine(title));
+        if (folder) out.append('/');
+        out.append('\n');
+    };
+    line(QStringLiteral("0"), 0, CurUsDB->Tag(), false);
+    for (const UsTreeNode& n : nodes) {
+        const QStringList& r = t.Records[n.RecNum - 1];
+        line(r.value(fId), n.Depth, r.value(fTitle), n.Folder);
+    }
+    writeOut(out);
+    return cliOk;
+}
+
+int CmdShow(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdShow", Args);
+    bool isNum = false;
+    if (Args.size() == 2) Args[1].toInt(&isNum);
+    if (Args.size() != 2 || !isNum) {
+        say(QStringLiteral("'show' takes a user name and a record identifier. Try 'argentpm show --help'."));
+        return cliUsage;
+    }
+    if (int rc = openUser(Opt, Args[0])) return rc;
+    int tbl;
+    if (int rc = dataTable(tbl)) return rc;
+    const QString id = QString::number(Args[1].toInt());
+    const int rec = CurUsDB->GetRecNumFromVal(tbl, CurUsDB->FindField(tbl, QStringLiteral("IndNum")), id, 1);
+    if (rec == 0) {
+        say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(Args[0]), id));
+        return cliNoRecord;
+    }
+    TableEntry fields;
+    CurUsDB->GetTable(tbl, fields);
+    QByteArray out;
+    // The fields the value pane shows: those without the hidden bit (4) in their type.
+    for (qsizetype f = 0; f < fields.FldNames.size(); ++f) {
+        if (fields.FldTypes.value(f) & 4) continue;
+        const QByteArray caption = fields.FldNames[f].toUtf8() + ": ";
+        QString value = CurUsDB->GetTblFldVal(tbl, rec, static_cast<int>(f + 1));
+        value.replace(QLatin1String("\r\n"), QLatin1String("\n"));
+        const QStringList lines = value.split(u'\n');
+        out += caption + lines.first().toUtf8() + '\n';
+        for (qsizetype k = 1; k < lines.size(); ++k)
+            out += QByteArray(caption.size(), ' ') + lines[k].toUtf8() + '\n';
+    }
+    writeOut(out);
+    return cliOk;
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+// The commands of argentpm. Each returns the process exit status.
+
+#include <QString>
+#include <QStringList>
+
+enum CliExit {
+    cliOk = 0,
+    cliFailed = 1,    // could not read or write a file
+    cliUsage = 2,     // bad command line, or no way to ask for a password
+    cliWrongPasw = 3, // the password does not open the user's file
+    cliNoUser = 4,    // no such user in the databases folder
+    cliDamaged = 5,   // the user's file is damaged
+    cliNoRecord = 6,  // no row with that identifier
+    cliRefused = 7,   // user exists already, password too short, passwords differ
+};
+
+struct CliOptions {
+    QString Databases; // --databases DIR, empty for the settings' folder
+    bool PaswStdin = false;
+    bool Yes = false;
+};
+
+// Settings as the desktop program resolves them, then the databases folder override.
+// Returns cliOk, or an exit status after printing why not.
+int CliPrepare(const CliOptions& Opt);
+
+int CmdUsers(const CliOptions& Opt, const QStringList& Args);
+int CmdAddUser(const CliOptions& Opt, const QStringList& Args);
+int CmdPasswd(const CliOptions& Opt, const QStringList& Args);
+int CmdDeleteUser(const CliOptions& Opt, const QStringList& Args);
+int CmdLs(const CliOptions& Opt, const QStringList& Args);
+int CmdShow(const CliOptions& Opt, const QStringList& Args);

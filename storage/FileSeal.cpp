@@ -1,0 +1,217 @@
+#include "storage/FileSeal.h"
+
+#include "diagnostics/Trace.h"
+
+#include <sodium.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+namespace {
+
+constexpr std::uint8_t kLayoutVersion = 1;
+constexpr std::uint8_t kKdfArgon2id = 1;
+constexpr std::uint8_t kFlagPacked = 1;
+constexpr std::uint32_t kMinPasses = 1, kMaxPasses = 8;
+constexpr std::uint32_t kMinMemKiB = 8 * 1024, kMaxMemKiB = 128 * 1024;
+
+void initSodium() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        if (sodium_init() < 0) std::abort();
+    });
+}
+
+// The key of the keyed password tags: random per process, so tags mean nothing outside it.
+const std::uint8_t* tagKey() {
+    static std::uint8_t key[crypto_generichash_KEYBYTES];
+    static std::once_flag once;
+    std::call_once(once, [] {
+        initSodium();
+        randombytes_buf(key, sizeof key);
+    });
+    return key;
+}
+
+void passwordTag(const QByteArray& Pw, std::uint8_t* Out) {
+    crypto_generichash(Out, 32, reinterpret_cast<const unsigned char*>(Pw.constData()),
+                       static_cast<unsigned long long>(Pw.size()), tagKey(), crypto_generichash_KEYBYTES);
+}
+
+void putLe32(char* p, std::uint32_t v) {
+    for (int i = 0; i < 4; ++i)
+        p[i] = static_cast<char>(v >> (8 * i));
+}
+
+std::uint32_t getLe32(const char* p) {
+    std::uint32_t v = 0;
+    for (int i = 0; i < 4; ++i)
+        v |= static_cast<std::uint32_t>(static_cast<std::uint8_t>(p[i])) << (8 * i);
+    return v;
+}
+
+bool derive(const QByteArray& Pw, const std::uint8_t* Salt, std::uint32_t Passes, std::uint32_t MemKiB,
+            std::uint8_t* Key) {
+    return crypto_pwhash(Key, 32, Pw.constData(), static_cast<unsigned long long>(Pw.size()), Salt, Passes,
+                         static_cast<std::size_t>(MemKiB) * 1024, crypto_pwhash_ALG_ARGON2ID13) == 0;
+}
+
+// Offsets inside the header.
+constexpr int kHdrPasses = 4, kHdrMem = 8, kHdrSalt = 12, kHdrNonce = 28;
+
+} // namespace
+
+KeyCache::KeyCache() {
+    Clear();
+}
+KeyCache::~KeyCache() {
+    Clear();
+}
+
+void KeyCache::Clear() {
+    sodium_memzero(PwTag, sizeof PwTag);
+    sodium_memzero(Salt, sizeof Salt);
+    sodium_memzero(Key, sizeof Key);
+    Passes = MemKiB = 0;
+    Valid = false;
+}
+
+void WipeBytes(QByteArray& Bytes) {
+    if (Bytes.isEmpty()) return;
+    sodium_memzero(Bytes.data(), static_cast<std::size_t>(Bytes.size()));
+}
+
+bool SealInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, bool Compress, KeyCache* Cache) {
+    TRACE_PROC("TableEngine.SealInPlace", HeaderAt, HIDDEN(Pasw), Compress);
+    initSodium();
+    if (Compress) {
+        QByteArray packed =
+            qCompress(reinterpret_cast<const uchar*>(File.constData()) + HeaderAt + kSealHeaderSize,
+                      File.size() - HeaderAt - kSealHeaderSize);
+        WipeBytes(File);
+        File.truncate(HeaderAt + kSealHeaderSize);
+        File.append(packed);
+        WipeBytes(packed);
+    }
+    QByteArray pw = Pasw.toUtf8();
+    std::uint8_t tag[32];
+    passwordTag(pw, tag);
+    std::uint8_t keyBuf[32];
+    std::uint8_t salt[16];
+    const std::uint8_t* key = nullptr;
+    if (Cache && Cache->Valid && Cache->Passes == kSealPasses && Cache->MemKiB == kSealMemKiB &&
+        sodium_memcmp(Cache->PwTag, tag, 32) == 0) {
+        key = Cache->Key;
+        std::memcpy(salt, Cache->Salt, sizeof salt);
+    } else {
+        randombytes_buf(salt, sizeof salt);
+        if (!derive(pw, salt, kSealPasses, kSealMemKiB, keyBuf)) {
+            WipeBytes(pw);
+            WipeBytes(File);
+            return false;
+        }
+        key = keyBuf;
+        if (Cache) {
+            std::memcpy(Cache->PwTag, tag, 32);
+            std::memcpy(Cache->Salt, salt, 16);
+            std::memcpy(Cache->Key, keyBuf, 32);
+            Cache->Passes = kSealPasses;
+            Cache->MemKiB = kSealMemKiB;
+            Cache->Valid = true;
+        }
+    }
+    WipeBytes(pw);
+
+    char* h = File.data() + HeaderAt;
+    h[0] = static_cast<char>(kLayoutVersion);
+    h[1] = static_cast<char>(Compress ? kFlagPacked : 0);
+    h[2] = static_cast<char>(kKdfArgon2id);
+    h[3] = 0;
+    putLe32(h + kHdrPasses, kSealPasses);
+    putLe32(h + kHdrMem, kSealMemKiB);
+    std::memcpy(h + kHdrSalt, salt, 16);
+    randombytes_buf(h + kHdrNonce, crypto_aead_xchacha20poly1305_ietf_NPUBBYTES);
+
+    const qsizetype bodyAt = HeaderAt + kSealHeaderSize;
+    const qsizetype bodyLen = File.size() - bodyAt;
+    unsigned char mac[kSealTagSize];
+    auto* body = reinterpret_cast<unsigned char*>(File.data() + bodyAt);
+    crypto_aead_xchacha20poly1305_ietf_encrypt_detached(
+        body, mac, nullptr, body, static_cast<unsigned long long>(bodyLen),
+        reinterpret_cast<const unsigned char*>(File.constData()), static_cast<unsigned long long>(bodyAt),
+        nullptr, reinterpret_cast<const unsigned char*>(File.constData() + HeaderAt + kHdrNonce), key);
+    File.append(reinterpret_cast<const char*>(mac), kSealTagSize);
+    sodium_memzero(keyBuf, sizeof keyBuf);
+    sodium_memzero(tag, sizeof tag);
+    return true;
+}
+
+int OpenInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, KeyCache* Cache) {
+    TRACE_PROC("TableEngine.OpenInPlace", HeaderAt, HIDDEN(Pasw));
+    initSodium();
+    auto fail = [&File](int code) {
+        WipeBytes(File);
+        File.clear();
+        return code;
+    };
+    if (Pasw.isEmpty() || File.size() < HeaderAt + kSealHeaderSize + kSealTagSize) return fail(-4);
+    const char* h = File.constData() + HeaderAt;
+    const auto flags = static_cast<std::uint8_t>(h[1]);
+    const std::uint32_t passes = getLe32(h + kHdrPasses);
+    const std::uint32_t memKiB = getLe32(h + kHdrMem);
+    if (static_cast<std::uint8_t>(h[0]) != kLayoutVersion ||
+        static_cast<std::uint8_t>(h[2]) != kKdfArgon2id || h[3] != 0 || (flags & ~kFlagPacked) != 0 ||
+        passes < kMinPasses || passes > kMaxPasses || memKiB < kMinMemKiB || memKiB > kMaxMemKiB)
+        return fail(-4);
+
+    QByteArray pw = Pasw.toUtf8();
+    std::uint8_t tag[32];
+    passwordTag(pw, tag);
+    std::uint8_t key[32];
+    const auto* salt = reinterpret_cast<const std::uint8_t*>(h + kHdrSalt);
+    if (Cache && Cache->Valid && Cache->Passes == passes && Cache->MemKiB == memKiB &&
+        sodium_memcmp(Cache->Salt, salt, 16) == 0 && sodium_memcmp(Cache->PwTag, tag, 32) == 0) {
+        std::memcpy(key, Cache->Key, 32);
+    } else if (!derive(pw, salt, passes, memKiB, key)) {
+        WipeBytes(pw);
+        return fail(-4);
+    }
+    WipeBytes(pw);
+
+    const qsizetype bodyAt = HeaderAt + kSealHeaderSize;
+    const qsizetype bodyLen = File.size() - bodyAt - kSealTagSize;
+    auto* body = reinterpret_cast<unsigned char*>(File.data() + bodyAt);
+    const int rc = crypto_aead_xchacha20poly1305_ietf_decrypt_detached(
+        body, nullptr, body, static_cast<unsigned long long>(bodyLen), body + bodyLen,
+        reinterpret_cast<const unsigned char*>(File.constData()), static_cast<unsigned long long>(bodyAt),
+        reinterpret_cast<const unsigned char*>(File.constData() + HeaderAt + kHdrNonce), key);
+    if (rc != 0) {
+        sodium_memzero(key, sizeof key);
+        sodium_memzero(tag, sizeof tag);
+        return fail(-4);
+    }
+    if (Cache) {
+        std::memcpy(Cache->PwTag, tag, 32);
+        std::memcpy(Cache->Salt, salt, 16);
+        std::memcpy(Cache->Key, key, 32);
+        Cache->Passes = passes;
+        Cache->MemKiB = memKiB;
+        Cache->Valid = true;
+    }
+    sodium_memzero(key, sizeof key);
+    sodium_memzero(tag, sizeof tag);
+
+    // The plain body moves to the front; what it leaves behind is wiped.
+    std::memmove(File.data(), File.constData() + bodyAt, static_cast<std::size_t>(bodyLen));
+    sodium_memzero(File.data() + bodyLen, static_cast<std::size_t>(File.size() - bodyLen));
+    File.truncate(bodyLen);
+    if (flags & kFlagPacked) {
+        QByteArray plain = qUncompress(File);
+        const bool bad = plain.isEmpty() && !File.isEmpty();
+        WipeBytes(File);
+        File = plain;
+        if (bad) return fail(-3);
+    }
+    return 1;
+}

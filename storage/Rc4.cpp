@@ -1,0 +1,96 @@
+#include "storage/Rc4.h"
+
+#include "diagnostics/ErrorTrap.h"
+#include "diagnostics/Trace.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+
+#include <sodium.h>
+
+#include <utility>
+
+Rc4::Rc4(const QByteArray& Key) {
+    if (Key.isEmpty()) RaiseError(vbErrInvalidCall, QStringLiteral("RC4 key is empty"));
+    for (int i = 0; i < 256; ++i)
+        m_s[i] = static_cast<std::uint8_t>(i);
+    const auto* k = reinterpret_cast<const std::uint8_t*>(Key.constData());
+    const qsizetype n = Key.size();
+    std::uint8_t j = 0;
+    for (int i = 0; i < 256; ++i) {
+        j = static_cast<std::uint8_t>(j + m_s[i] + k[i % n]);
+        std::swap(m_s[i], m_s[j]);
+    }
+}
+
+Rc4::~Rc4() {
+    sodium_memzero(m_s, sizeof m_s);
+    m_i = m_j = 0;
+}
+
+void Rc4::Apply(char* Data, qsizetype Len) {
+    std::uint8_t i = m_i, j = m_j;
+    std::uint8_t* s = m_s;
+    auto* p = reinterpret_cast<std::uint8_t*>(Data);
+    for (qsizetype n = 0; n < Len; ++n) {
+        i = static_cast<std::uint8_t>(i + 1);
+        const std::uint8_t si = s[i];
+        j = static_cast<std::uint8_t>(j + si);
+        const std::uint8_t sj = s[j];
+        s[i] = sj;
+        s[j] = si;
+        p[n] ^= s[static_cast<std::uint8_t>(si + sj)];
+    }
+    m_i = i;
+    m_j = j;
+}
+
+namespace {
+
+bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key) {
+    QFile in(InPath);
+    if (!QFileInfo(InPath).isFile() || !in.open(QIODevice::ReadOnly)) return false;
+    if (!Flag && QFileInfo::exists(OutPath) && QFileInfo(OutPath) != QFileInfo(InPath))
+        RaiseError(vbErrFileExists, QStringLiteral("File already exists: ") + OutPath);
+    QByteArray key = Key.toUtf8();
+    Rc4 rc4(key);
+    sodium_memzero(key.data(), static_cast<std::size_t>(key.size()));
+
+    QSaveFile out(OutPath);
+    if (!out.open(QIODevice::WriteOnly))
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + OutPath);
+    out.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+    constexpr qsizetype kChunk = 1 << 20;
+    QByteArray buf(kChunk, Qt::Uninitialized);
+    bool readOk = true;
+    for (;;) {
+        const qint64 got = in.read(buf.data(), kChunk);
+        if (got < 0) {
+            readOk = false;
+            break;
+        }
+        if (got == 0) break;
+        rc4.Apply(buf.data(), got);
+        if (out.write(buf.constData(), got) != got) break;
+    }
+    sodium_memzero(buf.data(), static_cast<std::size_t>(buf.size()));
+    if (!readOk) {
+        out.cancelWriting();
+        return false;
+    }
+    if (!out.commit()) RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + OutPath);
+    return true;
+}
+
+} // namespace
+
+bool EncryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key) {
+    TRACE_PROC("clsRC4.EncryptFile", InPath, OutPath, Flag, HIDDEN(Key));
+    return cipherFile(InPath, OutPath, Flag, Key);
+}
+
+bool DecryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key) {
+    TRACE_PROC("clsRC4.DecryptFile", InPath, OutPath, Flag, HIDDEN(Key));
+    return cipherFile(InPath, OutPath, Flag, Key);
+}

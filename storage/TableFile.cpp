@@ -1,0 +1,505 @@
+#include "storage/TableFile.h"
+
+#include "storage/FileSeal.h"
+
+#include "diagnostics/Trace.h"
+
+#include <climits>
+#include <cstring>
+
+namespace {
+
+constexpr char kSepByte = static_cast<char>(0x87);
+
+// ---- writing ------------------------------------------------------------------------------
+
+// Escaped UTF-8 straight from UTF-16, without a temporary array per value.
+void appendEscapedUtf8(QByteArray& Out, const QChar* s, qsizetype n) {
+    const qsizetype at = Out.size();
+    // At most 6 bytes per UTF-16 unit: 3 bytes of which 2 continuation bytes may be 0x87.
+    Out.resize(at + n * 6);
+    char* w = Out.data() + at;
+    auto cont = [&w](unsigned b) {
+        if (b == 0x87) {
+            *w++ = '\\';
+            *w++ = 's';
+        } else {
+            *w++ = static_cast<char>(b);
+        }
+    };
+    for (qsizetype i = 0; i < n; ++i) {
+        char32_t c = s[i].unicode();
+        if (c < 0x80) {
+            switch (c) {
+            case '\\':
+                *w++ = '\\';
+                *w++ = '\\';
+                break;
+            case '\r':
+                *w++ = '\\';
+                *w++ = 'r';
+                break;
+            case '\n':
+                *w++ = '\\';
+                *w++ = 'n';
+                break;
+            default:
+                *w++ = static_cast<char>(c);
+            }
+            continue;
+        }
+        if (c >= 0xD800 && c < 0xDC00 && i + 1 < n && s[i + 1].unicode() >= 0xDC00 &&
+            s[i + 1].unicode() < 0xE000) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (s[i + 1].unicode() - 0xDC00);
+            ++i;
+        } else if (c >= 0xD800 && c < 0xE000) {
+            c = 0xFFFD; // a lone surrogate has no UTF-8 form
+        }
+        if (c < 0x800) {
+            *w++ = static_cast<char>(0xC0 | (c >> 6));
+            cont(0x80 | (c & 0x3F));
+        } else if (c < 0x10000) {
+            *w++ = static_cast<char>(0xE0 | (c >> 12));
+            cont(0x80 | ((c >> 6) & 0x3F));
+            cont(0x80 | (c & 0x3F));
+        } else {
+            *w++ = static_cast<char>(0xF0 | (c >> 18));
+            cont(0x80 | ((c >> 12) & 0x3F));
+            cont(0x80 | ((c >> 6) & 0x3F));
+            cont(0x80 | (c & 0x3F));
+        }
+    }
+    Out.resize(w - Out.constData());
+}
+
+struct ByteSink {
+    QByteArray& out;
+    void raw(const char* s) { out.append(s); }
+    void sep() { out.append(kSepByte); }
+    void eol() { out.append("\r\n", 2); }
+    void value(const QString& v) { appendEscapedUtf8(out, v.constData(), v.size()); }
+    void num(long long v) { out.append(QByteArray::number(v)); }
+};
+
+struct TextSink {
+    QString& out;
+    void raw(const char* s) { out.append(QLatin1String(s)); }
+    void sep() { out.append(QChar(kFldSep)); }
+    void eol() { out.append(QLatin1String("\r\n")); }
+    void value(const QString& v) { AppendEscapedText(out, v); }
+    void num(long long v) { out.append(QString::number(v)); }
+};
+
+bool recordPasses(const QStringList& rec, const TblsFilter* f) {
+    if (!f || f->FldNum < 1 || f->FldNum > rec.size()) return true;
+    return QString::compare(rec[f->FldNum - 1], f->FldVal,
+                            f->CaseSens ? Qt::CaseSensitive : Qt::CaseInsensitive) == 0;
+}
+
+template <class Sink> void writeTable(Sink& s, const TableEntry& t, const TblsFilter* Filter) {
+    const bool filtered = Filter && Filter->FldNum > 0;
+    long long count = t.Records.size();
+    if (filtered) {
+        count = 0;
+        for (const QStringList& r : t.Records)
+            count += recordPasses(r, Filter) ? 1 : 0;
+    }
+    s.raw("[");
+    s.value(t.Name);
+    s.raw("]");
+    s.eol();
+    s.num(t.Flags);
+    s.sep();
+    s.num(count);
+    s.eol();
+    s.value(t.Tag);
+    s.eol();
+    for (qsizetype f = 0; f < t.FldNames.size(); ++f) {
+        if (f) s.sep();
+        s.value(t.FldNames[f]);
+        s.raw(" ");
+        s.num(f < t.FldTypes.size() ? t.FldTypes[f] : 0);
+    }
+    s.eol();
+    const qsizetype nf = t.FldNames.size();
+    for (const QStringList& r : t.Records) {
+        if (filtered && !recordPasses(r, Filter)) continue;
+        // A record always has one value per field, whatever was stored into it.
+        for (qsizetype f = 0; f < nf; ++f) {
+            if (f) s.sep();
+            if (f < r.size()) s.value(r[f]);
+        }
+        s.eol();
+    }
+    s.raw("[End ");
+    s.value(t.Name);
+    s.raw("]");
+    s.eol();
+}
+
+template <class Sink> void writeHelpTable(Sink& s, const HelpTable& h) {
+    s.raw("{");
+    s.value(h.Name);
+    s.raw("}");
+    s.eol();
+    const qsizetype n = std::min(h.Codes.size(), h.Texts.size());
+    s.num(n);
+    s.eol();
+    for (qsizetype i = 0; i < n; ++i) {
+        s.num(h.Codes[i]);
+        s.sep();
+        s.value(h.Texts[i]);
+        s.eol();
+    }
+    s.raw("{End ");
+    s.value(h.Name);
+    s.raw("}");
+    s.eol();
+}
+
+// A generous guess of the body size, so that the buffer grows once.
+qsizetype estimateBody(const DatabaseRecord& db) {
+    qsizetype n = 256 + db.Name.size() + db.Tag.size() + db.Version.size();
+    for (const TableEntry& t : db.Tables) {
+        n += 128 + t.Name.size() * 2 + t.Tag.size();
+        for (const QString& f : t.FldNames)
+            n += f.size() + 8;
+        for (const QStringList& r : t.Records) {
+            n += 2 + r.size();
+            for (const QString& v : r)
+                n += v.size();
+        }
+    }
+    for (const HelpTable& h : db.HTables) {
+        n += 64 + h.Name.size() * 2;
+        for (const QString& t : h.Texts)
+            n += t.size() + 14;
+    }
+    return n + n / 8;
+}
+
+// ---- reading -----------------------------------------------------------------------------
+
+struct Cursor {
+    const char* p;
+    const char* end;
+    // The next line without its line end; false at the end of the data.
+    bool line(const char*& s, qsizetype& n) {
+        if (p >= end) return false;
+        const auto* nl = static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
+        const char* e = nl ? nl : end;
+        s = p;
+        n = e - p;
+        if (n > 0 && s[n - 1] == '\r') --n;
+        p = nl ? nl + 1 : end;
+        return true;
+    }
+};
+
+bool parseInt(const char* s, qsizetype n, long long lo, long long hi, long long& out) {
+    if (n < 1 || n > 20) return false;
+    qsizetype i = 0;
+    bool neg = false;
+    if (s[0] == '-') {
+        neg = true;
+        i = 1;
+        if (n == 1) return false;
+    }
+    long long v = 0;
+    for (; i < n; ++i) {
+        if (s[i] < '0' || s[i] > '9') return false;
+        v = v * 10 + (s[i] - '0');
+        if (v > (1LL << 40)) return false;
+    }
+    if (neg) v = -v;
+    if (v < lo || v > hi) return false;
+    out = v;
+    return true;
+}
+
+// Splits a line at the separator byte into its first Max pieces; returns the number of
+// pieces, or Max + 1 when there are more.
+struct Piece {
+    const char* s;
+    qsizetype n;
+};
+template <std::size_t Max> int split(const char* s, qsizetype n, Piece (&out)[Max]) {
+    int k = 0;
+    const char* e = s + n;
+    for (;;) {
+        const auto* q = static_cast<const char*>(std::memchr(s, kSepByte, static_cast<std::size_t>(e - s)));
+        if (k == static_cast<int>(Max)) return k + 1;
+        out[k++] = Piece{s, (q ? q : e) - s};
+        if (!q) return k;
+        s = q + 1;
+    }
+}
+
+bool isBlock(const char* s, qsizetype n, char open, char close) {
+    return n >= 2 && s[0] == open && s[n - 1] == close;
+}
+
+bool isEndLine(const char* s, qsizetype n, char open, char close, const char* name, qsizetype nameLen) {
+    return n == nameLen + 6 && s[0] == open && std::memcmp(s + 1, "End ", 4) == 0 &&
+           std::memcmp(s + 5, name, static_cast<std::size_t>(nameLen)) == 0 && s[n - 1] == close;
+}
+
+int parseTable(Cursor& c, const char* head, qsizetype headLen, TableEntry& t, bool keep) {
+    const char* rawName = head + 1;
+    const qsizetype rawLen = headLen - 2;
+    t.Name = UnescapeValue(rawName, rawLen);
+    const char* s;
+    qsizetype n;
+    Piece pc[2];
+    long long flags, count;
+    if (!c.line(s, n) || split(s, n, pc) != 2 || !parseInt(pc[0].s, pc[0].n, SHRT_MIN, SHRT_MAX, flags) ||
+        !parseInt(pc[1].s, pc[1].n, 0, INT_MAX, count))
+        return -3;
+    t.Flags = static_cast<std::int16_t>(flags);
+    if (!c.line(s, n)) return -3;
+    t.Tag = UnescapeValue(s, n);
+    if (!c.line(s, n)) return -3;
+    QString caption;
+    if (n > 0) {
+        const char* e = s + n;
+        const char* p = s;
+        for (;;) {
+            const auto* q =
+                static_cast<const char*>(std::memchr(p, kSepByte, static_cast<std::size_t>(e - p)));
+            const char* pe = q ? q : e;
+            const char* sp = pe;
+            while (sp > p && sp[-1] != ' ')
+                --sp;
+            long long type;
+            if (sp == p || !parseInt(sp, pe - sp, INT_MIN, INT_MAX, type)) return -3;
+            t.FldNames.append(UnescapeValue(p, sp - 1 - p));
+            t.FldTypes.append(static_cast<int>(type));
+            if (t.FldNames.size() > 1) caption.append(QChar(kFldSep));
+            caption.append(t.FldNames.last() + u' ' + QString::number(type));
+            if (!q) break;
+            p = q + 1;
+        }
+    }
+    t.Caption = caption;
+    const qsizetype nf = t.FldNames.size();
+    if (keep) t.Records.reserve(std::min<qsizetype>(count, c.end - c.p));
+    for (long long r = 0; r < count; ++r) {
+        if (!c.line(s, n)) return -3;
+        QStringList rec;
+        if (keep) rec.reserve(nf);
+        if (nf == 0) {
+            if (n != 0) return -3;
+        } else {
+            const char* e = s + n;
+            const char* p = s;
+            qsizetype got = 0;
+            for (;;) {
+                const auto* q =
+                    static_cast<const char*>(std::memchr(p, kSepByte, static_cast<std::size_t>(e - p)));
+                if (++got > nf) return -3;
+                if (keep) rec.append(UnescapeValue(p, (q ? q : e) - p));
+                if (!q) break;
+                p = q + 1;
+            }
+            if (got != nf) return -3;
+        }
+        if (keep) t.Records.append(std::move(rec));
+    }
+    if (!c.line(s, n) || !isEndLine(s, n, '[', ']', rawName, rawLen)) return -3;
+    return 1;
+}
+
+int parseHelpTable(Cursor& c, const char* head, qsizetype headLen, HelpTable& h) {
+    const char* rawName = head + 1;
+    const qsizetype rawLen = headLen - 2;
+    h.Name = UnescapeValue(rawName, rawLen);
+    const char* s;
+    qsizetype n;
+    long long count;
+    if (!c.line(s, n) || !parseInt(s, n, 0, INT_MAX, count)) return -3;
+    for (long long i = 0; i < count; ++i) {
+        Piece pc[2];
+        long long code;
+        if (!c.line(s, n) || split(s, n, pc) != 2 || !parseInt(pc[0].s, pc[0].n, INT_MIN, INT_MAX, code))
+            return -3;
+        h.Codes.append(static_cast<int>(code));
+        h.Texts.append(UnescapeValue(pc[1].s, pc[1].n));
+    }
+    if (!c.line(s, n) || !isEndLine(s, n, '{', '}', rawName, rawLen)) return -3;
+    return 1;
+}
+
+} // namespace
+
+void AppendEscaped(QByteArray& Out, const QString& Text) {
+    appendEscapedUtf8(Out, Text.constData(), Text.size());
+}
+
+QString UnescapeValue(const char* Data, qsizetype Len) {
+    if (Len <= 0) return QString();
+    if (!std::memchr(Data, '\\', static_cast<std::size_t>(Len))) return QString::fromUtf8(Data, Len);
+    QByteArray b;
+    b.reserve(Len);
+    for (qsizetype i = 0; i < Len; ++i) {
+        const char ch = Data[i];
+        if (ch != '\\' || i + 1 == Len) {
+            b.append(ch);
+            continue;
+        }
+        switch (Data[i + 1]) {
+        case '\\':
+            b.append('\\');
+            ++i;
+            break;
+        case 's':
+            b.append(kSepByte);
+            ++i;
+            break;
+        case 'r':
+            b.append('\r');
+            ++i;
+            break;
+        case 'n':
+            b.append('\n');
+            ++i;
+            break;
+        default:
+            b.append(ch);
+        }
+    }
+    QString out = QString::fromUtf8(b);
+    WipeBytes(b);
+    return out;
+}
+
+void AppendEscapedText(QString& Out, const QString& Text) {
+    Out.reserve(Out.size() + Text.size());
+    for (QChar ch : Text) {
+        switch (ch.unicode()) {
+        case u'\\':
+            Out.append(QLatin1String("\\\\"));
+            break;
+        case u'\r':
+            Out.append(QLatin1String("\\r"));
+            break;
+        case u'\n':
+            Out.append(QLatin1String("\\n"));
+            break;
+        case kFldSep:
+            Out.append(QLatin1String("\\s"));
+            break;
+        default:
+            Out.append(ch);
+        }
+    }
+}
+
+void WriteTable(QByteArray& Out, const TableEntry& t, const TblsFilter* Filter) {
+    ByteSink s{Out};
+    writeTable(s, t, Filter);
+}
+
+void WriteBody(QByteArray& Out, const DatabaseRecord& db) {
+    ByteSink s{Out};
+    s.value(db.Name);
+    s.sep();
+    s.num(db.flags);
+    s.sep();
+    s.value(db.Version);
+    // The tag only when there is one, so that a file made from the template reads back
+    // into the same bytes.
+    if (!db.Tag.isEmpty()) {
+        s.sep();
+        s.value(db.Tag);
+    }
+    s.eol();
+    for (const TableEntry& t : db.Tables)
+        writeTable(s, t, nullptr);
+    for (const HelpTable& h : db.HTables)
+        writeHelpTable(s, h);
+}
+
+void WriteTablesText(QString& Out, const TableEntry& t, const TblsFilter* Filter) {
+    TextSink s{Out};
+    writeTable(s, t, Filter);
+}
+
+int ParseBody(const char* Data, qsizetype Len, DatabaseRecord& db, const QSet<QString>* Only) {
+    TRACE_PROC("TableEngine.ParseBody", static_cast<long long>(Len));
+    Cursor c{Data, Data + Len};
+    const char* s;
+    qsizetype n;
+    if (!c.line(s, n)) return -3;
+    DatabaseRecord out;
+    out.Key = db.Key;
+    Piece pc[4];
+    const int k = split(s, n, pc);
+    long long flags = 0;
+    if (k >= 2 && pc[1].n > 0 && !parseInt(pc[1].s, pc[1].n, SHRT_MIN, SHRT_MAX, flags)) return -3;
+    out.Name = k >= 1 ? UnescapeValue(pc[0].s, pc[0].n) : QString();
+    out.flags = static_cast<std::int16_t>(flags);
+    out.Version = k >= 3 ? UnescapeValue(pc[2].s, pc[2].n) : QString();
+    // Values after the fourth would come from a later version; they are not ours to read.
+    if (k >= 4) out.Tag = UnescapeValue(pc[3].s, pc[3].n);
+    while (c.line(s, n)) {
+        if (n == 0) continue;
+        if (isBlock(s, n, '[', ']')) {
+            TableEntry t;
+            const bool keep = !Only || Only->contains(UnescapeValue(s + 1, n - 2).toCaseFolded());
+            if (parseTable(c, s, n, t, keep) < 0) return -3;
+            if (keep) out.Tables.append(std::move(t));
+        } else if (isBlock(s, n, '{', '}')) {
+            HelpTable h;
+            if (parseHelpTable(c, s, n, h) < 0) return -3;
+            out.HTables.append(std::move(h));
+        } else {
+            return -3;
+        }
+    }
+    out.Ready = true;
+    db = std::move(out);
+    return 1;
+}
+
+int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, const QSet<QString>* Only) {
+    TRACE_PROC("TableEngine.ParseFileImage", static_cast<long long>(Data.size()), HIDDEN(Pasw));
+    const auto* nl =
+        static_cast<const char*>(std::memchr(Data.constData(), '\n', static_cast<std::size_t>(Data.size())));
+    qsizetype sigLen = nl ? nl - Data.constData() : Data.size();
+    const qsizetype bodyAt = nl ? sigLen + 1 : Data.size();
+    if (sigLen > 0 && Data[sigLen - 1] == '\r') --sigLen;
+    const QByteArrayView sig(Data.constData(), sigLen);
+    int r;
+    if (sig == QByteArrayView(kSignature)) {
+        r = ParseBody(Data.constData() + bodyAt, Data.size() - bodyAt, db, Only);
+    } else if (sig == QByteArrayView(kSignatureEnc) && nl) {
+        if (!db.Key) db.Key = std::make_shared<KeyCache>();
+        r = OpenInPlace(Data, bodyAt, Pasw, db.Key.get());
+        if (r > 0) r = ParseBody(Data.constData(), Data.size(), db, Only);
+    } else {
+        r = -4;
+    }
+    WipeBytes(Data);
+    Data.clear();
+    return r;
+}
+
+QByteArray BuildFileImage(const DatabaseRecord& db, const QString& Pasw, bool Compress) {
+    TRACE_PROC("TableEngine.BuildFileImage", HIDDEN(Pasw), Compress);
+    QByteArray out;
+    const bool sealed = !Pasw.isEmpty();
+    out.reserve(estimateBody(db) + (sealed ? 15 + kSealHeaderSize + kSealTagSize : 11));
+    if (!sealed) {
+        out.append(kSignature);
+        out.append("\r\n");
+        WriteBody(out, db);
+        return out;
+    }
+    out.append(kSignatureEnc);
+    out.append("\r\n");
+    const qsizetype headerAt = out.size();
+    out.append(QByteArray(kSealHeaderSize, '\0'));
+    WriteBody(out, db);
+    if (!SealInPlace(out, headerAt, Pasw, Compress, db.Key.get())) return QByteArray();
+    return out;
+}

@@ -1,0 +1,318 @@
+#include "storage/clsDatabase.h"
+
+#include "app/VbConv.h"
+#include "app/modTimer.h"
+#include "diagnostics/ErrorTrap.h"
+#include "diagnostics/Trace.h"
+
+#include <climits>
+
+namespace {
+std::int16_t toInt16(int v) {
+    if (v < SHRT_MIN || v > SHRT_MAX) RaiseError(vbErrOverflow);
+    return static_cast<std::int16_t>(v);
+}
+} // namespace
+
+clsDatabase::clsDatabase() {
+    TRACE_PROC("clsDatabase.Class_Initialize");
+    lDBMngr.ResetDatabase(lDB);
+}
+
+void clsDatabase::Touch() {
+    lDBLastAccess = CLng(GetQueryPerf());
+}
+
+DatabaseRecord clsDatabase::DB() const {
+    TRACE_PROP("clsDatabase.DB");
+    return lDB;
+}
+
+void clsDatabase::SetDB(const DatabaseRecord& NewDB) {
+    TRACE_PROP("clsDatabase.DB", NewDB);
+    lDB = NewDB;
+}
+
+int clsDatabase::flags() const {
+    TRACE_PROP("clsDatabase.flags");
+    return lDB.flags;
+}
+
+void clsDatabase::SetFlags(int NewFlags) {
+    TRACE_PROP("clsDatabase.flags", NewFlags);
+    lDB.flags = toInt16(NewFlags);
+}
+
+int clsDatabase::HTabNum() const {
+    TRACE_PROP("clsDatabase.HTabNum");
+    return lDB.HTabNum();
+}
+
+QString clsDatabase::Name() const {
+    TRACE_PROP("clsDatabase.Name");
+    return lDB.Name;
+}
+
+void clsDatabase::SetName(const QString& NewName) {
+    TRACE_PROP("clsDatabase.Name", NewName);
+    lDB.Name = NewName;
+}
+
+QString clsDatabase::Path() const {
+    TRACE_PROP("clsDatabase.Path");
+    return lDB.Path;
+}
+
+void clsDatabase::SetPath(const QString& NewPath) {
+    TRACE_PROP("clsDatabase.Path", NewPath);
+    lDB.Path = NewPath;
+}
+
+bool clsDatabase::Ready() const {
+    TRACE_PROP("clsDatabase.Ready");
+    return lDB.Ready;
+}
+
+void clsDatabase::SetReady(bool NewReady) {
+    TRACE_PROP("clsDatabase.Ready", NewReady);
+    lDB.Ready = NewReady;
+}
+
+int clsDatabase::TabNum() const {
+    TRACE_PROP("clsDatabase.TabNum");
+    return lDB.TabNum();
+}
+
+QString clsDatabase::Tag() const {
+    TRACE_PROP("clsDatabase.Tag");
+    return lDB.Tag;
+}
+
+void clsDatabase::SetTag(const QString& NewTag) {
+    TRACE_PROP("clsDatabase.Tag", NewTag);
+    lDB.Tag = NewTag;
+}
+
+QString clsDatabase::Version() const {
+    TRACE_PROP("clsDatabase.Version");
+    return lDB.Version;
+}
+
+void clsDatabase::SetTblName(int TblNum, const QString& NewName) {
+    TRACE_PROC("clsDatabase.SetTblName", TblNum, NewName);
+    if (TblOk(TblNum)) lDB.Tables[TblNum - 1].Name = NewName;
+}
+
+int clsDatabase::DBLastAccess() const {
+    TRACE_PROP("clsDatabase.DBLastAccess");
+    return lDBLastAccess;
+}
+
+void clsDatabase::SetDBLastAccess(int NewValue) {
+    TRACE_PROP("clsDatabase.DBLastAccess", NewValue);
+    lDBLastAccess = NewValue;
+}
+
+QString clsDatabase::GetTblName(int TblNum) const {
+    TRACE_PROC("clsDatabase.GetTblName", TblNum);
+    return TblOk(TblNum) ? lDB.Tables[TblNum - 1].Name : QString();
+}
+
+int clsDatabase::GetTblRecNum(int TblNum) {
+    TRACE_PROC("clsDatabase.GetTblRecNum", TblNum);
+    Touch();
+    return TblOk(TblNum) ? lDB.Tables[TblNum - 1].RecNum() : 0;
+}
+
+int clsDatabase::GetTblFlags(int TblNum) const {
+    TRACE_PROC("clsDatabase.GetTblFlags", TblNum);
+    return TblOk(TblNum) ? lDB.Tables[TblNum - 1].Flags : 0;
+}
+
+void clsDatabase::SetTblFlags(int TblNum, int newval) {
+    TRACE_PROC("clsDatabase.SetTblFlags", TblNum, newval);
+    if (TblOk(TblNum)) lDB.Tables[TblNum - 1].Flags = toInt16(newval);
+}
+
+QString clsDatabase::GetTblTag(int TblNum) const {
+    TRACE_PROC("clsDatabase.GetTblTag", TblNum);
+    return TblOk(TblNum) ? lDB.Tables[TblNum - 1].Tag : QString();
+}
+
+void clsDatabase::SetTblTag(int TblNum, const QString& newval) {
+    TRACE_PROC("clsDatabase.SetTblTag", TblNum, newval);
+    if (TblOk(TblNum)) lDB.Tables[TblNum - 1].Tag = newval;
+}
+
+QString clsDatabase::GetTblCaption(int TblNum) const {
+    TRACE_PROC("clsDatabase.GetTblCaption", TblNum);
+    return TblOk(TblNum) ? lDB.Tables[TblNum - 1].Caption : QString();
+}
+
+QStringList clsDatabase::GetTblRecord(int TblNum, int RecNum) {
+    TRACE_PROC("clsDatabase.GetTblRecord", TblNum, RecNum);
+    Touch();
+    if (!TblOk(TblNum) || RecNum < 1 || RecNum > lDB.Tables[TblNum - 1].RecNum()) return QStringList();
+    return lDB.Tables[TblNum - 1].Records[RecNum - 1];
+}
+
+QString clsDatabase::GetTblFldVal(int TblNum, int RecNum, int FldNum) {
+    TRACE_PROC("clsDatabase.GetTblFldVal", TblNum, RecNum, FldNum);
+    Touch();
+    if (!TblOk(TblNum)) RaiseError(vbErrSubscript);
+    const TableEntry& t = lDB.Tables[TblNum - 1];
+    if (RecNum < 1 || RecNum > t.RecNum()) RaiseError(vbErrSubscript);
+    const QStringList& r = t.Records[RecNum - 1];
+    if (FldNum < 1 || FldNum > r.size()) RaiseError(vbErrSubscript);
+    return r[FldNum - 1];
+}
+
+QString clsDatabase::GetTblFldValNm(int TblNum, int RecNum, const QString& FldName) {
+    TRACE_PROC("clsDatabase.GetTblFldValNm", TblNum, RecNum, FldName);
+    Touch();
+    return lDBMngr.GetTblFldValNm(lDB, TblNum, RecNum, FldName);
+}
+
+void clsDatabase::SetTblFldVal(int TblNum, int RecNum, int FldNum, const QString& newval) {
+    TRACE_PROC("clsDatabase.SetTblFldVal", TblNum, RecNum, FldNum, HIDDEN(newval));
+    if (!TblOk(TblNum)) RaiseError(vbErrSubscript);
+    TableEntry& t = lDB.Tables[TblNum - 1];
+    if (RecNum < 1 || RecNum > t.RecNum()) RaiseError(vbErrSubscript);
+    QStringList& r = t.Records[RecNum - 1];
+    if (FldNum < 1 || FldNum > r.size()) RaiseError(vbErrSubscript);
+    r[FldNum - 1] = newval;
+}
+
+void clsDatabase::SetTblFldValNm(int TblNum, int RecNum, const QString& FldName, const QString& newval) {
+    TRACE_PROC("clsDatabase.SetTblFldValNm", TblNum, RecNum, FldName, HIDDEN(newval));
+    Touch();
+    lDBMngr.SetTblFldValNm(lDB, TblNum, RecNum, FldName, newval);
+}
+
+void clsDatabase::SetTblRecord(int TblNum, int RecNum, const QStringList& NewRec) {
+    TRACE_PROC("clsDatabase.SetTblRecord", TblNum, RecNum, HIDDEN(NewRec));
+    if (!TblOk(TblNum)) RaiseError(vbErrSubscript);
+    TableEntry& t = lDB.Tables[TblNum - 1];
+    if (RecNum < 1 || RecNum > t.RecNum()) RaiseError(vbErrSubscript);
+    t.Records[RecNum - 1] = NewRec;
+}
+
+QString clsDatabase::FindHelpVal(int TblNum, int FldNum, const QString& Val) {
+    TRACE_PROC("clsDatabase.FindHelpVal", TblNum, FldNum, Val);
+    Touch();
+    return lDBMngr.FindHelpVal(lDB, TblNum, FldNum, Val);
+}
+
+int clsDatabase::FindTable(const QString& TblName) {
+    TRACE_PROC("clsDatabase.FindTable", TblName);
+    Touch();
+    return lDBMngr.FindTable(lDB, TblName);
+}
+
+int clsDatabase::FindHTable(const QString& HTblName) {
+    TRACE_PROC("clsDatabase.FindHTable", HTblName);
+    Touch();
+    return lDBMngr.FindHTable(lDB, HTblName);
+}
+
+int clsDatabase::FindField(int TblNum, const QString& FldName) {
+    TRACE_PROC("clsDatabase.FindField", TblNum, FldName);
+    Touch();
+    return lDBMngr.FindField(lDB, TblNum, FldName);
+}
+
+int clsDatabase::GetRecNumFromVal(int TblNum, int FldNum, const QString& FldVal, int Start) {
+    TRACE_PROC("clsDatabase.GetRecNumFromVal", TblNum, FldNum, FldVal, Start);
+    Touch();
+    return lDBMngr.GetRecNumFromVal(lDB, TblNum, FldNum, FldVal, Start);
+}
+
+int clsDatabase::LoadDB(const QString& Path, const QString& Pasw) {
+    TRACE_PROC("clsDatabase.LoadDB", Path, HIDDEN(Pasw));
+    Touch();
+    lDBMngr.ResetDatabase(lDB);
+    return lDBMngr.LoadDatabase(lDB, Path, Pasw);
+}
+
+void clsDatabase::SaveDB(const QString& Path, const QString& Pasw, bool Compress) {
+    TRACE_PROC("clsDatabase.SaveDB", Path, HIDDEN(Pasw), Compress);
+    Touch();
+    lDBMngr.SaveDatabase(lDB, Path, Pasw, Compress);
+}
+
+int clsDatabase::TblsToString(const QStringList& Tbls, QString& BufStr, const TblsFilter& TblsFltr) {
+    TRACE_PROC("clsDatabase.TblsToString", Tbls);
+    Touch();
+    QString names;
+    for (const QString& t : Tbls) {
+        names += t;
+        names += QChar(kFldSep);
+    }
+    return lDBMngr.TablesToString(lDB, names, BufStr, TblsFltr);
+}
+
+QString clsDatabase::GetHelpVal(int TblNum, const QString& FName, int RecNum) {
+    TRACE_PROC("clsDatabase.GetHelpVal", TblNum, FName, RecNum);
+    Touch();
+    return lDBMngr.GetHelpVal(lDB, TblNum, FName, RecNum);
+}
+
+int clsDatabase::AddRecord(int TblNum) {
+    TRACE_PROC("clsDatabase.AddRecord", TblNum);
+    Touch();
+    return lDBMngr.AddRecord(lDB, TblNum);
+}
+
+void clsDatabase::GetHTable(int Num, HelpTable& BufHTbl) const {
+    TRACE_PROC("clsDatabase.GetHTable", Num);
+    if (Num < 1 || Num > lDB.HTabNum()) RaiseError(vbErrSubscript);
+    BufHTbl = lDB.HTables[Num - 1];
+}
+
+void clsDatabase::GetTable(int Num, TableEntry& BufTbl) const {
+    TRACE_PROC("clsDatabase.GetTable", Num);
+    if (!TblOk(Num)) RaiseError(vbErrSubscript);
+    BufTbl = lDB.Tables[Num - 1];
+}
+
+int clsDatabase::DeleteRec(int TblNum, int RecNum) {
+    TRACE_PROC("clsDatabase.DeleteRec", TblNum, RecNum);
+    Touch();
+    return lDBMngr.DeleteRec(lDB, TblNum, RecNum);
+}
+
+void clsDatabase::SetFldAllRecsVal(int TblNum, int FldNum, const QString& lVal, int& buf) {
+    TRACE_PROC("clsDatabase.SetFldAllRecsVal", TblNum, FldNum, HIDDEN(lVal));
+    buf = 0;
+    if (!TblOk(TblNum)) RaiseError(vbErrSubscript);
+    TableEntry& t = lDB.Tables[TblNum - 1];
+    for (QStringList& r : t.Records) {
+        if (FldNum < 1 || FldNum > r.size()) RaiseError(vbErrSubscript);
+        r[FldNum - 1] = lVal;
+        ++buf;
+    }
+}
+
+int clsDatabase::GetHelpValNum(int HTabNum, const QString& StrVal) {
+    TRACE_PROC("clsDatabase.GetHelpValNum", HTabNum, StrVal);
+    Touch();
+    return lDBMngr.GetHelpValNum(lDB, HTabNum, StrVal);
+}
+
+QString clsDatabase::GetComplexFldVal(int TblNum, int RecNum, int FldNum) {
+    TRACE_PROC("clsDatabase.GetComplexFldVal", TblNum, RecNum, FldNum);
+    Touch();
+    return lDBMngr.GetComplexFldVal(lDB, TblNum, RecNum, FldNum);
+}
+
+int clsDatabase::FindRecord(int TblNum, int FldNum, const QString& SText, int Start, bool CaseSens) {
+    TRACE_PROC("clsDatabase.FindRecord", TblNum, FldNum, SText, Start, CaseSens);
+    Touch();
+    return lDBMngr.FindRecord(lDB, TblNum, FldNum, SText, Start, CaseSens);
+}
+
+int clsDatabase::DeleteRecs(int TblNum, const QList<int>& RecNums) {
+    TRACE_PROC("clsDatabase.DeleteRecs", TblNum);
+    Touch();
+    return lDBMngr.DeleteRecs(lDB, TblNum, RecNums);
+}

@@ -1,0 +1,101 @@
+#include "users/UsDBTree.h"
+
+#include "diagnostics/Trace.h"
+#include "storage/clsDatabase.h"
+
+#include <QHash>
+#include <QSet>
+
+#include <vector>
+
+namespace {
+
+struct Columns {
+    int IndNum = -1, Parent = -1, Type = -1;
+};
+
+int column(const TableEntry& t, const char* name) {
+    for (qsizetype i = 0; i < t.FldNames.size(); ++i)
+        if (t.FldNames[i].compare(QLatin1String(name), Qt::CaseInsensitive) == 0) return static_cast<int>(i);
+    return -1;
+}
+
+const QString& valueOf(const QStringList& r, int col) {
+    static const QString empty;
+    return col >= 0 && col < r.size() ? r[col] : empty;
+}
+
+bool isFolder(const QString& type) {
+    bool ok = false;
+    return type.trimmed().toDouble(&ok) == 1.0 && ok;
+}
+
+} // namespace
+
+QList<UsTreeNode> UsDBTreeOrder(const clsDatabase& UsDB) {
+    TRACE_PROC("modMain.UsDBTreeOrder");
+    QList<UsTreeNode> out;
+    const DatabaseRecord& db = UsDB.DBView();
+    const TableEntry* t = nullptr;
+    for (const TableEntry& e : db.Tables)
+        if (e.Name.compare(QLatin1String("DataTable"), Qt::CaseInsensitive) == 0) {
+            t = &e;
+            break;
+        }
+    if (!t) return out;
+    Columns c{column(*t, "IndNum"), column(*t, "Parent"), column(*t, "Type")};
+    if (c.Parent < 0) return out;
+
+    // Rows by the text of their parent link, in table order.
+    QHash<QString, std::vector<int>> byParent;
+    byParent.reserve(t->RecNum() / 8 + 16);
+    for (int i = 0; i < t->RecNum(); ++i)
+        byParent[valueOf(t->Records[i], c.Parent)].push_back(i);
+    out.reserve(t->RecNum());
+
+    // The display order of the children of one parent.
+    auto childrenOf = [&](const QString& parentText) {
+        std::vector<int> order;
+        auto it = byParent.constFind(parentText);
+        if (it == byParent.constEnd()) return order;
+        const std::vector<int>& rows = *it;
+        order.reserve(rows.size());
+        for (auto r = rows.rbegin(); r != rows.rend(); ++r)
+            if (isFolder(valueOf(t->Records[*r], c.Type))) order.push_back(*r);
+        for (int r : rows)
+            if (!isFolder(valueOf(t->Records[r], c.Type))) order.push_back(r);
+        return order;
+    };
+
+    struct Level {
+        std::vector<int> rows;
+        std::size_t next = 0;
+        int id = 0;
+    };
+    std::vector<Level> stack;
+    QSet<int> onPath;
+    stack.push_back(Level{childrenOf(QStringLiteral("0")), 0, 0});
+    onPath.insert(0);
+    while (!stack.empty()) {
+        Level& lv = stack.back();
+        if (lv.next >= lv.rows.size()) {
+            onPath.remove(lv.id);
+            stack.pop_back();
+            continue;
+        }
+        const int row = lv.rows[lv.next++];
+        const QStringList& rec = t->Records[row];
+        const bool folder = isFolder(valueOf(rec, c.Type));
+        out.append(UsTreeNode{row + 1, static_cast<int>(stack.size()), folder});
+        // Children are looked for from this row on only; once there is one, all of them show.
+        const QString& indNum = valueOf(rec, c.IndNum);
+        auto kids = byParent.constFind(indNum);
+        if (kids == byParent.constEnd() || kids->empty() || kids->back() < row) continue;
+        bool ok = false;
+        const int id = indNum.trimmed().toInt(&ok);
+        if (!ok || onPath.contains(id)) continue;
+        onPath.insert(id);
+        stack.push_back(Level{childrenOf(QString::number(id)), 0, id});
+    }
+    return out;
+}

@@ -1,0 +1,279 @@
+#include "users/UserAccounts.h"
+
+#include "users/IUserView.h"
+
+#include "app/ProgConfig.h"
+#include "app/modMain.h"
+#include "diagnostics/DbgPrint.h"
+#include "diagnostics/ErrorTrap.h"
+#include "diagnostics/Globals.h"
+#include "diagnostics/Trace.h"
+#include "storage/Md5.h"
+#include "storage/Rc4.h"
+#include "storage/TableFile.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryFile>
+
+#include <sodium.h>
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+QString CurUser;
+QString CurUsDBPath;
+QString CurUsPasw;
+clsDatabasePtr CurUsDB;
+std::unique_ptr<clsDataFilesManager> MDFM;
+int FrmPaswResult = 0;
+QString FrmPaswEnetered;
+
+namespace {
+
+const bool g_registered = [] {
+    using namespace argent::diag;
+    registerGlobal("CurUser", &CurUser);
+    registerGlobal("CurUsDBPath", &CurUsDBPath);
+    registerGlobalHidden("CurUsPasw");
+    registerGlobalFixed("CurUsDB", "{Cannot dump external UDTs}");
+    registerGlobalFixed("MDFM", "{Cannot dump external UDTs}");
+    registerGlobal("FrmPaswResult", &FrmPaswResult);
+    registerGlobalHidden("FrmPaswEnetered");
+    return true;
+}();
+
+IUserView* g_view = nullptr;
+
+constexpr qint64 kSignatureEncLen = 13; // "wqpdhxMeM.ENC"
+
+void saveLastUser(const QString& UsName) {
+    ProgConfig[4] = UsName;
+    SaveConfig(ProgCfgPath);
+}
+
+} // namespace
+
+IUserView* SetUserView(IUserView* View) {
+    IUserView* old = g_view;
+    g_view = View;
+    return old;
+}
+
+IUserView* UserView() {
+    return g_view;
+}
+
+void CreateProgramObjects() {
+    TRACE_PROC("modMain.CreateProgramObjects");
+    MDFM = std::make_unique<clsDataFilesManager>();
+    CurUsDB = std::make_shared<clsDatabase>();
+}
+
+void WipeString(QString& Text) {
+    if (!Text.isEmpty() && Text.isDetached())
+        sodium_memzero(Text.data(), static_cast<std::size_t>(Text.size()) * sizeof(QChar));
+    Text.clear();
+}
+
+QString UsDBFilePath(const QString& UsName) {
+    TRACE_PROC("modMain.UsDBFilePath", UsName);
+    return Pt(ProgConfig[5]) + UsName + QStringLiteral(".bdb");
+}
+
+QByteArray NewUserTemplate() {
+    // Seven lines, each ending in CR LF; \x87 is the single separator byte.
+    return QByteArrayLiteral("wqpdhxMeM\r\n"
+                             "UserDataBase\x87"
+                             "0\x87"
+                             "1.1a\r\n"
+                             "[DataTable]\r\n"
+                             "0\x87"
+                             "0\r\n"
+                             "0\r\n"
+                             "IndNum 69\x87Parent 5\x87Type 5\x87Title 66\x87Login 2\x87Password 2\x87"
+                             "Description 2\x87Image 5\x87"
+                             "Flags 5\r\n"
+                             "[End DataTable]\r\n");
+}
+
+QString GetTempFileName() {
+    TRACE_PROC("modMain.GetTempFileName");
+    QTemporaryFile f(GetWindowsTemp() + QStringLiteral("pscXXXXXX.tmp"));
+    f.setAutoRemove(false);
+    if (!f.open())
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + GetWindowsTemp());
+    f.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+    return f.fileName();
+}
+
+void TrueKill(const QString& FilePath) {
+    TRACE_PROC("modMain.TrueKill", FilePath);
+    const QFileInfo fi(FilePath);
+    if (!fi.exists() && !fi.isSymLink()) return;
+    if (fi.isDir() && !fi.isSymLink())
+        RaiseError(vbErrPermission, QStringLiteral("Permission denied: ") + FilePath);
+    QFile::setPermissions(FilePath, QFile::ReadOwner | QFile::WriteOwner);
+    if (!QFile::remove(FilePath) && QFileInfo::exists(FilePath))
+        RaiseError(vbErrPermission, QStringLiteral("Permission denied: ") + FilePath);
+}
+
+void FindUsers(const QString& FPath, StrMass& pUsers) {
+    TRACE_PROC("modMain.FindUsers", FPath, pUsers.Items);
+    const QString folder = Pt(FPath);
+    DIR* dir = opendir(QFile::encodeName(folder).constData());
+    if (!dir) {
+        DbgPrint(QStringLiteral("Error#0003. FPath = ") + FPath);
+        return;
+    }
+    while (const dirent* e = readdir(dir)) {
+        QString name = QFile::decodeName(e->d_name);
+        StripNulls(name);
+        if (name == QLatin1String(".") || name == QLatin1String("..")) continue;
+        if (!name.endsWith(QLatin1String(".bdb"), Qt::CaseSensitive)) continue;
+        // A folder named like a user is not one; anything else counts as a file, even
+        // an entry whose state cannot be read.
+        struct stat st;
+        if (stat(QFile::encodeName(folder + name).constData(), &st) == 0 && S_ISDIR(st.st_mode)) continue;
+        AddElemToStrMass(pUsers, name.left(name.size() - 4));
+    }
+    closedir(dir);
+}
+
+QString GetTruePasw(const QString& InPasw) {
+    TRACE_PROC("modMain.GetTruePasw", HIDDEN(InPasw));
+    QString h = HashString(InPasw);
+    for (int i = 0; i < 19; ++i)
+        h = HashString(h);
+    return h + InPasw;
+}
+
+void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
+    TRACE_PROC("modMain.AddUser", Path, Name, HIDDEN(Pasw));
+    // The template and its protected form are made in the private temporary folder; the
+    // user's path receives only the finished, enciphered file.
+    const QString tmp = GetTempFileName();
+    {
+        QFile f(tmp);
+        const QByteArray tpl = NewUserTemplate();
+        if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate) || f.write(tpl) != tpl.size() || !f.flush()) {
+            f.close();
+            TrueKill(tmp);
+            RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + tmp);
+        }
+    }
+    const QString typed = Pasw;
+    Pasw = HashString(typed);
+    clsDatabasePtr db;
+    const int r = MDFM->LoadDB(tmp, db, QString());
+    MDFM->DeleteDBFromCol(tmp);
+    if (r < 0) {
+        TrueKill(tmp);
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + tmp);
+    }
+    db->SetTag(Name);
+    db->SetName(Name);
+    const QString key = GetTruePasw(Pasw);
+    const int s = MDFM->SaveDB(db, tmp, key, false);
+    if (s < 0) {
+        TrueKill(tmp);
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + tmp);
+    }
+    EncryptFile(tmp, Path, true, key);
+    TrueKill(tmp);
+}
+
+int TestUsPasw(const QString& UPath, const QString& Pasw) {
+    TRACE_PROC("modMain.TestUsPasw", UPath, HIDDEN(Pasw));
+    const QString key = GetTruePasw(Pasw);
+    const QString tmp = GetTempFileName();
+    int result = 2;
+    DecryptFile(UPath, tmp, true, key);
+    QFile f(tmp);
+    if (f.size() > kSignatureEncLen && f.open(QIODevice::ReadOnly)) {
+        QByteArray line = f.readLine(64);
+        if (line.endsWith('\n')) line.chop(1);
+        if (line.endsWith('\r')) line.chop(1);
+        if (line == kSignatureEnc) result = 1;
+        f.close();
+    }
+    TrueKill(tmp);
+    return result;
+}
+
+int LoadUser(const QString& UPath, const QString& Pasw) {
+    TRACE_PROC("modMain.LoadUser", UPath, HIDDEN(Pasw));
+    const QString tmp = GetTempFileName();
+    // A missing user file leaves nothing to load: the manager then reports -2.
+    if (!DecryptFile(UPath, tmp, true, Pasw)) TrueKill(tmp);
+    clsDatabasePtr db;
+    const int r = MDFM->LoadDB(tmp, db, Pasw);
+    // The deciphered copy is erased on every path, and its entry goes with it: the key
+    // names a file that no longer exists.
+    TrueKill(tmp);
+    MDFM->DeleteDBFromCol(tmp);
+    if (r < 0) return r;
+    if (CurUsDB && !CurUsDB->Path().isEmpty()) SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    CurUsDB = db;
+    return 2;
+}
+
+int FullUserLoad(const QString& UsName, const QString& UsPasw) {
+    TRACE_PROC("modMain.FullUserLoad", UsName, HIDDEN(UsPasw));
+    CurUsDB = std::make_shared<clsDatabase>();
+    const QString path = UsDBFilePath(UsName);
+    const int r = LoadUser(path, GetTruePasw(UsPasw));
+    if (r < 0) return r == -4 ? -1 : 100;
+    CurUsPasw = UsPasw;
+    CurUsDBPath = path;
+    CurUsDB->SetPath(CurUsDBPath);
+    CurUser = UsName;
+    if (g_view) {
+        g_view->ClearUsTree();
+        g_view->ClearUsValue();
+    }
+    saveLastUser(UsName);
+    if (g_view) g_view->ShowUsDB(*CurUsDB);
+    return 0;
+}
+
+int SaveUsDB(const clsDatabasePtr& DB, const QString& Pasw) {
+    TRACE_PROC("modMain.SaveUsDB", DB.get(), HIDDEN(Pasw));
+    // A database without a name belongs to no user: there is no file to write.
+    if (!DB || DB->Name().isEmpty()) return tbeNothingToSave;
+    const QString path = UsDBFilePath(DB->Name());
+    const QString tmp = GetTempFileName();
+    const int r = MDFM->SaveDB(DB, tmp, Pasw, false);
+    if (r >= 0) EncryptFile(tmp, path, true, Pasw);
+    TrueKill(tmp);
+    return r;
+}
+
+void UnloadUser() {
+    TRACE_PROC("modMain.UnloadUser");
+    CurUsDB = std::make_shared<clsDatabase>();
+    WipeString(CurUsPasw);
+    CurUsDBPath.clear();
+    CurUser.clear();
+    if (g_view) {
+        g_view->ClearUsTree();
+        g_view->ClearUsValue();
+    }
+    saveLastUser(QString());
+    if (g_view) g_view->ClearUsTree();
+}
+
+int DeleteUser(const QString& UsName, const QString& UsDBPath) {
+    TRACE_PROC("modMain.DeleteUser", UsName, UsDBPath);
+    if (!FileExist(UsDBPath)) return -2;
+    TrueKill(UsDBPath);
+    return 1;
+}
+
+int ChangeUsPasw(const QString& NewPasw) {
+    TRACE_PROC("modMain.ChangeUsPasw", HIDDEN(NewPasw));
+    WipeString(CurUsPasw);
+    CurUsPasw = HashString(NewPasw);
+    return SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+}
