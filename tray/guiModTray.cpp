@@ -60,7 +60,10 @@ frmSysTray* CreateTrayIcon() {
 
 void DeleteIcon() {
     TRACE_PROC("modTray.DeleteIcon");
-    delete g_tray;
+    if (!g_tray) return;
+    // Often called from the icon's own menu: let that click finish before the object goes.
+    g_tray->Hide();
+    g_tray->deleteLater();
     g_tray = nullptr;
 }
 
