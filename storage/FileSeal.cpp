@@ -89,8 +89,9 @@ bool SealInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, bool
         QByteArray packed =
             qCompress(reinterpret_cast<const uchar*>(File.constData()) + HeaderAt + kSealHeaderSize,
                       File.size() - HeaderAt - kSealHeaderSize);
-        WipeBytes(File);
-        File.truncate(HeaderAt + kSealHeaderSize);
+        const qsizetype bodyAt = HeaderAt + kSealHeaderSize;
+        sodium_memzero(File.data() + bodyAt, static_cast<std::size_t>(File.size() - bodyAt));
+        File.truncate(bodyAt);
         File.append(packed);
         WipeBytes(packed);
     }

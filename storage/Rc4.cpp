@@ -58,8 +58,7 @@ bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const 
     sodium_memzero(key.data(), static_cast<std::size_t>(key.size()));
 
     QSaveFile out(OutPath);
-    if (!out.open(QIODevice::WriteOnly))
-        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + OutPath);
+    if (!out.open(QIODevice::WriteOnly)) return false;
     out.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
     constexpr qsizetype kChunk = 1 << 20;
     QByteArray buf(kChunk, Qt::Uninitialized);
@@ -79,8 +78,7 @@ bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const 
         out.cancelWriting();
         return false;
     }
-    if (!out.commit()) RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + OutPath);
-    return true;
+    return out.commit();
 }
 
 } // namespace

@@ -29,7 +29,8 @@ private:
 // same file: the output is written beside the target and renamed over it when complete,
 // so OutPath holds either its old or its new content, never a part (mode 0600).
 // Flag: replace an existing OutPath; without it an existing OutPath is error 58.
-// Returns false, writing nothing, when InPath cannot be read; a failed write raises 75.
+// Returns false when InPath cannot be read or OutPath cannot be written (a full disk):
+// OutPath then keeps what it held.
 bool EncryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key);
 // RC4 is its own inverse: the same as EncryptFile.
 bool DecryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key);

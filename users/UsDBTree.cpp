@@ -25,7 +25,9 @@ const QString& valueOf(const QStringList& r, int col) {
     return col >= 0 && col < r.size() ? r[col] : empty;
 }
 
+// Type 1, read as a number ("1", " 1", "1.0" alike).
 bool isFolder(const QString& type) {
+    if (type.size() == 1) return type[0] == u'1';
     bool ok = false;
     return type.trimmed().toDouble(&ok) == 1.0 && ok;
 }

@@ -180,8 +180,9 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
         TrueKill(tmp);
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + tmp);
     }
-    EncryptFile(tmp, Path, true, key);
+    const bool written = EncryptFile(tmp, Path, true, key);
     TrueKill(tmp);
+    if (!written) RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
 }
 
 int TestUsPasw(const QString& UPath, const QString& Pasw) {
@@ -244,8 +245,8 @@ int SaveUsDB(const clsDatabasePtr& DB, const QString& Pasw) {
     if (!DB || DB->Name().isEmpty()) return tbeNothingToSave;
     const QString path = UsDBFilePath(DB->Name());
     const QString tmp = GetTempFileName();
-    const int r = MDFM->SaveDB(DB, tmp, Pasw, false);
-    if (r >= 0) EncryptFile(tmp, path, true, Pasw);
+    int r = MDFM->SaveDB(DB, tmp, Pasw, false);
+    if (r >= 0 && !EncryptFile(tmp, path, true, Pasw)) r = tbeIoError;
     TrueKill(tmp);
     return r;
 }

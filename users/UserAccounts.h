@@ -64,8 +64,9 @@ int LoadUser(const QString& UPath, const QString& Pasw);
 // with that key (-4); 100 on any other failure. A failure changes no current-user global.
 int FullUserLoad(const QString& UsName, const QString& UsPasw);
 // Saves DB to the databases folder under its Name with the file key Pasw. Result: the
-// manager's save result (1 saved, -1 not written; the old file stays whole), or -5 when
-// DB has no name (nothing is written). A failed final write raises error 75.
+// manager's save result, 1 saved; -1 when the file could not be written (a full disk,
+// a folder that is gone): the old file then stays as it was, whole; -5 when DB has no
+// name (nothing is written).
 int SaveUsDB(const clsDatabasePtr& DB, const QString& Pasw);
 // Back to no user, without saving: globals emptied, view cleared, entry 4 emptied (saved).
 void UnloadUser();

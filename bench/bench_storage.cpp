@@ -1,0 +1,225 @@
+// Storage benchmark: users of 1,000, 10,000 and 100,000 records (one folder per 50
+// records, three levels of folders, field lengths of real use), and for each the file
+// size, the password check (TestUsPasw), the full load without a window (FullUserLoad),
+// a save (SaveUsDB), the tree order of the main window, and the peak memory of a process
+// that does all of that. Every measurement runs in a fresh process, three times; the
+// median is printed.
+//
+//   bench_storage [N ...]          (default 1000 10000 100000)
+
+#include "app/ProgConfig.h"
+#include "app/StrMass.h"
+#include "diagnostics/ErrorTrap.h"
+#include "storage/Md5.h"
+#include "users/UsDBTree.h"
+#include "users/UserAccounts.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <cstdio>
+#include <sys/resource.h>
+#include <vector>
+
+namespace {
+
+const char kPasw[] = "bench-password-1";
+
+QString userName(int n) {
+    return QStringLiteral("Bench%1").arg(n);
+}
+
+void setup(const QString& dir) {
+    ProgConfig.Reset();
+    for (int i = 1; i <= 20; ++i)
+        AddElemToStrMass(ProgConfig, QString());
+    ProgConfig[5] = dir;
+    ProgCfgPath = dir + QStringLiteral("/config.dat");
+    CreateProgramObjects();
+}
+
+QString words(QRandomGenerator& rng, int minLen, int maxLen) {
+    static const char* const kWords[] = {"mail",   "bank",   "shop",  "forum", "server", "account", "home",
+                                         "office", "cloud",  "music", "video", "travel", "energy",  "phone",
+                                         "tax",    "health", "games", "news",  "backup", "router"};
+    const int len = minLen + static_cast<int>(rng.bounded(maxLen - minLen + 1));
+    QString s;
+    while (s.size() < len) {
+        if (!s.isEmpty()) s += u' ';
+        s += QLatin1String(kWords[rng.bounded(20)]);
+    }
+    s.truncate(len);
+    return s;
+}
+
+QString randomText(QRandomGenerator& rng, int minLen, int maxLen, const char* alphabet) {
+    const int len = minLen + static_cast<int>(rng.bounded(maxLen - minLen + 1));
+    const int n = static_cast<int>(std::strlen(alphabet));
+    QString s(len, Qt::Uninitialized);
+    for (int i = 0; i < len; ++i)
+        s[i] = QLatin1Char(alphabet[rng.bounded(n)]);
+    return s;
+}
+
+int generate(int n, const QString& dir) {
+    setup(dir);
+    QString pasw = QString::fromLatin1(kPasw);
+    const QString name = userName(n);
+    AddUser(UsDBFilePath(name), name, pasw);
+    const QString key = GetTruePasw(pasw);
+    if (LoadUser(UsDBFilePath(name), key) != 2) return 1;
+    clsDatabase& db = *CurUsDB;
+    const int tbl = db.FindTable(QStringLiteral("DataTable"));
+    QRandomGenerator rng(n);
+    const int folders = std::max(3, n / 50);
+    const int level1 = std::max(1, folders / 20), level2 = std::max(1, folders / 5);
+    int id = 0;
+    auto row = [&](int parent, bool folder, const QString& title, const QString& login, const QString& pw,
+                   const QString& desc, const QString& flags) {
+        const int r = db.AddRecord(tbl);
+        const QStringList v{QString::number(++id),
+                            QString::number(parent),
+                            folder ? "1" : "2",
+                            title,
+                            login,
+                            pw,
+                            desc,
+                            folder ? "2key" : "1key",
+                            flags};
+        db.SetTblRecord(tbl, r, v);
+    };
+    for (int f = 0; f < folders; ++f) {
+        int parent = 0;
+        if (f >= level1 + level2)
+            parent = level1 + 1 + static_cast<int>(rng.bounded(level2));
+        else if (f >= level1)
+            parent = 1 + static_cast<int>(rng.bounded(level1));
+        row(parent, true, words(rng, 5, 24), QString(), QString(), QString(), QStringLiteral("0|0"));
+    }
+    for (int r = 0; r < n; ++r) {
+        const int parent = 1 + static_cast<int>(rng.bounded(folders));
+        const QString login = randomText(rng, 5, 12, "abcdefghijklmnopqrstuvwxyz0123456789._") +
+                              (rng.bounded(2) ? QStringLiteral("@example.org") : QString());
+        const QString pw = randomText(
+            rng, 12, 20, "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789!#$%&*+-=?@^_~");
+        const QString desc = rng.bounded(2) ? words(rng, 10, 120) : QString();
+        const QString flags = rng.bounded(10) == 0 ? QStringLiteral("255|1") : QStringLiteral("0|0");
+        row(parent, false, words(rng, 8, 32), login, pw, desc, flags);
+    }
+    db.SetTblTag(tbl, QString::number(id));
+    return SaveUsDB(CurUsDB, key) > 0 ? 0 : 1;
+}
+
+double msSince(QElapsedTimer& t) {
+    return static_cast<double>(t.nsecsElapsed()) / 1e6;
+}
+
+// One measuring process: prints "check load save tree peakKiB".
+int measure(int n, const QString& dir) {
+    setup(dir);
+    const QString name = userName(n);
+    const QString md5 = HashString(QString::fromLatin1(kPasw));
+    QElapsedTimer t;
+    t.start();
+    const int ok = TestUsPasw(UsDBFilePath(name), md5);
+    const double check = msSince(t);
+    t.restart();
+    const int loaded = FullUserLoad(name, md5);
+    const double load = msSince(t);
+    t.restart();
+    const QList<UsTreeNode> order = UsDBTreeOrder(*CurUsDB);
+    const double tree = msSince(t);
+    t.restart();
+    const int saved = SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    const double save = msSince(t);
+    if (ok != 1 || loaded != 0 || saved != 1 || order.size() != CurUsDB->GetTblRecNum(1)) return 1;
+    rusage ru{};
+    getrusage(RUSAGE_SELF, &ru);
+    std::printf("%.2f %.2f %.2f %.2f %ld\n", check, load, save, tree, ru.ru_maxrss);
+    return 0;
+}
+
+QString runSelf(const QStringList& args) {
+    QProcess p;
+    p.start(QCoreApplication::applicationFilePath(), args);
+    p.waitForFinished(-1);
+    if (p.exitCode() != 0) {
+        std::fprintf(stderr, "bench_storage %s failed\n", args.join(u' ').toLocal8Bit().constData());
+        std::exit(1);
+    }
+    return QString::fromLatin1(p.readAllStandardOutput()).trimmed();
+}
+
+double median(std::vector<double> v) {
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    const QStringList args = QCoreApplication::arguments();
+    int rc = 1;
+    if (args.size() == 4 && (args[1] == QLatin1String("--gen") || args[1] == QLatin1String("--measure"))) {
+        argent::diag::trapped([&] {
+            rc = args[1] == QLatin1String("--gen") ? generate(args[2].toInt(), args[3])
+                                                   : measure(args[2].toInt(), args[3]);
+        });
+        return rc;
+    }
+    QList<int> sizes;
+    for (int i = 1; i < args.size(); ++i)
+        sizes << args[i].toInt();
+    if (sizes.isEmpty()) sizes = {1000, 10000, 100000};
+
+    QTemporaryDir dir;
+    // The program's private temporary folder lives in the session's runtime folder, which
+    // a desktop session keeps in memory (tmpfs); so does the bench, when it can.
+    QTemporaryDir runtime(QFileInfo(QStringLiteral("/dev/shm")).isDir()
+                              ? QStringLiteral("/dev/shm/argent-bench-XXXXXX")
+                              : dir.path() + QStringLiteral("/run-XXXXXX"));
+    QFile::setPermissions(runtime.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
+    std::printf("user files in %s, temporary copies in %s\n", dir.path().toLocal8Bit().constData(),
+                runtime.path().toLocal8Bit().constData());
+    std::printf("%9s %10s %10s %10s %10s %10s %10s\n", "records", "file KiB", "check ms", "load ms",
+                "save ms", "tree ms", "peak MiB");
+    struct Row {
+        int n;
+        double check, load, save, tree, peak;
+    };
+    std::vector<Row> rows;
+    for (int n : sizes) {
+        runSelf({QStringLiteral("--gen"), QString::number(n), dir.path()});
+        std::vector<double> c, l, s, t, m;
+        for (int k = 0; k < 3; ++k) {
+            const QStringList v =
+                runSelf({QStringLiteral("--measure"), QString::number(n), dir.path()}).split(u' ');
+            c.push_back(v[0].toDouble());
+            l.push_back(v[1].toDouble());
+            s.push_back(v[2].toDouble());
+            t.push_back(v[3].toDouble());
+            m.push_back(v[4].toDouble() / 1024.0);
+        }
+        const qint64 size = QFileInfo(dir.path() + u'/' + userName(n) + QStringLiteral(".bdb")).size();
+        Row r{n, median(c), median(l), median(s), median(t), median(m)};
+        rows.push_back(r);
+        std::printf("%9d %10.0f %10.1f %10.1f %10.1f %10.1f %10.1f\n", n, static_cast<double>(size) / 1024.0,
+                    r.check, r.load, r.save, r.tree, r.peak);
+        std::fflush(stdout);
+    }
+    for (std::size_t i = 1; i < rows.size(); ++i) {
+        const Row& a = rows[i - 1];
+        const Row& b = rows[i];
+        std::printf("%d -> %d records (x%.0f): check+load x%.1f, save x%.1f\n", a.n, b.n,
+                    static_cast<double>(b.n) / a.n, (b.check + b.load) / (a.check + a.load), b.save / a.save);
+    }
+    return 0;
+}
