@@ -15,7 +15,8 @@ clsDatabasePtr sampleDb(TestEnv& env) {
     const QString path = env.root() + "/t.bdb";
     writeFileText(path, NewUserTemplate());
     auto db = std::make_shared<clsDatabase>();
-    if (db->LoadDB(path, QString()) != 1) return nullptr;
+    if (db->LoadDB(path, QString()) != 1)
+        return nullptr;
     const QStringList titles = {"Mail", "Bank", "mail box", "Їжак", "Post"};
     for (int i = 0; i < titles.size(); ++i) {
         const int r = db->AddRecord(1);

@@ -49,7 +49,8 @@ int loadBytes(TestEnv& env, const QByteArray& bytes, const QString& pasw, Databa
 QByteArray save(TestEnv& env, const DatabaseRecord& db, const QString& pasw, bool compress = false) {
     const QString path = env.root() + "/saved.bdb";
     TableEngine e;
-    if (e.SaveDatabase(db, path, pasw, compress) != 1) return QByteArray();
+    if (e.SaveDatabase(db, path, pasw, compress) != 1)
+        return QByteArray();
     return readAllOf(path);
 }
 

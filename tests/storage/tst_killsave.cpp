@@ -1,0 +1,183 @@
+// Nothing is lost: a process saving a user's database over and over is killed at random
+// moments, and every time the file opens with the right password and holds one whole
+// version. And a save on a full disk leaves the old file as it was.
+
+#include "app/ProgConfig.h"
+#include "app/modMain.h"
+#include "storage/Md5.h"
+#include "tests/common/TestEnv.h"
+#include "tests/common/TestMain.h"
+#include "users/UserAccounts.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTest>
+#include <QThread>
+
+#include <csignal>
+#include <cstdio>
+#include <sys/resource.h>
+
+namespace {
+
+constexpr int kKills = 200;
+
+void useFolder(const QString& folder) {
+    ProgConfig.Reset();
+    for (int i = 1; i <= 5; ++i)
+        AddElemToStrMass(ProgConfig, QString());
+    ProgConfig[5] = folder;
+    CreateProgramObjects();
+}
+
+// Version g of the database: 5 + g % 7 records, each naming g, the table tag g.
+void fillVersion(clsDatabase& db, int g) {
+    QList<int> all;
+    for (int r = 1; r <= db.GetTblRecNum(1); ++r)
+        all << r;
+    db.DeleteRecs(1, all);
+    for (int i = 0; i < 5 + g % 7; ++i) {
+        const int r = db.AddRecord(1);
+        db.SetTblRecord(1, r,
+                        {QString::number(i + 1), "0", "2", QStringLiteral("version %1").arg(g), "login",
+                         QString(40, QChar('a' + g % 26)),
+                         QStringLiteral("record %1 of %2").arg(i).arg(g) + QString(2000, u'.'), "1key",
+                         "0|0"});
+    }
+    db.SetTblTag(1, QString::number(g));
+}
+
+// The version a database holds, or -1 when its records do not form one whole version.
+int versionOf(clsDatabase& db) {
+    const int g = db.GetTblTag(1).toInt();
+    if (db.GetTblRecNum(1) != 5 + g % 7)
+        return -1;
+    for (int r = 1; r <= db.GetTblRecNum(1); ++r)
+        if (db.GetTblFldVal(1, r, 4) != QStringLiteral("version %1").arg(g) ||
+            db.GetTblFldVal(1, r, 7) !=
+                QStringLiteral("record %1 of %2").arg(r - 1).arg(g) + QString(2000, u'.'))
+            return -1;
+    return g;
+}
+
+// Child: opens the user and saves new versions until it is killed.
+int saveForeverChild(int& argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    const QStringList args = QCoreApplication::arguments().mid(1);
+    useFolder(args.value(0));
+    const QString key = GetTruePasw(args.value(1));
+    if (LoadUser(UsDBFilePath("Kill"), key) != 2)
+        return 3;
+    int g = CurUsDB->GetTblTag(1).toInt();
+    std::printf("ready\n");
+    std::fflush(stdout);
+    for (;;) {
+        fillVersion(*CurUsDB, ++g);
+        std::printf("saving %d\n", g);
+        std::fflush(stdout);
+        if (SaveUsDB(CurUsDB, key) != 1)
+            return 4;
+        std::printf("saved %d\n", g);
+        std::fflush(stdout);
+    }
+}
+ARGENT_CHILD("save-forever", saveForeverChild)
+
+// Child: adds records and saves with a file size limit below what the save needs.
+int fullDiskChild(int& argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    const QStringList args = QCoreApplication::arguments().mid(1);
+    useFolder(args.value(0));
+    const QString key = GetTruePasw(args.value(1));
+    if (LoadUser(UsDBFilePath("Kill"), key) != 2)
+        return 3;
+    fillVersion(*CurUsDB, 1000);
+    for (int i = 0; i < 3000; ++i)
+        CurUsDB->SetTblRecord(1, CurUsDB->AddRecord(1), QStringList(9, QString(40, 'x')));
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit lim{64 * 1024, 64 * 1024};
+    setrlimit(RLIMIT_FSIZE, &lim);
+    return SaveUsDB(CurUsDB, key) == -1 ? 0 : 5;
+}
+ARGENT_CHILD("full-disk", fullDiskChild)
+
+} // namespace
+
+class KillSaveTest : public QObject {
+    Q_OBJECT
+private slots:
+    void killedWhileSavingLosesNothing() {
+        TestEnv env;
+        const QString folder = env.root() + "/dbs";
+        QDir().mkpath(folder);
+        useFolder(folder);
+        QString md5 = "kill password";
+        AddUser(UsDBFilePath("Kill"), "Kill", md5);
+        const QString key = GetTruePasw(md5);
+        QCOMPARE(LoadUser(UsDBFilePath("Kill"), key), 2);
+        fillVersion(*CurUsDB, 1);
+        QCOMPARE(SaveUsDB(CurUsDB, key), 1);
+
+        int known = 1, duringSave = 0, newerThanReported = 0;
+        for (int kill = 0; kill < kKills; ++kill) {
+            QProcess p;
+            p.setEnvironment(env.childEnv("save-forever"));
+            p.start(QCoreApplication::applicationFilePath(), {folder, md5});
+            QVERIFY(p.waitForStarted());
+            while (!p.canReadLine())
+                QVERIFY2(p.waitForReadyRead(10000), "the child did not get ready");
+            QCOMPARE(p.readLine(), QByteArray("ready\n"));
+            QThread::usleep(QRandomGenerator::global()->bounded(15000));
+            p.kill();
+            QVERIFY(p.waitForFinished());
+            int reported = known;
+            bool saving = false;
+            for (const QByteArray& line : p.readAllStandardOutput().split('\n')) {
+                if (line.startsWith("saved "))
+                    reported = line.mid(6).toInt();
+                if (!line.isEmpty())
+                    saving = line.startsWith("saving ");
+            }
+            duringSave += saving;
+
+            // The file opens with the password and holds the last reported version or the
+            // one being written when the kill came, whole.
+            CreateProgramObjects();
+            QCOMPARE(LoadUser(UsDBFilePath("Kill"), key), 2);
+            const int g = versionOf(*CurUsDB);
+            QVERIFY2(g == reported || g == reported + 1,
+                     qPrintable(
+                         QStringLiteral("kill %1: version %2, reported %3").arg(kill).arg(g).arg(reported)));
+            newerThanReported += g == reported + 1;
+            known = g;
+        }
+        // Nothing but the user's file is left in the folder (the new copy is written unnamed).
+        QCOMPARE(QDir(folder).entryList(QDir::Files | QDir::Hidden), QStringList{"Kill.bdb"});
+        qInfo("%d kills: %d during a save, %d of them after the new file was in place but before the report",
+              kKills, duringSave, newerThanReported);
+        QVERIFY(duringSave > kKills / 4);
+        QVERIFY(known > 1);
+    }
+
+    void fullDiskKeepsTheOldFile() {
+        TestEnv env;
+        const QString folder = env.root() + "/dbs";
+        QDir().mkpath(folder);
+        useFolder(folder);
+        QString md5 = "disk password";
+        AddUser(UsDBFilePath("Kill"), "Kill", md5);
+        const QByteArray before = readAllOf(UsDBFilePath("Kill"));
+        QProcess p;
+        p.setEnvironment(env.childEnv("full-disk"));
+        p.start(QCoreApplication::applicationFilePath(), {folder, md5});
+        QVERIFY(p.waitForFinished());
+        QCOMPARE(p.exitCode(), 0);
+        QCOMPARE(readAllOf(UsDBFilePath("Kill")), before);
+        QCOMPARE(TestUsPasw(UsDBFilePath("Kill"), md5), 1);
+    }
+};
+
+ARGENT_TEST(KillSaveTest)
+#include "tst_killsave.moc"
