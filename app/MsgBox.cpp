@@ -13,7 +13,8 @@ MsgBoxHandler& handler() {
 
 int MsgBox(const QString& Prompt, int Style, const QString& Title) {
     TRACE_PROC("modMain.MsgBox", Prompt, Style, Title);
-    if (handler()) return handler()(Prompt, Style, Title);
+    if (handler())
+        return handler()(Prompt, Style, Title);
     // No interface: say it on standard error and take the default answer.
     std::fprintf(stderr, "%s\n", Prompt.toLocal8Bit().constData());
     const int buttons = Style & 7;

@@ -29,19 +29,24 @@ constexpr auto kPrivateDir = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOw
 // put the rest of the path under the folder the program runs from now.
 void RebaseDatabasesFolder(StrMass& pOptions) {
     TRACE_PROC("modMain.RebaseDatabasesFolder", pOptions.Items);
-    if (pOptions.UBound() < 5) return;
+    if (pOptions.UBound() < 5)
+        return;
     const QString app = QDir::cleanPath(AppPath());
     const QString db = pOptions[5];
-    if (db.isEmpty() || !db.startsWith(u'/')) return;
-    if (Pt(QDir::cleanPath(db)).startsWith(Pt(app))) return;
+    if (db.isEmpty() || !db.startsWith(u'/'))
+        return;
+    if (Pt(QDir::cleanPath(db)).startsWith(Pt(app)))
+        return;
     const QString appName = app.section(u'/', -1);
     const QStringList parts = QDir::cleanPath(db).split(u'/');
     // parts[0] is the empty text before the leading "/".
     for (qsizetype k = parts.size() - 1; k >= 1; --k) {
-        if (parts[k] != appName) continue;
+        if (parts[k] != appName)
+            continue;
         QString rest = parts.mid(k + 1).join(u'/');
         QString rebased = rest.isEmpty() ? app : app + u'/' + rest;
-        if (db.endsWith(u'/')) rebased = Pt(rebased);
+        if (db.endsWith(u'/'))
+            rebased = Pt(rebased);
         pOptions[5] = rebased;
         DbgPrint(QStringLiteral("Databases folder moved with the program: ") + rebased);
         return;
@@ -56,17 +61,22 @@ int LoadConfig(const QString& FPath, StrMass& pOptions) {
         return -2;
     }
     QFile f(FPath);
-    if (!f.open(QIODevice::ReadOnly)) RaiseError(vbErrPathFileAccess);
+    if (!f.open(QIODevice::ReadOnly))
+        RaiseError(vbErrPathFileAccess);
     const QString text = QString::fromUtf8(f.readAll());
-    if (f.error() != QFile::NoError) RaiseError(vbErrPathFileAccess);
+    if (f.error() != QFile::NoError)
+        RaiseError(vbErrPathFileAccess);
     QStringList lines = text.split(u'\n');
     // A final line end does not start another line.
-    if (!lines.isEmpty() && lines.last().isEmpty()) lines.removeLast();
+    if (!lines.isEmpty() && lines.last().isEmpty())
+        lines.removeLast();
     for (QString& line : lines) {
-        if (line.endsWith(u'\r')) line.chop(1);
+        if (line.endsWith(u'\r'))
+            line.chop(1);
         AddElemToStrMass(pOptions, line);
     }
-    if (FPath.contains(Pt(AppPath()))) RebaseDatabasesFolder(pOptions);
+    if (FPath.contains(Pt(AppPath())))
+        RebaseDatabasesFolder(pOptions);
     return 0;
 }
 
@@ -118,7 +128,8 @@ void ChooseConfiguration() {
         CreateConfig(usFolder, Pt(usFolder) + QStringLiteral("config.dat"));
         const QString sample = Pt(AppPath()) + QStringLiteral("SampleUser.bdb");
         const QString target = Pt(usFolder) + QStringLiteral("DataBases/SampleUser.bdb");
-        if (FileExist(sample) && QFile::copy(sample, target)) QFile::setPermissions(target, kPrivateFile);
+        if (FileExist(sample) && QFile::copy(sample, target))
+            QFile::setPermissions(target, kPrivateFile);
     } else if (FileExist(Pt(usFolder) + QStringLiteral("config.dat"))) {
         ProgCfgPath = Pt(usFolder) + QStringLiteral("config.dat");
         LoadConfig(ProgCfgPath, ProgConfig);

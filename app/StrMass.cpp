@@ -4,12 +4,14 @@
 #include "diagnostics/Trace.h"
 
 QString& StrMass::operator[](int i) {
-    if (i < LBound || i > UBound()) RaiseError(vbErrSubscript);
+    if (i < LBound || i > UBound())
+        RaiseError(vbErrSubscript);
     return Items[i - LBound];
 }
 
 const QString& StrMass::operator[](int i) const {
-    if (i < LBound || i > UBound()) RaiseError(vbErrSubscript);
+    if (i < LBound || i > UBound())
+        RaiseError(vbErrSubscript);
     return Items[i - LBound];
 }
 

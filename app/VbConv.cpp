@@ -30,16 +30,20 @@ std::optional<double> readNumber(const QString& t, qsizetype& i, bool skipInnerB
             while (j < n) {
                 const char16_t c = t[j].toUpper().unicode();
                 int d = c >= u'0' && c <= u'9' ? c - u'0' : c >= u'A' && c <= u'F' ? c - u'A' + 10 : 99;
-                if (d >= base) break;
+                if (d >= base)
+                    break;
                 v = v * base + d;
                 any = true;
                 ++j;
-                if (v > 0xFFFFFFFFLL) break;
+                if (v > 0xFFFFFFFFLL)
+                    break;
             }
-            if (!any) return std::nullopt;
+            if (!any)
+                return std::nullopt;
             i = j;
             // Hexadecimal and octal literals are 32-bit, so &HFFFFFFFF is -1.
-            if (v > 0x7FFFFFFF && v <= 0xFFFFFFFFLL) v -= 0x100000000LL;
+            if (v > 0x7FFFFFFF && v <= 0xFFFFFFFFLL)
+                v -= 0x100000000LL;
             return static_cast<double>(v);
         }
     }
@@ -71,12 +75,14 @@ std::optional<double> readNumber(const QString& t, qsizetype& i, bool skipInnerB
             i = save;
         digits = digits || fd;
     }
-    if (!digits) return std::nullopt;
+    if (!digits)
+        return std::nullopt;
     if (i < n && (t[i] == u'e' || t[i] == u'E' || t[i] == u'd' || t[i] == u'D')) {
         qsizetype save = i;
         QString ex = QStringLiteral("e");
         ++i;
-        if (i < n && (t[i] == u'+' || t[i] == u'-')) ex += t[i++];
+        if (i < n && (t[i] == u'+' || t[i] == u'-'))
+            ex += t[i++];
         bool ed = false;
         while (i < n && t[i].isDigit() && t[i].unicode() < 128) {
             ex += t[i++];
@@ -89,17 +95,21 @@ std::optional<double> readNumber(const QString& t, qsizetype& i, bool skipInnerB
     }
     bool ok = false;
     double v = num.toDouble(&ok);
-    if (!ok) return std::nullopt;
+    if (!ok)
+        return std::nullopt;
     return v;
 }
 
 double parseWhole(const QString& Text) {
     const QString t = Text.trimmed();
-    if (t.compare(QStringLiteral("True"), Qt::CaseInsensitive) == 0) return -1;
-    if (t.compare(QStringLiteral("False"), Qt::CaseInsensitive) == 0) return 0;
+    if (t.compare(QStringLiteral("True"), Qt::CaseInsensitive) == 0)
+        return -1;
+    if (t.compare(QStringLiteral("False"), Qt::CaseInsensitive) == 0)
+        return 0;
     qsizetype i = 0;
     auto v = readNumber(t, i, false);
-    if (!v || i != t.size()) RaiseError(vbErrTypeMismatch);
+    if (!v || i != t.size())
+        RaiseError(vbErrTypeMismatch);
     return *v;
 }
 
@@ -120,9 +130,11 @@ double RoundHalfEven(double Value) {
 
 int CLng(double Value) {
     TRACE_PROC("modConv.CLng", Value);
-    if (std::isnan(Value)) RaiseError(vbErrOverflow);
+    if (std::isnan(Value))
+        RaiseError(vbErrOverflow);
     double r = RoundHalfEven(Value);
-    if (r < -2147483648.0 || r > 2147483647.0) RaiseError(vbErrOverflow);
+    if (r < -2147483648.0 || r > 2147483647.0)
+        RaiseError(vbErrOverflow);
     return static_cast<int>(r);
 }
 
@@ -133,9 +145,11 @@ int CLng(const QString& Text) {
 
 short CInt(double Value) {
     TRACE_PROC("modConv.CInt", Value);
-    if (std::isnan(Value)) RaiseError(vbErrOverflow);
+    if (std::isnan(Value))
+        RaiseError(vbErrOverflow);
     double r = RoundHalfEven(Value);
-    if (r < -32768.0 || r > 32767.0) RaiseError(vbErrOverflow);
+    if (r < -32768.0 || r > 32767.0)
+        RaiseError(vbErrOverflow);
     return static_cast<short>(r);
 }
 
@@ -161,6 +175,7 @@ QString CStr(int Value) {
 
 double VbDiv(double Dividend, double Divisor) {
     TRACE_PROC("modConv.VbDiv", Dividend, Divisor);
-    if (Divisor == 0.0) RaiseError(vbErrDivByZero);
+    if (Divisor == 0.0)
+        RaiseError(vbErrDivByZero);
     return Dividend / Divisor;
 }

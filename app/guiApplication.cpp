@@ -5,6 +5,7 @@
 #include "app/VbConv.h"
 #include "diagnostics/ErrorTrap.h"
 
+#include <QDialog>
 #include <QMessageBox>
 
 ArgentApplication::ArgentApplication(int& argc, char** argv) : QApplication(argc, argv) {
@@ -71,4 +72,23 @@ void ApplyDialogOnTop(QWidget* Dialog) {
         argent::diag::clearSnapshot();
     }
     Dialog->setWindowFlag(Qt::WindowStaysOnTopHint, onTop);
+}
+
+namespace {
+ModalHandler& modalHandler() {
+    static ModalHandler h;
+    return h;
+}
+} // namespace
+
+int ShowModal(QDialog& Dialog) {
+    if (modalHandler())
+        return modalHandler()(Dialog);
+    return Dialog.exec();
+}
+
+ModalHandler SetModalHandler(ModalHandler Handler) {
+    ModalHandler old = std::move(modalHandler());
+    modalHandler() = std::move(Handler);
+    return old;
 }

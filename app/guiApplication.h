@@ -17,3 +17,11 @@ int GuiMsgBox(const QString& Prompt, int Style, const QString& Title);
 class QWidget;
 // Every dialog calls this when it opens: with settings entry 6 on, it stays on top.
 void ApplyDialogOnTop(QWidget* Dialog);
+
+class QDialog;
+#include <functional>
+// Every form opens its modal dialogs through this. Tests install a handler that fills
+// in and answers the dialog instead of running its event loop.
+int ShowModal(QDialog& Dialog);
+using ModalHandler = std::function<int(QDialog& Dialog)>;
+ModalHandler SetModalHandler(ModalHandler Handler);

@@ -5,6 +5,7 @@
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/frmError.h"
 #include "mainwindow/frmMain.h"
+#include "users/UserAccounts.h"
 
 #include <sys/prctl.h>
 
@@ -15,18 +16,21 @@ int main(int argc, char** argv) {
     InstallGuiErrorTrap();
     // After a crash the program comes back in this mode to show the report.
     const QStringList args = QCoreApplication::arguments();
-    if (args.size() >= 3 && args[1] == QLatin1String("--error-report")) return RunReportOnlyMode(args[2]);
+    if (args.size() >= 3 && args[1] == QLatin1String("--error-report"))
+        return RunReportOnlyMode(args[2]);
 
     frmMain* main = nullptr;
     bool started = false;
     argent::diag::trapped([&] {
-        started = Main();
-        if (!started) return;
+        started = Main(CreateProgramObjects);
+        if (!started)
+            return;
         main = new frmMain;
         main->setAttribute(Qt::WA_DeleteOnClose);
         main->Form_Load();
     });
-    if (!started) return 0;
+    if (!started)
+        return 0;
     const int rc = app.exec();
     ReleaseInstanceLock();
     return rc;

@@ -21,23 +21,29 @@ constexpr int kMaxTexts = 100000;
 void LoadLang(const QString& LangFile) {
     TRACE_PROC("modLang.LoadLang", LangFile);
     QFile f(LangFile);
-    if (!f.exists()) RaiseError(vbErrFileNotFound, QStringLiteral("File not found: ") + LangFile);
+    if (!f.exists())
+        RaiseError(vbErrFileNotFound, QStringLiteral("File not found: ") + LangFile);
     if (!f.open(QIODevice::ReadOnly))
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + LangFile);
     QString text = QString::fromUtf8(f.readAll());
-    if (text.startsWith(QChar(0xFEFF))) text.remove(0, 1);
+    if (text.startsWith(QChar(0xFEFF)))
+        text.remove(0, 1);
     QStringList lines = text.split(u'\n');
-    if (!lines.isEmpty() && lines.last().isEmpty()) lines.removeLast();
+    if (!lines.isEmpty() && lines.last().isEmpty())
+        lines.removeLast();
     for (QString& l : lines)
-        if (l.endsWith(u'\r')) l.chop(1);
+        if (l.endsWith(u'\r'))
+            l.chop(1);
     if (lines.isEmpty())
         RaiseError(vbErrTypeMismatch, QStringLiteral("Type mismatch: empty language file ") + LangFile);
     const int n = CLng(lines.first());
-    if (n < 0 || n > kMaxTexts) RaiseError(vbErrOverflow);
+    if (n < 0 || n > kMaxTexts)
+        RaiseError(vbErrOverflow);
     QStringList table(n);
     for (qsizetype i = 1; i < lines.size(); ++i) {
         const QString& line = lines[i];
-        if (line.startsWith(u'#')) continue;
+        if (line.startsWith(u'#'))
+            continue;
         const qsizetype eq = line.indexOf(u'=');
         if (eq < 0)
             RaiseError(
@@ -57,7 +63,8 @@ void LoadLang(const QString& LangFile) {
 
 QString Texts(int TxtIdent) {
     TRACE_PROC("modLang.Texts", TxtIdent);
-    if (g_table && TxtIdent >= 1 && TxtIdent <= g_table->size()) return (*g_table)[TxtIdent - 1];
+    if (g_table && TxtIdent >= 1 && TxtIdent <= g_table->size())
+        return (*g_table)[TxtIdent - 1];
     DbgPrint(QStringLiteral("Error #0001. TxtIdent = ") + QString::number(TxtIdent) + QStringLiteral("."));
     return QStringLiteral("#Error in language module#");
 }

@@ -25,7 +25,8 @@ QString g_appPath;
 std::unique_ptr<QLockFile> g_instanceLock;
 
 bool makePrivateDir(const QString& path) {
-    if (!QDir().mkpath(path)) return false;
+    if (!QDir().mkpath(path))
+        return false;
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     return true;
 }
@@ -44,7 +45,8 @@ bool PrevInstance() {
     TRACE_PROC("modMain.PrevInstance");
     g_instanceLock = std::make_unique<QLockFile>(runtimeFolder() + QStringLiteral("ArgentPasswordMngr.lock"));
     g_instanceLock->setStaleLockTime(0);
-    if (g_instanceLock->tryLock(0)) return false;
+    if (g_instanceLock->tryLock(0))
+        return false;
     g_instanceLock.reset();
     return true;
 }
@@ -52,20 +54,23 @@ bool PrevInstance() {
 
 QString Pt(const QString& Path) {
     TRACE_PROC("modMain.Pt", Path);
-    if (Path.endsWith(u'/')) return Path;
+    if (Path.endsWith(u'/'))
+        return Path;
     return Path + u'/';
 }
 
 bool FileExist(const QString& FileName) {
     TRACE_PROC("modMain.FileExist", FileName);
-    if (FileName.isEmpty()) return false;
+    if (FileName.isEmpty())
+        return false;
     return QFileInfo::exists(FileName);
 }
 
 QString GetWindowsTemp() {
     TRACE_PROC("modMain.GetWindowsTemp");
     QString base = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (base.isEmpty() || !QFileInfo(base).isDir() || !QFileInfo(base).isWritable()) base = QDir::tempPath();
+    if (base.isEmpty() || !QFileInfo(base).isDir() || !QFileInfo(base).isWritable())
+        base = QDir::tempPath();
     const QString dir = Pt(base) + QStringLiteral("argentpm-tmp-") + QString::number(getuid());
     makePrivateDir(dir);
     return Pt(dir);
@@ -74,7 +79,8 @@ QString GetWindowsTemp() {
 QString StripNulls(QString& OriginalStr) {
     TRACE_PROC("modMain.StripNulls", OriginalStr);
     const qsizetype at = OriginalStr.indexOf(QChar(0));
-    if (at >= 0) OriginalStr.truncate(at);
+    if (at >= 0)
+        OriginalStr.truncate(at);
     return OriginalStr;
 }
 
@@ -95,7 +101,8 @@ void SetAppPath(const QString& Path) {
 
 QString AppDataFolder() {
     QString d = qEnvironmentVariable("XDG_DATA_HOME");
-    if (d.isEmpty()) d = QDir::homePath() + QStringLiteral("/.local/share");
+    if (d.isEmpty())
+        d = QDir::homePath() + QStringLiteral("/.local/share");
     return d;
 }
 
@@ -143,6 +150,7 @@ bool Main(const std::function<void()>& CreateProgramObjects) {
     LoadLang(Pt(AppPath()) + QStringLiteral("Languages/") + ProgConfig[14] + QStringLiteral(".lng"));
     DbgPrint(QStringLiteral("Language Loading... Ok"));
 
-    if (CreateProgramObjects) CreateProgramObjects();
+    if (CreateProgramObjects)
+        CreateProgramObjects();
     return true;
 }

@@ -12,7 +12,8 @@
 
 QString DbgFileFolder() {
     const QString app = Pt(AppPath());
-    if (QFileInfo(app).isWritable()) return app;
+    if (QFileInfo(app).isWritable())
+        return app;
     return Pt(UserFolderPath());
 }
 
@@ -25,9 +26,11 @@ void DbgPrint(const QString& DbgStr) {
     // The time of the call, taken before the file is opened.
     const double perf = GetQueryPerf();
     QFile f(DbgFilePath());
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Append)) RaiseError(vbErrPathFileAccess);
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Append))
+        RaiseError(vbErrPathFileAccess);
     const QString line = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) +
                          QStringLiteral(".(") + QLocale().toString(perf, 'f', 5) + QStringLiteral("): ") +
                          DbgStr + QStringLiteral("\r\n");
-    if (f.write(line.toUtf8()) < 0) RaiseError(vbErrPathFileAccess);
+    if (f.write(line.toUtf8()) < 0)
+        RaiseError(vbErrPathFileAccess);
 }

@@ -64,7 +64,8 @@ struct TopName {
 TopName topFrameName() {
     TopName t;
     FrameStack& st = frameStack();
-    if (st.depth == 0) return t;
+    if (st.depth == 0)
+        return t;
     const Frame& f = st.frames[st.depth - 1];
     if (f.dynamic) {
         t.storage = f.dynName.toStdString();
@@ -225,7 +226,8 @@ CrashContinuation g_crashContinuation = nullptr;
 void writeAll(int fd, const char* p, std::size_t n) {
     while (n > 0) {
         ssize_t w = ::write(fd, p, n);
-        if (w <= 0) return;
+        if (w <= 0)
+            return;
         p += w;
         n -= static_cast<std::size_t>(w);
     }
@@ -233,7 +235,8 @@ void writeAll(int fd, const char* p, std::size_t n) {
 
 void crashHandler(int sig, siginfo_t* si, void*) {
     static volatile sig_atomic_t busy = 0;
-    if (busy) _exit(kTrappedExitCode + 1);
+    if (busy)
+        _exit(kTrappedExitCode + 1);
     busy = 1;
 
     unsigned int code = codeForSignal(sig, si);
@@ -244,7 +247,8 @@ void crashHandler(int sig, siginfo_t* si, void*) {
     const char* full = "";
     FrameStack& st = frameStack();
     const Frame* top = st.depth > 0 ? &st.frames[st.depth - 1] : nullptr;
-    if (top && !top->dynamic && top->name) full = top->name;
+    if (top && !top->dynamic && top->name)
+        full = top->name;
     std::size_t modLen;
     const char* block;
     splitName(full, modLen, block);
@@ -252,11 +256,13 @@ void crashHandler(int sig, siginfo_t* si, void*) {
     writeReport(
         s, ExceptionErrorNumber(code), full, modLen, block, desc, cLen(desc), 0,
         [&] {
-            if (top) writeFrameLocals(s, *top);
+            if (top)
+                writeFrameLocals(s, *top);
         },
         [&] { writeModuleVars(s, full, modLen); }, [&] { writeGlobals(s); },
         [&] {
-            if (top) writeFrameParams(s, *top);
+            if (top)
+                writeFrameParams(s, *top);
         },
         [&] { writeStack(s); });
 
@@ -267,12 +273,14 @@ void crashHandler(int sig, siginfo_t* si, void*) {
         writeAll(fd, s.data(), s.size());
         ::close(fd);
     }
-    if (g_crashContinuation) g_crashContinuation(g_reportPath);
+    if (g_crashContinuation)
+        g_crashContinuation(g_reportPath);
     _exit(kTrappedExitCode);
 }
 
 void onTerminate() {
-    if (std::current_exception()) TrapCurrentException();
+    if (std::current_exception())
+        TrapCurrentException();
     RaiseError(vbErrInvalidCall, QStringLiteral("Program terminated"));
 }
 
@@ -289,7 +297,8 @@ void takeSnapshot(bool withLocals) {
     const Frame* top = st.depth > 0 ? &st.frames[st.depth - 1] : nullptr;
     StringSink loc, mod, par, stk, glob;
     if (top) {
-        if (withLocals) writeFrameLocals(loc, *top);
+        if (withLocals)
+            writeFrameLocals(loc, *top);
         writeFrameParams(par, *top);
     }
     writeModuleVars(mod, g_snap.module.c_str(), g_snap.module.size());
@@ -353,7 +362,8 @@ QString ReportForCurrentException() {
     } catch (...) {
         desc = VbErrorText(vbErrInvalidCall);
     }
-    if (!g_snap.pending) takeSnapshot(false);
+    if (!g_snap.pending)
+        takeSnapshot(false);
     vbcsErrorNumber = number;
     vbcsErrorDescription = desc;
     vbcsErrorLine = line;
@@ -373,7 +383,8 @@ QString ReportForCurrentException() {
 
 void TrapCurrentException() {
     static bool trapping = false;
-    if (trapping) _exit(kTrappedExitCode + 1);
+    if (trapping)
+        _exit(kTrappedExitCode + 1);
     trapping = true;
     QString report = ReportForCurrentException();
     if (g_handler) {
@@ -453,7 +464,8 @@ int ExceptionErrorNumber(unsigned int ExceptionCode) {
 }
 
 void InstallErrorTrap() {
-    if (vbcsHasInitialised) return;
+    if (vbcsHasInitialised)
+        return;
     SetErrorReportPath(DbgFileFolder() + QStringLiteral("ErrorReport.txt"));
 
     stack_t ss{};

@@ -22,7 +22,8 @@ std::size_t formatDouble(double v, char* out, std::size_t cap) {
     auto r = std::to_chars(out, out + cap, v, std::chars_format::general, 15);
     std::size_t n = static_cast<std::size_t>(r.ptr - out);
     for (std::size_t i = 0; i < n; ++i)
-        if (out[i] == 'e') out[i] = 'E';
+        if (out[i] == 'e')
+            out[i] = 'E';
     return n;
 }
 
@@ -49,7 +50,8 @@ void formatArray(StringSink& s, const std::string& name, const VbArray& a, int d
         }
     }
     put(s, "\r\n");
-    if (depth <= 0) return;
+    if (depth <= 0)
+        return;
     std::string base;
     {
         std::size_t t = name.find(' ');
@@ -59,7 +61,8 @@ void formatArray(StringSink& s, const std::string& name, const VbArray& a, int d
     std::size_t k = 0;
     auto elem = [&](const std::string& idx) {
         std::string n = base + " Index=\"" + idx + "\"";
-        if (k < a.Elems.size()) formatValue(s, n, a.Elems[k], depth - 1, indent + 2);
+        if (k < a.Elems.size())
+            formatValue(s, n, a.Elems[k], depth - 1, indent + 2);
         ++k;
     };
     if (dims == 1) {
@@ -147,7 +150,9 @@ QString FormatVariable(const QString& Name, const VbValue& Value, int Depth, int
 }
 
 bool IsArrayUninitialised(const VbArray& Arr, int Dimension) {
-    if (!Arr.Initialised) return true;
-    if (Dimension < 1 || Dimension > static_cast<int>(Arr.Dims.size())) return true;
+    if (!Arr.Initialised)
+        return true;
+    if (Dimension < 1 || Dimension > static_cast<int>(Arr.Dims.size()))
+        return true;
     return !Arr.Dims[Dimension - 1].Readable;
 }

@@ -21,7 +21,8 @@ void add(VarRef v) {
             return;
         }
     }
-    if (g_varCount < kMaxVars) g_vars[g_varCount++] = v;
+    if (g_varCount < kMaxVars)
+        g_vars[g_varCount++] = v;
 }
 
 VarRef make(const char* module, const char* name, VarRef::Kind k, const void* p) {
@@ -140,17 +141,20 @@ void registerModuleHidden(const char* module, const char* name) {
 
 template <class Sink> void writeGlobals(Sink& s) {
     for (int i = 0; i < g_varCount; ++i)
-        if (!g_vars[i].module) writeVar(s, g_vars[i]);
+        if (!g_vars[i].module)
+            writeVar(s, g_vars[i]);
 }
 
 template <class Sink> void writeModuleVars(Sink& s, const char* module, std::size_t moduleLen) {
     for (int i = 0; i < g_varCount; ++i) {
         const char* m = g_vars[i].module;
-        if (!m || cLen(m) != moduleLen) continue;
+        if (!m || cLen(m) != moduleLen)
+            continue;
         bool same = true;
         for (std::size_t k = 0; k < moduleLen && same; ++k)
             same = m[k] == module[k];
-        if (same) writeVar(s, g_vars[i]);
+        if (same)
+            writeVar(s, g_vars[i]);
     }
 }
 

@@ -20,14 +20,16 @@ bool GetReportServer(QString& Host, quint16& Port) {
     TRACE_PROC("frmError.GetReportServer");
     // Settings written before the entry existed have no line 21: no server.
     const QString value = ProgConfig.UBound() >= 21 ? ProgConfig[21].trimmed() : QString();
-    if (value.isEmpty()) return false;
+    if (value.isEmpty())
+        return false;
     Host = value;
     Port = 80;
     const qsizetype colon = value.lastIndexOf(u':');
     if (colon > 0 && !value.contains(u']')) {
         bool ok = false;
         const uint p = value.mid(colon + 1).toUInt(&ok);
-        if (!ok || p == 0 || p > 65535) return false;
+        if (!ok || p == 0 || p > 65535)
+            return false;
         Host = value.left(colon);
         Port = static_cast<quint16>(p);
     }

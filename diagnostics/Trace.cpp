@@ -31,7 +31,8 @@ void clearFrame(Frame& f) {
 void leaveFrameSlow(int depth) {
     // The innermost frame that an exception leaves keeps the picture of the failure,
     // unless the code that raised it has already taken one.
-    if (std::uncaught_exceptions() > 0 && !snapshotPending()) takeSnapshot(false);
+    if (std::uncaught_exceptions() > 0 && !snapshotPending())
+        takeSnapshot(false);
     FrameStack& st = frameStack();
     while (st.depth >= depth) {
         clearFrame(st.frames[st.depth - 1]);
@@ -161,7 +162,8 @@ int FStackCount() {
 
 QString FStackText(int i) {
     FrameStack& st = frameStack();
-    if (i < 1 || i > st.depth) return QString();
+    if (i < 1 || i > st.depth)
+        return QString();
     StringSink s;
     writeFrameText(s, st.frames[i - 1]);
     return QString::fromStdString(s.str());
@@ -180,14 +182,16 @@ void EnterFrame(const QString& ProcName, int Kind, const QString& ParamText) {
 
 void LeaveFrame() {
     FrameStack& st = frameStack();
-    if (st.depth <= 0) return;
+    if (st.depth <= 0)
+        return;
     clearFrame(st.frames[st.depth - 1]);
     --st.depth;
 }
 
 QString GetStackTrace() {
     FrameStack& st = frameStack();
-    if (st.depth == 0) return QStringLiteral("Empty Stack");
+    if (st.depth == 0)
+        return QStringLiteral("Empty Stack");
     StringSink s;
     for (int i = 0; i < st.depth; ++i) {
         writeFrameText(s, st.frames[i]);

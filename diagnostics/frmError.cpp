@@ -138,7 +138,8 @@ void frmError::cmdSend_Click() {
             wskErrorReport->write(request);
             break;
         }
-        if (failed) break;
+        if (failed)
+            break;
         QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
         // No connection in time: the program ends at once, without a message.
         if (GetQueryPerf() - start > kReportConnectWait) {
@@ -168,7 +169,8 @@ void frmError::wskErrorReport_Connect() {
 
 void frmError::wskErrorReport_DataArrival() {
     TRACE_PROC("frmError.wskErrorReport_DataArrival");
-    if (m_ended) return;
+    if (m_ended)
+        return;
     wskErrorReport->readAll();
     m_ended = true;
     MsgBox(QStringLiteral("Thank you for your help!"), vbInformation);
@@ -178,7 +180,8 @@ void frmError::wskErrorReport_DataArrival() {
 void frmError::wskErrorReport_Error() {
     TRACE_PROC("frmError.wskErrorReport_Error");
     // The server closing the connection after its answer is not a failure.
-    if (m_ended || wskErrorReport->error() == QAbstractSocket::RemoteHostClosedError) return;
+    if (m_ended || wskErrorReport->error() == QAbstractSocket::RemoteHostClosedError)
+        return;
     lblStatus->clear();
     MsgBox(QStringLiteral("Information sending failed"), vbCritical);
 }
@@ -209,7 +212,8 @@ int RunReportOnlyMode(const QString& ReportPath) {
         argent::diag::clearSnapshot();
     }
     QFile f(ReportPath);
-    if (f.open(QIODevice::ReadOnly)) ErrorMessage = QString::fromUtf8(f.readAll());
+    if (f.open(QIODevice::ReadOnly))
+        ErrorMessage = QString::fromUtf8(f.readAll());
     ShowErrorDialog();
     return argent::diag::kTrappedExitCode;
 }

@@ -7,11 +7,14 @@
 #include "app/modMain.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
-#include "diagnostics/frmAbout.h"
+#include "mainwindow/guiActivitySource.h"
+#include "mainwindow/guiSessionWatch.h"
 #include "options/AutorunManagement.h"
-#include "options/frmOptions.h"
+#include "storage/clsDatabase.h"
 #include "tray/frmSysTray.h"
 #include "tray/guiModTray.h"
+#include "users/UserAccounts.h"
+#include "users/frmPassword.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -23,14 +26,12 @@
 #include <QSplitter>
 #include <QStatusBar>
 #include <QTextEdit>
+#include <QTimer>
 #include <QToolBar>
 #include <QTreeWidget>
 #include <QUrl>
 
 namespace {
-QString boolText(bool b) {
-    return b ? QStringLiteral("True") : QStringLiteral("False");
-}
 int twipsToPx(const QString& v) {
     return CLng(v) / kTwipsPerPixel;
 }
@@ -44,10 +45,16 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
     // The icons live in a static library, whose resources must be registered by hand.
     Q_INIT_RESOURCE(icons);
     setObjectName(QStringLiteral("frmMain"));
-    trvDatabase = new QTreeWidget;
+    trvDatabase = new UsTreeWidget;
     trvDatabase->setObjectName(QStringLiteral("trvDatabase"));
     trvDatabase->setHeaderHidden(true);
     trvDatabase->setContextMenuPolicy(Qt::CustomContextMenu);
+    trvDatabase->setUniformRowHeights(true);
+    trvDatabase->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    trvDatabase->setDragEnabled(true);
+    trvDatabase->setAcceptDrops(true);
+    trvDatabase->setDropIndicatorShown(true);
+    trvDatabase->setDragDropMode(QAbstractItemView::InternalMove);
     txtValue = new QTextEdit;
     txtValue->setObjectName(QStringLiteral("txtValue"));
     txtValue->setReadOnly(true);
@@ -73,10 +80,45 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
         connect(t, &frmSysTray::SysTrayDoubleClick, this, [this](int) { mnuTrayShow_Click(); });
     });
 
-    connect(trvDatabase, &QWidget::customContextMenuRequested, this,
-            [this](const QPoint& p) { mnuContextTrv->popup(trvDatabase->viewport()->mapToGlobal(p)); });
+    connect(trvDatabase, &QWidget::customContextMenuRequested, this, [this](const QPoint& p) {
+        // A right click picks the node the context commands act on.
+        QTreeWidgetItem* node = trvDatabase->itemAt(p);
+        if (!node)
+            return;
+        trvDatabase->setCurrentItem(node);
+        m_dropHighlight = node;
+        mnuContextTrv->popup(trvDatabase->viewport()->mapToGlobal(p));
+    });
     connect(txtValue, &QWidget::customContextMenuRequested, this,
             [this](const QPoint& p) { mnuContextVal->popup(txtValue->viewport()->mapToGlobal(p)); });
+    connect(trvDatabase, &QTreeWidget::currentItemChanged, this, [this] {
+        if (!m_editingLabel)
+            trvDatabase_Click();
+    });
+    connect(trvDatabase, &QTreeWidget::itemDoubleClicked, this, [this](QTreeWidgetItem* node) {
+        if (node && node != NodeByKey(QStringLiteral("0key")))
+            mnuContextTrvEdit_Click();
+    });
+    connect(trvDatabase, &QTreeWidget::itemChanged, this, &frmMain::trvDatabase_AfterLabelEdit);
+    // An edit that ends without a change writes nothing.
+    connect(trvDatabase->itemDelegate(), &QAbstractItemDelegate::closeEditor, this,
+            [this] { QTimer::singleShot(0, this, [this] { m_editingLabel = false; }); });
+    connect(trvDatabase, &UsTreeWidget::nodeDropped, this, &frmMain::MoveNode);
+    connect(tlbToolbar, &QToolBar::actionTriggered, this, &frmMain::tlbToolbar_ButtonClick);
+
+    tmrTimer = new QTimer(this);
+    tmrTimer->setObjectName(QStringLiteral("tmrTimer"));
+    tmrTimer->setInterval(500);
+    connect(tmrTimer, &QTimer::timeout, this, &frmMain::tmrTimer_Timer);
+    tmrAutobackup = new QTimer(this);
+    tmrAutobackup->setObjectName(QStringLiteral("tmrAutobackup"));
+    tmrAutobackup->setInterval(60000);
+    connect(tmrAutobackup, &QTimer::timeout, this, &frmMain::tmrAutobackup_Timer);
+    m_guiActivity = std::make_unique<GuiActivitySource>();
+    m_activity = m_guiActivity.get();
+    m_session = new SessionWatch(this);
+    connect(m_session, &SessionWatch::lockRequested, this, &frmMain::LockNow);
+    SetUserView(this);
 }
 
 void frmMain::BuildMenus() {
@@ -156,16 +198,61 @@ void frmMain::BuildMenus() {
     mnuTray->addSeparator();
     mnuTrayExit = item(mnuTray, "mnuTrayExit");
 
-    connect(mnuFileExit, &QAction::triggered, this, &frmMain::mnuFileExit_Click);
-    connect(mnuViewOnTop, &QAction::triggered, this, &frmMain::mnuViewOnTop_Click);
-    connect(mnuViewStatusbar, &QAction::triggered, this, &frmMain::mnuViewStatusbar_Click);
-    connect(mnuViewToolBar, &QAction::triggered, this, &frmMain::mnuViewToolBar_Click);
-    connect(mnuToolsClearClip, &QAction::triggered, this, &frmMain::mnuToolsClearClip_Click);
-    connect(mnuHelpContents, &QAction::triggered, this, &frmMain::mnuHelpContents_Click);
-    connect(mnuHelpAbout, &QAction::triggered, this, &frmMain::mnuHelpAbout_Click);
-    connect(mnuToolsOptions, &QAction::triggered, this, &frmMain::mnuToolsOptions_Click);
-    connect(mnuTrayShow, &QAction::triggered, this, &frmMain::mnuTrayShow_Click);
-    connect(mnuTrayExit, &QAction::triggered, this, &frmMain::mnuFileExit_Click);
+    const auto on = [this](QAction* a, void (frmMain::*slot)()) {
+        connect(a, &QAction::triggered, this, slot);
+    };
+    on(mnuFileSelectUser, &frmMain::mnuFileSelectUser_Click);
+    on(mnuFileAddUser, &frmMain::mnuFileAddUser_Click);
+    on(mnuFileChangeUsPasw, &frmMain::mnuFileChangeUsPasw_Click);
+    on(mnuFileDelCurUser, &frmMain::mnuFileDelCurUser_Click);
+    on(mnuFileSaveDB, &frmMain::mnuFileSaveDB_Click);
+    on(mnuFileUnloadUser, &frmMain::mnuFileUnloadUser_Click);
+    on(mnuFileBackup, &frmMain::mnuFileBackup_Click);
+    on(mnuFileExit, &frmMain::mnuFileExit_Click);
+    on(mnuViewOnTop, &frmMain::mnuViewOnTop_Click);
+    on(mnuViewStatusbar, &frmMain::mnuViewStatusbar_Click);
+    on(mnuViewToolBar, &frmMain::mnuViewToolBar_Click);
+    on(mnuToolsFind, &frmMain::mnuToolsFind_Click);
+    on(mnuToolsGenerator, &frmMain::mnuToolsGenerator_Click);
+    on(mnuToolsOptions, &frmMain::mnuToolsOptions_Click);
+    on(mnuToolsClearClip, &frmMain::mnuToolsClearClip_Click);
+    on(mnuToolsFlash, &frmMain::mnuToolsFlash_Click);
+    on(mnuHelpContents, &frmMain::mnuHelpContents_Click);
+    on(mnuHelpAskSupport, &frmMain::mnuHelpAskSupport_Click);
+    on(mnuHelpAbout, &frmMain::mnuHelpAbout_Click);
+    on(mnuContextTrvAddFolder, &frmMain::mnuContextTrvAddFolder_Click);
+    on(mnuContextTrvDelFolder, &frmMain::mnuContextTrvDelFolder_Click);
+    on(mnuContextTrvDelRec, &frmMain::mnuContextTrvDelRec_Click);
+    on(mnuContextTrvAddRec, &frmMain::mnuContextTrvAddRec_Click);
+    on(mnuContextTrvRename, &frmMain::mnuContextTrvRename_Click);
+    on(mnuContextTrvEdit, &frmMain::mnuContextTrvEdit_Click);
+    connect(mnuContextValCopyPasw, &QAction::triggered, this,
+            [this] { mnuContextValCopy(QStringLiteral("Password")); });
+    connect(mnuContextValCopyLog, &QAction::triggered, this,
+            [this] { mnuContextValCopy(QStringLiteral("Login")); });
+    connect(mnuContextValCopyTit, &QAction::triggered, this,
+            [this] { mnuContextValCopy(QStringLiteral("Title")); });
+    connect(mnuContextValCopyDesc, &QAction::triggered, this,
+            [this] { mnuContextValCopy(QStringLiteral("Description")); });
+    on(mnuTrayShow, &frmMain::mnuTrayShow_Click);
+    on(mnuTrayExit, &frmMain::mnuFileExit_Click);
+    on(mnuTraySaveDB, &frmMain::mnuFileSaveDB_Click);
+    on(mnuTraySelectUser, &frmMain::mnuFileSelectUser_Click);
+    on(mnuTrayGenPasw, &frmMain::mnuToolsGenerator_Click);
+    on(mnuTrayUnloadUser, &frmMain::mnuFileUnloadUser_Click);
+    // F2 renames and Delete deletes the selected node, from the keyboard.
+    auto* keyRename = new QAction(trvDatabase);
+    keyRename->setShortcut(QKeySequence(Qt::Key_F2));
+    keyRename->setShortcutContext(Qt::WidgetShortcut);
+    connect(keyRename, &QAction::triggered, this, &frmMain::mnuContextTrvRename_Click);
+    auto* keyDelete = new QAction(trvDatabase);
+    keyDelete->setShortcut(QKeySequence::Delete);
+    keyDelete->setShortcutContext(Qt::WidgetShortcut);
+    connect(keyDelete, &QAction::triggered, this, [this] {
+        m_dropHighlight = trvDatabase->currentItem();
+        mnuContextTrvDelFolder_Click();
+    });
+    trvDatabase->addActions({keyRename, keyDelete});
 }
 
 void frmMain::BuildToolbar() {
@@ -256,7 +343,8 @@ void frmMain::ApplyOnTop(bool OnTop) {
     const bool wasVisible = isVisible();
     setWindowFlag(Qt::WindowStaysOnTopHint, OnTop);
     // Changing a window flag hides the window; show it again where it was.
-    if (wasVisible) show();
+    if (wasVisible)
+        show();
 }
 
 void frmMain::DoConfig() {
@@ -310,91 +398,22 @@ void frmMain::Form_Load() {
     DbgPrint(QStringLiteral("TESTPOINT 3"));
     show();
     DbgPrint(QStringLiteral("TESTPOINT 4"));
+    // Open the last user at start when the settings ask for it.
+    if (!ProgConfig[4].isEmpty() && CBool(ProgConfig[7])) {
+        if (AskUserPassword(this, ProgConfig[4]) == 1) {
+            QString pasw = FrmPaswEnetered;
+            FrmPaswEnetered.clear();
+            FullUserLoad(ProgConfig[4], pasw);
+            WipeString(pasw);
+        }
+    }
     DbgPrint(QStringLiteral("TESTPOINT 5"));
-    if (ProgConfig[12] == QStringLiteral("1")) TrayIconManagement(1);
+    if (ProgConfig[12] == QStringLiteral("1"))
+        TrayIconManagement(1);
     DbgPrint(QStringLiteral("TESTPOINT 6"));
-}
-
-void frmMain::mnuFileExit_Click() {
-    TRACE_PROC("frmMain.mnuFileExit_Click");
-    if (MsgBox(Texts(1), vbYesNo | vbQuestion) == vbNo) return;
-    CloseConfirmed = true;
-    close();
-}
-
-void frmMain::mnuViewOnTop_Click() {
-    TRACE_PROC("frmMain.mnuViewOnTop_Click");
-    const bool on = mnuViewOnTop->isChecked();
-    ProgConfig[6] = boolText(on);
-    ApplyOnTop(on);
-    SaveConfig(ProgCfgPath);
-}
-
-void frmMain::mnuViewStatusbar_Click() {
-    TRACE_PROC("frmMain.mnuViewStatusbar_Click");
-    const bool on = mnuViewStatusbar->isChecked();
-    ProgConfig[2] = boolText(on);
-    sbStatusBar->setVisible(on);
-    SaveConfig(ProgCfgPath);
-}
-
-void frmMain::mnuViewToolBar_Click() {
-    TRACE_PROC("frmMain.mnuViewToolBar_Click");
-    const bool on = mnuViewToolBar->isChecked();
-    ProgConfig[1] = boolText(on);
-    tlbToolbar->setVisible(on);
-    SaveConfig(ProgCfgPath);
-}
-
-void frmMain::mnuToolsClearClip_Click() {
-    TRACE_PROC("frmMain.mnuToolsClearClip_Click");
-    QGuiApplication::clipboard()->clear();
-}
-
-void frmMain::mnuHelpContents_Click() {
-    TRACE_PROC("frmMain.mnuHelpContents_Click");
-    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(Pt(AppPath()) + QStringLiteral("readme.txt"))))
-        MsgBox(Texts(166), vbExclamation);
-}
-
-void frmMain::mnuHelpAbout_Click() {
-    TRACE_PROC("frmMain.mnuHelpAbout_Click");
-    frmAbout about(this);
-    about.exec();
-}
-
-void frmMain::mnuToolsOptions_Click() {
-    TRACE_PROC("frmMain.mnuToolsOptions_Click");
-    frmOptions options(this);
-    options.exec();
-}
-
-void frmMain::mnuTrayShow_Click() {
-    TRACE_PROC("frmMain.mnuTrayShow_Click");
-    if (isMinimized())
-        showNormal();
-    else
-        show();
-    raise();
-    activateWindow();
-}
-
-void frmMain::m_frmSysTray_MenuClick(int lIndex, const QString& sKey) {
-    TRACE_PROC("frmMain.m_frmSysTray_MenuClick", lIndex, sKey);
-    if (sKey == QLatin1String("Show"))
-        mnuTrayShow->trigger();
-    else if (sKey == QLatin1String("GenPassword"))
-        mnuToolsGenerator->trigger();
-    else if (sKey == QLatin1String("SaveDB"))
-        mnuFileSaveDB->trigger();
-    else if (sKey == QLatin1String("SelectUser"))
-        mnuFileSelectUser->trigger();
-    else if (sKey == QLatin1String("UnloadUser"))
-        mnuFileUnloadUser->trigger();
-    else if (sKey == QLatin1String("Exit"))
-        mnuTrayExit->trigger();
-    else
-        MsgBox(QStringLiteral("Clicked item with key ") + sKey);
+    SetCommandStates();
+    tmrTimer->start();
+    tmrAutobackup->start();
 }
 
 void frmMain::closeEvent(QCloseEvent* e) {
@@ -424,7 +443,18 @@ void frmMain::closeEvent(QCloseEvent* e) {
 
 void frmMain::Form_Unload() {
     TRACE_PROC("frmMain.Form_Unload");
-    if (DoUnloadTIcon) TrayIconManagement(2);
-    if (!isMinimized()) SaveGUIConf();
+    if (DoUnloadTIcon)
+        TrayIconManagement(2);
+    if (!isMinimized())
+        SaveGUIConf();
     SaveConfig(ProgCfgPath);
+    if (CurUsDB && !CurUsDB->Name().isEmpty())
+        SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    tmrTimer->stop();
+    tmrAutobackup->stop();
+}
+
+frmMain::~frmMain() {
+    if (UserView() == this)
+        SetUserView(nullptr);
 }

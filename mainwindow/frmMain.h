@@ -1,22 +1,47 @@
 #pragma once
 
 // The main window: menu bar, tool bar, the tree of the current user's database on the
-// left, the selected record's fields on the right, the status bar below.
+// left, the selected record's fields on the right, the status bar below. It shows the
+// user that the account routines open (IUserView), runs every command, locks itself
+// after inactivity and drives the automatic backup.
+
+#include "users/IUserView.h"
 
 #include <QMainWindow>
+#include <QTreeWidget>
+
+#include <memory>
 
 class QAction;
+class QLabel;
 class QMenu;
 class QSplitter;
 class QTextEdit;
+class QTimer;
 class QToolBar;
-class QTreeWidget;
-class QLabel;
+class IActivitySource;
+class GuiActivitySource;
+class SessionWatch;
+class clsDatabase;
 
-class frmMain : public QMainWindow {
+// The tree, with moves by drag and drop handed to the main window.
+class UsTreeWidget : public QTreeWidget {
+    Q_OBJECT
+public:
+    using QTreeWidget::QTreeWidget;
+signals:
+    void nodeDropped(QTreeWidgetItem* Node, QTreeWidgetItem* Target);
+
+protected:
+    void dropEvent(QDropEvent* e) override;
+    void dragMoveEvent(QDragMoveEvent* e) override;
+};
+
+class frmMain : public QMainWindow, public IUserView {
     Q_OBJECT
 public:
     explicit frmMain(QWidget* parent = nullptr);
+    ~frmMain() override;
 
     // First load: window settings, captions, then show; completes start-up.
     void Form_Load();
@@ -25,12 +50,46 @@ public:
     void DoConfig();
     void SaveGUIConf();
 
-    QTreeWidget* trvDatabase = nullptr;
+    // IUserView
+    void ClearUsTree() override;
+    void ClearUsValue() override;
+    void ShowUsDB(clsDatabase& UsDB) override;
+
+    // The tree and the value pane.
+    void ShowUsDBInTreeView(clsDatabase& UsDB);
+    void ShowDataInTextBox(clsDatabase& UsDB, int TblNum, int RecNum);
+    void AddColoredTxt(const QString& Text, int col, int flags);
+    // The node of a row (or "0key" for the root), nullptr when there is none.
+    QTreeWidgetItem* NodeByKey(const QString& Key) const;
+    static QString NodeKey(const QTreeWidgetItem* Node);
+    static int NodeId(const QTreeWidgetItem* Node);
+    static QString NodeTag(const QTreeWidgetItem* Node);
+    // Key, text, image, Tag, colour and bold of a row's node.
+    void ApplyRowToNode(QTreeWidgetItem* Node, const QString& IndNum, const QString& Title,
+                        const QString& Image, const QString& Type, const QString& Flags);
+
+    // Brings the tree in line with a row that an editor added or changed, without
+    // reloading it: a new row's node goes under its folder (folders on top, records at
+    // the end), a changed row's node takes the row's text, image, colour and bold.
+    QTreeWidgetItem* InsertRowNode(const QString& IndNum);
+    void RefreshRowNode(const QString& IndNum);
+
+    // Inactivity: the source of input (tests give their own) and the lock.
+    void SetActivitySource(IActivitySource* Source);
+    void LockNow();
+    bool IsLocked() const { return m_locked; }
+    int CurrentRecord() const { return m_curRecord; }
+    QTreeWidgetItem* DropHighlight() const { return m_dropHighlight; }
+    void SetDropHighlight(QTreeWidgetItem* Node) { m_dropHighlight = Node; }
+
+    UsTreeWidget* trvDatabase = nullptr;
     QTextEdit* txtValue = nullptr;
     QToolBar* tlbToolbar = nullptr;
     QStatusBar* sbStatusBar = nullptr;
     QSplitter* splMain = nullptr;
     QLabel* sbPanel = nullptr;
+    QTimer* tmrTimer = nullptr;
+    QTimer* tmrAutobackup = nullptr;
 
     // Menus and their items.
     QMenu* mnufile = nullptr;
@@ -58,25 +117,69 @@ public:
     bool CloseConfirmed = false;
 
 public slots:
+    void mnuFileSelectUser_Click();
+    void mnuFileAddUser_Click();
+    void mnuFileChangeUsPasw_Click();
+    void mnuFileDelCurUser_Click();
+    void mnuFileSaveDB_Click();
+    void mnuFileUnloadUser_Click();
+    void mnuFileBackup_Click();
     void mnuFileExit_Click();
     void mnuViewOnTop_Click();
     void mnuViewStatusbar_Click();
     void mnuViewToolBar_Click();
-    void mnuToolsClearClip_Click();
-    void mnuHelpContents_Click();
-    void mnuHelpAbout_Click();
-    void mnuTrayShow_Click();
+    void mnuToolsFind_Click();
+    void mnuToolsGenerator_Click();
     void mnuToolsOptions_Click();
+    void mnuToolsClearClip_Click();
+    void mnuToolsFlash_Click();
+    void mnuHelpContents_Click();
+    void mnuHelpAskSupport_Click();
+    void mnuHelpAbout_Click();
+    void mnuContextTrvAddFolder_Click();
+    void mnuContextTrvDelFolder_Click();
+    void mnuContextTrvDelRec_Click();
+    void mnuContextTrvAddRec_Click();
+    void mnuContextTrvRename_Click();
+    void mnuContextTrvEdit_Click();
+    void mnuContextValCopy(const QString& FieldName);
+    void mnuTrayShow_Click();
+    void tlbToolbar_ButtonClick(QAction* Button);
+    void trvDatabase_Click();
+    void trvDatabase_AfterLabelEdit(QTreeWidgetItem* Node, int Column);
+    void MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target);
     void m_frmSysTray_MenuClick(int lIndex, const QString& sKey);
+    void tmrTimer_Timer();
+    void tmrAutobackup_Timer();
 
 protected:
     void closeEvent(QCloseEvent* e) override;
+    void showEvent(QShowEvent* e) override;
+    void paintEvent(QPaintEvent* e) override;
+    void changeEvent(QEvent* e) override;
 
 private:
     void BuildMenus();
     void BuildToolbar();
     void ApplyOnTop(bool OnTop);
-    // Saving on the way out: geometry, settings (and later the database).
+    // Saving on the way out: geometry, settings and the database.
     void Form_Unload();
+    void Form_Paint();
+    void ForgetNodes(QTreeWidgetItem* Node);
+    void SetCommandStates();
+    void ShowStatusCounts(const QString& IndNum);
+    bool UserLoaded() const;
+    QTreeWidgetItem* CommandNode() const;
+    int TreeOrderPosition(QTreeWidgetItem* Parent, QTreeWidgetItem* Node) const;
+
+    QHash<int, QTreeWidgetItem*> m_nodeById;
+    QTreeWidgetItem* m_root = nullptr;
+    QTreeWidgetItem* m_dropHighlight = nullptr;
+    int m_curRecord = 0;
+    bool m_locked = false;
     bool m_toldHidden = false;
+    bool m_editingLabel = false;
+    std::unique_ptr<GuiActivitySource> m_guiActivity;
+    IActivitySource* m_activity = nullptr;
+    SessionWatch* m_session = nullptr;
 };

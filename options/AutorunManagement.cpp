@@ -10,7 +10,8 @@
 
 QString AutorunEntryPath() {
     QString config = qEnvironmentVariable("XDG_CONFIG_HOME");
-    if (config.isEmpty()) config = QDir::homePath() + QStringLiteral("/.config");
+    if (config.isEmpty())
+        config = QDir::homePath() + QStringLiteral("/.config");
     return Pt(config) + QStringLiteral("autostart/ArgentPasswordMngr.desktop");
 }
 
@@ -38,7 +39,8 @@ void AutorunManagement(bool Autorun) {
                               .arg(exec, Pt(AppPath()) + QStringLiteral("mainicon.png"));
     QDir().mkpath(QFileInfo(path).absolutePath());
     QSaveFile f(path);
-    if (!f.open(QIODevice::WriteOnly)) return;
+    if (!f.open(QIODevice::WriteOnly))
+        return;
     f.write(entry.toUtf8());
     f.commit();
 }

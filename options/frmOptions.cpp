@@ -179,7 +179,8 @@ void frmOptions::SwitchWithNumber(QCheckBox* Box, QLineEdit* Field, int Entry) {
         ProgConfig[Entry] = QStringLiteral("n") + Field->text();
         Field->setEnabled(false);
     } else {
-        if (ProgConfig[Entry].startsWith(u'n')) ProgConfig[Entry] = ProgConfig[Entry].mid(1);
+        if (ProgConfig[Entry].startsWith(u'n'))
+            ProgConfig[Entry] = ProgConfig[Entry].mid(1);
         Field->setText(ProgConfig[Entry]);
         Field->setEnabled(true);
     }
@@ -207,14 +208,16 @@ void frmOptions::txtBackCopies_Change() {
 
 void frmOptions::cboLanguage_Click() {
     TRACE_PROC("frmOptions.cboLanguage_Click");
-    if (cboLanguage->currentText().isEmpty() || cboLanguage->currentText() == ProgConfig[14]) return;
+    if (cboLanguage->currentText().isEmpty() || cboLanguage->currentText() == ProgConfig[14])
+        return;
     ProgConfig[14] = cboLanguage->currentText();
     lblLangHint->setVisible(true);
 }
 
 void frmOptions::cmdChangeDBPath_Click() {
     TRACE_PROC("frmOptions.cmdChangeDBPath_Click");
-    if (MsgBox(Texts(19), vbYesNo | vbInformation) == vbNo) return;
+    if (MsgBox(Texts(19), vbYesNo | vbInformation) == vbNo)
+        return;
     setEnabled(false);
     ChaneDBPath(parentWidget());
     txtDBPath->setText(ProgConfig[5]);

@@ -33,7 +33,8 @@ bool dlgBrowseFolder(QWidget* OwnerForm, QString& Path, const QString& Title, bo
         chosen = QFileDialog::getExistingDirectory(OwnerForm, Title, BrowsePath, QFileDialog::ShowDirsOnly);
         ok = !chosen.isEmpty();
     }
-    if (!ok) return false;
+    if (!ok)
+        return false;
     RemoveNullChar(chosen);
     Path = chosen;
     return true;

@@ -92,12 +92,14 @@ void frmSysTray::AddMenuItem(const QString& sCaption, const QString& sKey, bool 
     connect(a, &QAction::triggered, this,
             [this, a] { mnuSysTray_Click(static_cast<int>(m_items.indexOf(a))); });
     m_bAddedMenuItem = true;
-    if (bDefault) SetDefaultMenuIndex(index);
+    if (bDefault)
+        SetDefaultMenuIndex(index);
 }
 
 void frmSysTray::SetDefaultMenuIndex(int lIndex) {
     TRACE_PROP("frmSysTray.DefaultMenuIndex", lIndex);
-    if (!ValidIndex(lIndex)) return;
+    if (!ValidIndex(lIndex))
+        return;
     m_iDefaultIndex = lIndex;
     m_menu->setDefaultAction(m_items[lIndex]);
 }
@@ -108,12 +110,14 @@ bool frmSysTray::ValidIndex(int lIndex) const {
 
 void frmSysTray::EnableMenuItem(int lIndex, bool bState) {
     TRACE_PROC("frmSysTray.EnableMenuItem", lIndex, bState);
-    if (ValidIndex(lIndex)) m_items[lIndex]->setEnabled(bState);
+    if (ValidIndex(lIndex))
+        m_items[lIndex]->setEnabled(bState);
 }
 
 void frmSysTray::RemoveMenuItem(int iIndex) {
     TRACE_PROC("frmSysTray.RemoveMenuItem", iIndex);
-    if (!ValidIndex(iIndex)) return;
+    if (!ValidIndex(iIndex))
+        return;
     QAction* a = m_items.takeAt(iIndex);
     m_keys.removeAt(iIndex);
     m_menu->removeAction(a);
@@ -145,7 +149,8 @@ void frmSysTray::mnuSysTray_Click(int Index) {
 
 void frmSysTray::ShowBalloonTip(const QString& sMessage, const QString& sTitle, int eIcon, int lTimeOutMs) {
     TRACE_PROC("frmSysTray.ShowBalloonTip", sMessage, sTitle, eIcon, lTimeOutMs);
-    if (!m_bSupportsNewVersion) return;
+    if (!m_bSupportsNewVersion)
+        return;
     const QSystemTrayIcon::MessageIcon icon = eIcon == NIIF_WARNING ? QSystemTrayIcon::Warning
                                               : eIcon == NIIF_ERROR ? QSystemTrayIcon::Critical
                                               : eIcon == NIIF_NONE  ? QSystemTrayIcon::NoIcon

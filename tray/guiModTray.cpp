@@ -32,7 +32,8 @@ void SetTrayCreatedHandler(std::function<void(frmSysTray*)> Handler) {
 }
 
 bool TrayAvailable() {
-    if (g_availableOverride >= 0) return g_availableOverride == 1;
+    if (g_availableOverride >= 0)
+        return g_availableOverride == 1;
     return QSystemTrayIcon::isSystemTrayAvailable();
 }
 
@@ -42,7 +43,8 @@ void SetTrayAvailableOverride(int Available) {
 
 frmSysTray* CreateTrayIcon() {
     TRACE_PROC("modTray.CreateTrayIcon");
-    if (g_tray) return g_tray;
+    if (g_tray)
+        return g_tray;
     g_tray = new frmSysTray;
     g_tray->AddMenuItem(Texts(123), QStringLiteral("Show"), true);
     g_tray->AddMenuItem(Texts(124), QStringLiteral("GenPassword"));
@@ -53,14 +55,16 @@ frmSysTray* CreateTrayIcon() {
     g_tray->AddMenuItem(Texts(127), QStringLiteral("Exit"));
     g_tray->SetToolTip(QStringLiteral("Argent Password Manager"));
     g_tray->SetIconHandle(QIcon(Pt(AppPath()) + QStringLiteral("mainicon.png")));
-    if (g_onCreated) g_onCreated(g_tray);
+    if (g_onCreated)
+        g_onCreated(g_tray);
     g_tray->Show();
     return g_tray;
 }
 
 void DeleteIcon() {
     TRACE_PROC("modTray.DeleteIcon");
-    if (!g_tray) return;
+    if (!g_tray)
+        return;
     // Often called from the icon's own menu: let that click finish before the object goes.
     g_tray->Hide();
     g_tray->deleteLater();

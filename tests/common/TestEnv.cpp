@@ -71,17 +71,20 @@ QStringList TestEnv::childEnv(const QString& childAction) const {
 
 QByteArray readAllOf(const QString& path) {
     QFile f(path);
-    if (!f.open(QIODevice::ReadOnly)) return {};
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
     return f.readAll();
 }
 
 void writeFileText(const QString& path, const QByteArray& bytes) {
     QFile f(path);
-    if (f.open(QIODevice::WriteOnly | QIODevice::Truncate)) f.write(bytes);
+    if (f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        f.write(bytes);
 }
 
 int posixMode(const QString& path) {
     struct stat st {};
-    if (stat(QFile::encodeName(path).constData(), &st) != 0) return -1;
+    if (stat(QFile::encodeName(path).constData(), &st) != 0)
+        return -1;
     return static_cast<int>(st.st_mode & 07777);
 }

@@ -2,7 +2,11 @@
 
 #include <QTest>
 #ifdef ARGENT_TEST_GUI
+#include "app/MsgBox.h"
+#include "app/guiApplication.h"
+
 #include <QApplication>
+#include <QDialog>
 #else
 #include <QCoreApplication>
 #endif
@@ -36,11 +40,22 @@ int main(int argc, char** argv) {
     const QString child = qEnvironmentVariable("ARGENT_TEST_CHILD");
     if (!child.isEmpty()) {
         auto it = children().find(child);
-        if (it == children().end()) return 99;
+        if (it == children().end())
+            return 99;
         return it->second(argc, argv);
     }
 #ifdef ARGENT_TEST_GUI
     QApplication app(argc, argv);
+    // A dialog or message box that a test did not script must never wait for a user:
+    // it is declined at once, and says so.
+    SetModalHandler([](QDialog& d) {
+        qWarning("unscripted dialog %s declined", qPrintable(d.objectName()));
+        return int(QDialog::Rejected);
+    });
+    SetMsgBoxHandler([](const QString& prompt, int style, const QString&) {
+        qWarning("unscripted message box: %s", qPrintable(prompt));
+        return (style & 7) == vbYesNo ? int(vbNo) : (style & 7) == vbOKCancel ? int(vbCancel) : int(vbOK);
+    });
 #else
     QCoreApplication app(argc, argv);
 #endif

@@ -8,6 +8,7 @@
 #include "tests/common/TestMain.h"
 #include "tray/frmSysTray.h"
 #include "tray/guiModTray.h"
+#include "users/UserAccounts.h"
 
 #include <QAction>
 #include <QMenu>
@@ -33,6 +34,7 @@ struct ScriptedBoxes {
 
 void startWith(const TestEnv& env, const QString& language) {
     ChooseConfiguration();
+    CreateProgramObjects();
     ProgConfig[14] = language;
     LoadLang(env.progDir() + "/Languages/" + language + ".lng");
 }
@@ -58,7 +60,8 @@ private slots:
         QCOMPARE(w.windowTitle(), Texts(158));
         int actions = 0;
         for (QAction* a : w.findChildren<QAction*>()) {
-            if (a->isSeparator() || a->objectName().isEmpty()) continue;
+            if (a->isSeparator() || a->objectName().isEmpty())
+                continue;
             ++actions;
             QVERIFY2(!a->text().isEmpty() && !a->text().contains("#Error"), qPrintable(a->objectName()));
         }

@@ -93,8 +93,9 @@ private slots:
         start(env);
         const QString before = ProgConfig[5];
         QList<int> answers;
-        SetMsgBoxHandler([&](const QString&, int style, const QString&) {
-            if (style != (vbYesNo | vbInformation)) return int(vbOK);
+        const MsgBoxHandler prevBox = SetMsgBoxHandler([&](const QString&, int style, const QString&) {
+            if (style != (vbYesNo | vbInformation))
+                return int(vbOK);
             return answers.takeFirst();
         });
         QString offered;
@@ -127,7 +128,7 @@ private slots:
         LoadConfig(ProgCfgPath, saved);
         QCOMPARE(saved[5], env.root() + "/elsewhere/");
         SetFolderChooser({});
-        SetMsgBoxHandler({});
+        SetMsgBoxHandler(prevBox);
     }
 
     void okAppliesTrayModeAndSaves() {

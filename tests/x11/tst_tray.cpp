@@ -24,7 +24,8 @@ void clickAt(const QPoint& p, int button) {
 QMenu* openTrayMenu(frmSysTray* tray) {
     clickAt(tray->Icon()->geometry().center(), 3);
     QMenu* menu = tray->Menu();
-    if (!QTest::qWaitFor([menu] { return menu->isVisible(); }, 5000)) return nullptr;
+    if (!QTest::qWaitFor([menu] { return menu->isVisible(); }, 5000))
+        return nullptr;
     QTest::qWait(200);
     return menu;
 }
@@ -46,7 +47,7 @@ private slots:
         ProgConfig[12] = "1";
         QVERIFY(QTest::qWaitFor([] { return QSystemTrayIcon::isSystemTrayAvailable(); }, 5000));
         QStringList asked;
-        SetMsgBoxHandler([&](const QString& p, int, const QString&) {
+        const MsgBoxHandler prevBox = SetMsgBoxHandler([&](const QString& p, int, const QString&) {
             asked << p;
             return int(vbYes);
         });
@@ -85,7 +86,7 @@ private slots:
         QCOMPARE(LoadConfig(ProgCfgPath, saved), 0);
         QCOMPARE(saved[16], QStringLiteral("10500"));
         QVERIFY(!DoUnloadTIcon);
-        SetMsgBoxHandler({});
+        SetMsgBoxHandler(prevBox);
     }
 };
 

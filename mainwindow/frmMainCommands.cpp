@@ -1,0 +1,351 @@
+// The main window's commands: menus, tool bar, context menus and the tray's keys all
+// lead here.
+
+#include "mainwindow/frmMain.h"
+
+#include "Version.h"
+
+#include "app/MsgBox.h"
+#include "app/ProgConfig.h"
+#include "app/VbConv.h"
+#include "app/guiApplication.h"
+#include "app/modLang.h"
+#include "app/modMain.h"
+#include "diagnostics/Trace.h"
+#include "diagnostics/frmAbout.h"
+#include "options/frmOptions.h"
+#include "records/RecordTree.h"
+#include "storage/clsDatabase.h"
+#include "tray/frmSysTray.h"
+#include "tray/guiModTray.h"
+#include "users/UserAccounts.h"
+#include "users/frmAddUser.h"
+#include "users/frmChangeUsPasw.h"
+#include "users/frmSelectUser.h"
+
+#include <QClipboard>
+#include <QDesktopServices>
+#include <QGuiApplication>
+#include <QStatusBar>
+#include <QTextEdit>
+#include <QToolBar>
+#include <QUrl>
+
+namespace {
+QString boolText(bool b) {
+    return b ? QStringLiteral("True") : QStringLiteral("False");
+}
+} // namespace
+
+bool frmMain::UserLoaded() const {
+    return CurUsDB && CurUsDB->TabNum() != 0 && !CurUser.isEmpty();
+}
+
+// The node a tree command acts on: the drop-highlight node while it is still in the tree.
+QTreeWidgetItem* frmMain::CommandNode() const {
+    if (!UserLoaded() || !m_dropHighlight)
+        return nullptr;
+    if (m_dropHighlight != m_root && !m_nodeById.contains(NodeId(m_dropHighlight)))
+        return nullptr;
+    return m_dropHighlight;
+}
+
+void frmMain::mnuFileSelectUser_Click() {
+    TRACE_PROC("frmMain.mnuFileSelectUser_Click");
+    frmSelectUser dlg(this);
+    ShowModal(dlg);
+}
+
+void frmMain::mnuFileAddUser_Click() {
+    TRACE_PROC("frmMain.mnuFileAddUser_Click");
+    frmAddUser dlg(this);
+    ShowModal(dlg);
+}
+
+void frmMain::mnuFileChangeUsPasw_Click() {
+    TRACE_PROC("frmMain.mnuFileChangeUsPasw_Click");
+    if (!UserLoaded())
+        return;
+    if (MsgBox(Texts(22), vbYesNo | vbQuestion) == vbNo)
+        return;
+    frmChangeUsPasw dlg(this);
+    ShowModal(dlg);
+}
+
+void frmMain::mnuFileDelCurUser_Click() {
+    TRACE_PROC("frmMain.mnuFileDelCurUser_Click");
+    if (CurUser.isEmpty()) {
+        MsgBox(Texts(6), vbInformation);
+        return;
+    }
+    if (MsgBox(Texts(11) + QStringLiteral(" \"") + CurUser + u'"', vbYesNo | vbQuestion) == vbNo)
+        return;
+    DeleteUser(CurUser, CurUsDBPath);
+    UnloadUser();
+    ClearUsTree();
+    ClearUsValue();
+}
+
+void frmMain::mnuFileSaveDB_Click() {
+    TRACE_PROC("frmMain.mnuFileSaveDB_Click");
+    if (!UserLoaded())
+        return;
+    SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    MsgBox(Texts(21), vbInformation);
+}
+
+void frmMain::mnuFileUnloadUser_Click() {
+    TRACE_PROC("frmMain.mnuFileUnloadUser_Click");
+    if (!UserLoaded())
+        return;
+    if (MsgBox(Texts(139), vbOKCancel) != vbOK)
+        return;
+    UnloadUser();
+}
+
+void frmMain::mnuFileExit_Click() {
+    TRACE_PROC("frmMain.mnuFileExit_Click");
+    if (MsgBox(Texts(1), vbYesNo | vbQuestion) == vbNo)
+        return;
+    CloseConfirmed = true;
+    close();
+}
+
+void frmMain::mnuViewOnTop_Click() {
+    TRACE_PROC("frmMain.mnuViewOnTop_Click");
+    const bool on = mnuViewOnTop->isChecked();
+    ProgConfig[6] = boolText(on);
+    ApplyOnTop(on);
+    SaveConfig(ProgCfgPath);
+}
+
+void frmMain::mnuViewStatusbar_Click() {
+    TRACE_PROC("frmMain.mnuViewStatusbar_Click");
+    const bool on = mnuViewStatusbar->isChecked();
+    ProgConfig[2] = boolText(on);
+    sbStatusBar->setVisible(on);
+    SaveConfig(ProgCfgPath);
+}
+
+void frmMain::mnuViewToolBar_Click() {
+    TRACE_PROC("frmMain.mnuViewToolBar_Click");
+    const bool on = mnuViewToolBar->isChecked();
+    ProgConfig[1] = boolText(on);
+    tlbToolbar->setVisible(on);
+    SaveConfig(ProgCfgPath);
+}
+
+void frmMain::mnuToolsOptions_Click() {
+    TRACE_PROC("frmMain.mnuToolsOptions_Click");
+    frmOptions options(this);
+    ShowModal(options);
+}
+
+void frmMain::mnuToolsClearClip_Click() {
+    TRACE_PROC("frmMain.mnuToolsClearClip_Click");
+    QGuiApplication::clipboard()->clear();
+}
+
+void frmMain::mnuHelpContents_Click() {
+    TRACE_PROC("frmMain.mnuHelpContents_Click");
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(Pt(AppPath()) + QStringLiteral("readme.txt"))))
+        MsgBox(Texts(166), vbExclamation);
+}
+
+void frmMain::mnuHelpAskSupport_Click() {
+    TRACE_PROC("frmMain.mnuHelpAskSupport_Click");
+    if (!QDesktopServices::openUrl(QUrl(QStringLiteral("mailto:?subject=Argent%20Password%20Manager%20") +
+                                        QStringLiteral(ARGENT_VERSION_TEXT))))
+        MsgBox(Texts(167), vbExclamation);
+}
+
+void frmMain::mnuHelpAbout_Click() {
+    TRACE_PROC("frmMain.mnuHelpAbout_Click");
+    frmAbout about(this);
+    ShowModal(about);
+}
+
+void frmMain::mnuContextTrvAddFolder_Click() {
+    TRACE_PROC("frmMain.mnuContextTrvAddFolder_Click");
+    QTreeWidgetItem* parent = CommandNode();
+    if (!parent || NodeTag(parent) == QStringLiteral("2"))
+        return;
+    const QString id = GetNewIndNum(*CurUsDB);
+    const QString title = QStringLiteral("Новая папка");
+    AddFolderToDB(title, NodeId(parent), id);
+    auto* node = new QTreeWidgetItem;
+    ApplyRowToNode(node, id, title, QStringLiteral("2key"), QStringLiteral("1"), QStringLiteral("0|0"));
+    // Sub-folders stand above the records, the newest first.
+    parent->insertChild(0, node);
+    m_nodeById.insert(id.toInt(), node);
+    parent->setExpanded(true);
+    trvDatabase->setCurrentItem(node);
+    // The new folder's name is offered for editing at once.
+    m_dropHighlight = node;
+    mnuContextTrvRename_Click();
+}
+
+void frmMain::mnuContextTrvDelFolder_Click() {
+    TRACE_PROC("frmMain.mnuContextTrvDelFolder_Click");
+    QTreeWidgetItem* node = CommandNode();
+    if (!node || node == m_root)
+        return;
+    if (MsgBox(Texts(17), vbYesNo | vbQuestion) == vbNo)
+        return;
+    // The node may have gone while the question was open (a lock, say).
+    if (CommandNode() != node)
+        return;
+    DelRecordTreeFromDataTable(QStringLiteral("IndNum"), QString::number(NodeId(node)),
+                               QStringLiteral("Parent"));
+    ForgetNodes(node);
+    delete node;
+    m_dropHighlight = nullptr;
+    trvDatabase_Click();
+}
+
+void frmMain::mnuContextTrvDelRec_Click() {
+    TRACE_PROC("frmMain.mnuContextTrvDelRec_Click");
+    mnuContextTrvDelFolder_Click();
+}
+
+void frmMain::mnuContextTrvRename_Click() {
+    TRACE_PROC("frmMain.mnuContextTrvRename_Click");
+    QTreeWidgetItem* node = trvDatabase->currentItem();
+    if (!UserLoaded() || !node || node == m_root)
+        return;
+    m_editingLabel = true;
+    trvDatabase->editItem(node, 0);
+}
+
+void frmMain::trvDatabase_AfterLabelEdit(QTreeWidgetItem* Node, int Column) {
+    if (!m_editingLabel || Column != 0 || !Node || Node == m_root)
+        return;
+    TRACE_PROC("frmMain.trvDatabase_AfterLabelEdit", Column);
+    m_editingLabel = false;
+    ChangeDataTableField(QStringLiteral("IndNum"), QString::number(NodeId(Node)), QStringLiteral("Title"),
+                         Node->text(0));
+    if (NodeId(Node) == m_curRecord)
+        trvDatabase_Click();
+}
+
+void frmMain::mnuContextValCopy(const QString& FieldName) {
+    TRACE_PROC("frmMain.mnuContextValCopy", FieldName);
+    if (!UserLoaded() || m_curRecord == 0)
+        return;
+    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    const int rec = CurUsDB->GetRecNumFromVal(tbl, CurUsDB->FindField(tbl, QStringLiteral("IndNum")),
+                                              QString::number(m_curRecord), 1);
+    if (rec <= 0)
+        return;
+    QClipboard* clip = QGuiApplication::clipboard();
+    clip->clear();
+    clip->setText(CurUsDB->GetTblFldValNm(tbl, rec, FieldName));
+}
+
+void frmMain::mnuTrayShow_Click() {
+    TRACE_PROC("frmMain.mnuTrayShow_Click");
+    if (isMinimized())
+        showNormal();
+    else
+        show();
+    raise();
+    activateWindow();
+}
+
+void frmMain::tlbToolbar_ButtonClick(QAction* Button) {
+    TRACE_PROC("frmMain.tlbToolbar_ButtonClick");
+    // The tree commands act on the selected node.
+    if (Button == btnAddFolder || Button == btnDelFolder || Button == btnAddRec || Button == btnDelRec)
+        m_dropHighlight = trvDatabase->currentItem();
+    if (Button == btnSelectUser)
+        mnuFileSelectUser_Click();
+    else if (Button == btnAddUser)
+        mnuFileAddUser_Click();
+    else if (Button == btnDelUser)
+        mnuFileDelCurUser_Click();
+    else if (Button == btnAddFolder)
+        mnuContextTrvAddFolder_Click();
+    else if (Button == btnDelFolder)
+        mnuContextTrvDelFolder_Click();
+    else if (Button == btnAddRec)
+        mnuContextTrvAddRec_Click();
+    else if (Button == btnDelRec)
+        mnuContextTrvDelRec_Click();
+    else if (Button == btnRename)
+        mnuContextTrvRename_Click();
+    else if (Button == btnFind)
+        mnuToolsFind_Click();
+}
+
+void frmMain::m_frmSysTray_MenuClick(int lIndex, const QString& sKey) {
+    TRACE_PROC("frmMain.m_frmSysTray_MenuClick", lIndex, sKey);
+    if (sKey == QLatin1String("Show"))
+        mnuTrayShow->trigger();
+    else if (sKey == QLatin1String("GenPassword"))
+        mnuTrayGenPasw->trigger();
+    else if (sKey == QLatin1String("SaveDB"))
+        mnuTraySaveDB->trigger();
+    else if (sKey == QLatin1String("SelectUser"))
+        mnuTraySelectUser->trigger();
+    else if (sKey == QLatin1String("UnloadUser"))
+        mnuTrayUnloadUser->trigger();
+    else if (sKey == QLatin1String("Exit"))
+        mnuTrayExit->trigger();
+    else
+        MsgBox(QStringLiteral("Clicked item with key ") + sKey);
+}
+
+int frmMain::TreeOrderPosition(QTreeWidgetItem* Parent, QTreeWidgetItem* Node) const {
+    // Row numbers of the node and its new siblings, from one pass over the table.
+    QHash<QString, int> rowOf;
+    rowOf.insert(QString::number(NodeId(Node)), 0);
+    for (int i = 0; i < Parent->childCount(); ++i)
+        rowOf.insert(QString::number(NodeId(Parent->child(i))), 0);
+    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    const int fInd = CurUsDB->FindField(tbl, QStringLiteral("IndNum"));
+    const QList<QStringList>& rows = CurUsDB->DBView().Tables[tbl - 1].Records;
+    for (int r = 0; r < rows.size(); ++r) {
+        auto it = rowOf.find(rows[r].value(fInd - 1));
+        if (it != rowOf.end() && *it == 0)
+            *it = r + 1;
+    }
+    const bool record = NodeTag(Node) == QStringLiteral("2");
+    const int own = rowOf.value(QString::number(NodeId(Node)));
+    int pos = 0;
+    for (; pos < Parent->childCount(); ++pos) {
+        QTreeWidgetItem* sib = Parent->child(pos);
+        const bool sibRecord = NodeTag(sib) == QStringLiteral("2");
+        const int sibRow = rowOf.value(QString::number(NodeId(sib)));
+        if (!record && (sibRecord || sibRow < own))
+            break;
+        if (record && sibRecord && sibRow > own)
+            break;
+    }
+    return pos;
+}
+
+void frmMain::MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target) {
+    TRACE_PROC("frmMain.MoveNode");
+    if (!UserLoaded() || !Node || !Target || Node == m_root || NodeTag(Target) == QStringLiteral("2"))
+        return;
+    // Not into itself, nor into one of its own folders, nor where it already is.
+    for (QTreeWidgetItem* p = Target; p; p = p->parent()) {
+        if (p == Node) {
+            MsgBox(Texts(168), vbExclamation);
+            return;
+        }
+    }
+    if (Node->parent() == Target)
+        return;
+    const QString id = QString::number(NodeId(Node));
+    ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Parent"),
+                         QString::number(NodeId(Target)));
+    // The same node, with its key, text, image, colour, bold state, Tag and children,
+    // under its new folder, where opening the user again would show it: folders first in
+    // reverse table order, then records in table order.
+    Node->parent()->removeChild(Node);
+    Target->insertChild(TreeOrderPosition(Target, Node), Node);
+    Target->setExpanded(true);
+    trvDatabase->setCurrentItem(Node);
+    SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+}

@@ -1,0 +1,57 @@
+// The main window's commands that open the record, search, generator, restore and
+// portable-copy dialogs.
+
+#include "mainwindow/frmMain.h"
+
+#include "app/guiApplication.h"
+#include "diagnostics/Trace.h"
+#include "records/frmAddRecord.h"
+#include "records/frmEditFolder.h"
+#include "records/frmEditRecord.h"
+#include "records/frmFind.h"
+#include "records/frmPaswGenerator.h"
+#include "users/UserAccounts.h"
+
+void frmMain::mnuToolsFind_Click() {
+    TRACE_PROC("frmMain.mnuToolsFind_Click");
+    if (!UserLoaded())
+        return;
+    frmFind dlg(this);
+    ShowModal(dlg);
+}
+
+void frmMain::mnuToolsGenerator_Click() {
+    TRACE_PROC("frmMain.mnuToolsGenerator_Click");
+    RunPaswGenerator(this);
+}
+
+void frmMain::mnuContextTrvAddRec_Click() {
+    TRACE_PROC("frmMain.mnuContextTrvAddRec_Click");
+    QTreeWidgetItem* folder = CommandNode();
+    if (!folder || NodeTag(folder) == QStringLiteral("2"))
+        return;
+    frmAddRecord dlg(this, QString::number(NodeId(folder)));
+    ShowModal(dlg);
+}
+
+void frmMain::mnuContextTrvEdit_Click() {
+    TRACE_PROC("frmMain.mnuContextTrvEdit_Click");
+    QTreeWidgetItem* node = trvDatabase->currentItem();
+    if (!UserLoaded() || !node || node == NodeByKey(QStringLiteral("0key")))
+        return;
+    const QString id = QString::number(NodeId(node));
+    if (NodeTag(node) == QStringLiteral("2")) {
+        frmEditRecord dlg(this, id);
+        ShowModal(dlg);
+    } else {
+        frmEditFolder dlg(this, id);
+        ShowModal(dlg);
+    }
+}
+
+void frmMain::mnuFileBackup_Click() {
+    TRACE_PROC("frmMain.mnuFileBackup_Click");
+}
+void frmMain::mnuToolsFlash_Click() {
+    TRACE_PROC("frmMain.mnuToolsFlash_Click");
+}

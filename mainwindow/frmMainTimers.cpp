@@ -1,0 +1,141 @@
+// The main window's timers: command states, the inactivity lock and its unlock, and
+// the automatic backup.
+
+#include "mainwindow/frmMain.h"
+
+#include "app/ProgConfig.h"
+#include "diagnostics/Trace.h"
+
+#include "mainwindow/CheckActivity.h"
+#include "mainwindow/guiActivitySource.h"
+#include "storage/clsDatabase.h"
+#include "tray/frmSysTray.h"
+#include "tray/guiModTray.h"
+#include "users/UserAccounts.h"
+#include "users/frmPassword.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QTextEdit>
+#include <QTimer>
+
+void frmMain::SetActivitySource(IActivitySource* Source) {
+    m_activity = Source ? Source : static_cast<IActivitySource*>(m_guiActivity.get());
+}
+
+void frmMain::SetCommandStates() {
+    const bool loaded = UserLoaded();
+    for (QAction* a : {btnDelUser, btnFind})
+        a->setEnabled(loaded);
+    for (QAction* a :
+         {mnuFileDelCurUser, mnuFileSaveDB, mnuFileChangeUsPasw, mnuFileUnloadUser, mnuToolsFind})
+        a->setEnabled(loaded);
+    QTreeWidgetItem* node = trvDatabase->currentItem();
+    if (!loaded) {
+        for (QAction* a : {btnDelRec, btnAddFolder, btnAddRec, btnDelFolder, btnRename})
+            a->setEnabled(false);
+    } else if (node) {
+        const bool record = NodeTag(node) == QStringLiteral("2");
+        btnDelRec->setEnabled(record);
+        btnAddFolder->setEnabled(!record);
+        btnAddRec->setEnabled(!record);
+        btnDelFolder->setEnabled(!record);
+        btnRename->setEnabled(node != m_root);
+        if (node == m_root) {
+            btnDelFolder->setEnabled(false);
+            btnDelRec->setEnabled(false);
+        }
+    }
+    // The context menus follow the tool bar.
+    mnuContextTrvAddFolder->setEnabled(loaded && btnAddFolder->isEnabled());
+    mnuContextTrvAddRec->setEnabled(loaded && btnAddRec->isEnabled());
+    mnuContextTrvDelFolder->setEnabled(loaded && btnDelFolder->isEnabled());
+    mnuContextTrvDelRec->setEnabled(loaded && btnDelRec->isEnabled());
+    mnuContextTrvRename->setEnabled(loaded && node && node != m_root);
+    mnuContextTrvEdit->setEnabled(loaded && node && node != m_root);
+    for (QAction* a :
+         {mnuContextValCopyPasw, mnuContextValCopyLog, mnuContextValCopyTit, mnuContextValCopyDesc})
+        a->setEnabled(loaded && m_curRecord != 0);
+}
+
+void frmMain::tmrTimer_Timer() {
+    TRACE_PROC("frmMain.tmrTimer_Timer");
+    SetCommandStates();
+    if (CfgSwitchOn(ProgConfig[11]) && CheckActivity(*m_activity) == actIdle && !m_locked)
+        LockNow();
+}
+
+void frmMain::LockNow() {
+    TRACE_PROC("frmMain.LockNow");
+    if (m_locked || !UserLoaded())
+        return;
+    // Every other window closes; the main window hides.
+    for (QWidget* w : QApplication::topLevelWidgets()) {
+        if (auto* d = qobject_cast<QDialog*>(w); d && d->isVisible())
+            d->done(QDialog::Rejected);
+    }
+    m_locked = true;
+    if (frmSysTray* tray = TrayObject()) {
+        for (int i = 0; i < tray->MenuCount(); ++i) {
+            const QString key = tray->MenuKey(i);
+            if (key == QLatin1String("SaveDB") || key == QLatin1String("SelectUser") ||
+                key == QLatin1String("GenPassword"))
+                tray->EnableMenuItem(i, false);
+        }
+    }
+    SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    MDFM->DeleteDBFromCol(CurUsDB->Path());
+    CurUsDB = std::make_shared<clsDatabase>();
+    txtValue->clear();
+    ClearUsTree();
+    // With a tray icon the window hides; without one it must stay reachable, so it goes
+    // to the task bar and asks for the password when it comes back.
+    if (DoUnloadTIcon)
+        hide();
+    else
+        showMinimized();
+}
+
+void frmMain::changeEvent(QEvent* e) {
+    QMainWindow::changeEvent(e);
+    if (e->type() == QEvent::WindowStateChange && m_locked && !isMinimized())
+        QTimer::singleShot(0, this, &frmMain::Form_Paint);
+}
+
+void frmMain::showEvent(QShowEvent* e) {
+    QMainWindow::showEvent(e);
+    // The unlock runs once the window is on screen again.
+    if (m_locked)
+        QTimer::singleShot(0, this, &frmMain::Form_Paint);
+}
+
+void frmMain::paintEvent(QPaintEvent* e) {
+    QMainWindow::paintEvent(e);
+    if (m_locked && !FrmPaswShown)
+        QTimer::singleShot(0, this, &frmMain::Form_Paint);
+}
+
+void frmMain::Form_Paint() {
+    TRACE_PROC("frmMain.Form_Paint");
+    if (!m_locked || FrmPaswShown || !isVisible() || isMinimized())
+        return;
+    if (AskUserPassword(this, ProgConfig[4]) == 1) {
+        QString pasw = FrmPaswEnetered;
+        FrmPaswEnetered.clear();
+        FullUserLoad(CurUser, pasw);
+        WipeString(pasw);
+        if (frmSysTray* tray = TrayObject())
+            for (int i = 0; i < tray->MenuCount(); ++i)
+                tray->EnableMenuItem(i, true);
+        m_locked = false;
+    } else {
+        m_locked = false;
+        UnloadUser();
+    }
+    SetCommandStates();
+}
+
+void frmMain::tmrAutobackup_Timer() {
+    TRACE_PROC("frmMain.tmrAutobackup_Timer");
+    // wired to the backup logic below
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+// The controls the record and folder editors share: the icon chooser (imcIcons), the
+// bold box (chkBold) and the colour swatch (picColor) with its change button.
+
+#include <QObject>
+
+class QCheckBox;
+class QLabel;
+class QListWidget;
+class QPushButton;
+class QWidget;
+
+class LookControls : public QObject {
+    Q_OBJECT
+public:
+    explicit LookControls(QWidget* Owner);
+    void ShowFormLang();
+    // From a row: "Image" selects the icon by its 1-based index ("3key" the third),
+    // "Flags" gives the swatch colour (strictly converted) and RecFlags.
+    void LoadFromRow(const QString& Image, const QString& Flags);
+    // What the editor writes back: "<index>key", and "<colour>|<bits>" with the bold bit
+    // taken from the box and every other bit kept.
+    QString ImageValue() const;
+    QString FlagsValue();
+
+    QLabel *lblIconCap, *lblColorCap;
+    QListWidget* imcIcons;
+    QCheckBox* chkBold;
+    QLabel* picColor;
+    QPushButton* cmdChangeCol;
+    int RecColor = 0;
+    int RecFlags = 0;
+
+public slots:
+    void cmdChangeCol_Click();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    void ShowSwatch();
+    QWidget* m_owner;
+};
