@@ -5,6 +5,7 @@
 
 #include "app/ProgConfig.h"
 #include "diagnostics/Trace.h"
+#include "maintenance/Autobackup.h"
 
 #include "mainwindow/CheckActivity.h"
 #include "mainwindow/guiActivitySource.h"
@@ -137,5 +138,5 @@ void frmMain::Form_Paint() {
 
 void frmMain::tmrAutobackup_Timer() {
     TRACE_PROC("frmMain.tmrAutobackup_Timer");
-    // wired to the backup logic below
+    AutobackupTick(tmrAutobackup->interval());
 }

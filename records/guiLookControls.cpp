@@ -21,15 +21,21 @@ LookControls::LookControls(QWidget* Owner) : QObject(Owner), m_owner(Owner) {
     lblColorCap = new QLabel;
     imcIcons = new QListWidget;
     imcIcons->setObjectName(QStringLiteral("imcIcons"));
-    imcIcons->setViewMode(QListView::IconMode);
-    imcIcons->setIconSize(QSize(32, 32));
-    imcIcons->setGridSize(QSize(44, 44));
-    imcIcons->setMovement(QListView::Static);
+    // A grid of pictures, each selected as a whole square.
+    imcIcons->setViewMode(QListView::ListMode);
+    imcIcons->setFlow(QListView::LeftToRight);
+    imcIcons->setWrapping(true);
     imcIcons->setResizeMode(QListView::Adjust);
-    imcIcons->setFixedHeight(2 * 44 + 8);
+    imcIcons->setMovement(QListView::Static);
+    imcIcons->setUniformItemSizes(true);
+    imcIcons->setIconSize(QSize(24, 24));
+    imcIcons->setMinimumWidth(10 * 36 + 8);
+    imcIcons->setFixedHeight(2 * 36 + 8);
     for (int n = 1; n <= kIconCount; ++n) {
         auto* item = new QListWidgetItem(QIcon(QStringLiteral(":/icons/%1.png").arg(n)), QString());
         item->setData(Qt::UserRole, n);
+        item->setSizeHint(QSize(36, 36));
+        item->setTextAlignment(Qt::AlignCenter);
         imcIcons->addItem(item);
     }
     lblIconCap->setBuddy(imcIcons);

@@ -1,0 +1,108 @@
+#include "maintenance/frmRestore.h"
+
+#include "app/MsgBox.h"
+#include "app/guiApplication.h"
+#include "app/modLang.h"
+#include "diagnostics/Trace.h"
+#include "maintenance/RestoreBackup.h"
+#include "users/UserAccounts.h"
+#include "users/frmPassword.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+frmRestore::frmRestore(QWidget* parent) : QDialog(parent) {
+    TRACE_PROC("frmRestore.Form_Load");
+    setObjectName(QStringLiteral("frmRestore"));
+    lblListCap = new QLabel;
+    lstRestorDBs = new QListWidget;
+    lstRestorDBs->setObjectName(QStringLiteral("lstRestorDBs"));
+    lblListCap->setBuddy(lstRestorDBs);
+    auto button = [](const char* name) {
+        auto* b = new QPushButton;
+        b->setObjectName(QString::fromLatin1(name));
+        return b;
+    };
+    cmdRestore = button("cmdRestore");
+    cmdRestore->setDefault(true);
+    cmdDelete = button("cmdDelete");
+    cmdRefresh = button("cmdRefresh");
+    cmdBack = button("cmdBack");
+
+    auto* side = new QVBoxLayout;
+    side->addWidget(cmdRestore);
+    side->addWidget(cmdDelete);
+    side->addWidget(cmdRefresh);
+    side->addStretch(1);
+    side->addWidget(cmdBack);
+    auto* left = new QVBoxLayout;
+    left->addWidget(lblListCap);
+    left->addWidget(lstRestorDBs, 1);
+    auto* lay = new QHBoxLayout(this);
+    lay->addLayout(left, 1);
+    lay->addLayout(side);
+    resize(560, 320);
+
+    connect(cmdRestore, &QPushButton::clicked, this, &frmRestore::cmdRestore_Click);
+    connect(lstRestorDBs, &QListWidget::itemDoubleClicked, this, &frmRestore::cmdRestore_Click);
+    connect(cmdDelete, &QPushButton::clicked, this, &frmRestore::cmdDelete_Click);
+    connect(cmdRefresh, &QPushButton::clicked, this, &frmRestore::ListDBs);
+    connect(cmdBack, &QPushButton::clicked, this, &QDialog::reject);
+    ShowFormLang();
+    ListDBs();
+    ApplyDialogOnTop(this);
+}
+
+void frmRestore::ShowFormLang() {
+    TRACE_PROC("frmRestore.ShowFormLang");
+    setWindowTitle(Texts(218));
+    lblListCap->setText(Texts(219));
+    lstRestorDBs->setAccessibleName(Texts(219));
+    cmdRestore->setText(Texts(220));
+    cmdDelete->setText(Texts(221));
+    cmdRefresh->setText(Texts(144));
+    cmdBack->setText(Texts(222));
+}
+
+void frmRestore::ListDBs() {
+    TRACE_PROC("frmRestore.ListDBsForRestore");
+    lstRestorDBs->clear();
+    lstRestorDBs->addItems(ListDBsForRestore(BackupFolderPath()));
+}
+
+QString frmRestore::SelectedItem() {
+    QListWidgetItem* item = lstRestorDBs->currentItem();
+    if (!item || !item->isSelected()) {
+        MsgBox(Texts(225), vbInformation);
+        return QString();
+    }
+    return item->text();
+}
+
+void frmRestore::cmdRestore_Click() {
+    TRACE_PROC("frmRestore.cmdRestore_Click");
+    const QString item = SelectedItem();
+    if (item.isEmpty() || MsgBox(Texts(223), vbYesNo | vbQuestion) == vbNo)
+        return;
+    const QString user = BackupUserFromItem(item);
+    if (RestoreDBFromBackup(item) == 1 && AskUserPassword(this, user) == 1) {
+        // Another user's copy, or one made under an older password: its password opens it.
+        QString pasw = FrmPaswEnetered;
+        FrmPaswEnetered.clear();
+        FullUserLoad(user, pasw);
+        WipeString(pasw);
+    }
+    ListDBs();
+}
+
+void frmRestore::cmdDelete_Click() {
+    TRACE_PROC("frmRestore.cmdDelete_Click");
+    const QString item = SelectedItem();
+    if (item.isEmpty() || MsgBox(Texts(224), vbYesNo | vbQuestion) == vbNo)
+        return;
+    DeleteBackup(item);
+    ListDBs();
+}
