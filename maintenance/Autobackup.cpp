@@ -1,0 +1,103 @@
+#include "maintenance/Autobackup.h"
+
+#include "app/ProgConfig.h"
+#include "app/VbConv.h"
+#include "app/modMain.h"
+#include "app/modTimer.h"
+#include "diagnostics/DbgPrint.h"
+#include "diagnostics/ErrorTrap.h"
+#include "diagnostics/Globals.h"
+#include "diagnostics/Trace.h"
+#include "maintenance/MaintFiles.h"
+#include "users/UserAccounts.h"
+
+#include <QFile>
+
+#include <climits>
+#include <cstdio>
+
+int AutobackupTickCount = 0;
+
+namespace {
+const bool g_registered = [] {
+    argent::diag::registerGlobal("AutobackupTickCount", &AutobackupTickCount);
+    return true;
+}();
+
+// A rename that replaces nothing the rotation still needs: the names below a copy have
+// already moved or gone.
+void renameCopy(const QString& From, const QString& To) {
+    if (std::rename(QFile::encodeName(From).constData(), QFile::encodeName(To).constData()) != 0)
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + From);
+}
+} // namespace
+
+QString BackupCopyPath(const QString& Name, int k) {
+    return Pt(ProgConfig[5]) + QStringLiteral("Backup/") + Name + u'_' + QString::number(k) +
+           QStringLiteral(".bdb.BACKUP");
+}
+
+int BackupCopiesNumber() {
+    TRACE_PROC("modMain.BackupCopiesNumber");
+    const QString v = ProgConfig[13];
+    return CLng(v.startsWith(u'n') ? v.mid(1) : v);
+}
+
+void DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
+    TRACE_PROC("modMain.DoAutobackup", db.get(), TimerInterval);
+    DbgPrint(QStringLiteral("!!!AUTOBACKUP!!!"));
+    const QString name = db->Name();
+    const int n = BackupCopiesNumber();
+
+    // The highest copy on disk, searched from N down; a gap below it is not noticed. For
+    // N <= 0 the search ends at once with N: the set counts as full.
+    int CopNum = n;
+    while (CopNum >= 1 && !FileExist(BackupCopyPath(name, CopNum)))
+        --CopNum;
+    TRACE_LOCAL(CopNum);
+
+    if (CopNum == n) {
+        TrueKill(BackupCopyPath(name, 1));
+        for (int i = 2; i <= CopNum; ++i)
+            if (FileExist(BackupCopyPath(name, i)))
+                renameCopy(BackupCopyPath(name, i), BackupCopyPath(name, i - 1));
+        --CopNum;
+    }
+
+    const QString folder = Pt(ProgConfig[5]) + QStringLiteral("Backup");
+    if (!FileExist(folder))
+        MakeFolder(folder, kPrivateDirPerms);
+
+    // A database used within the last hour (with the design interval) is saved first, so
+    // that the copy holds the recent changes.
+    const long long product = static_cast<long long>(TimerInterval) * 60;
+    if (product > INT_MAX || product < INT_MIN)
+        RaiseError(vbErrOverflow);
+    const double limit = static_cast<double>(product) / 1000.0;
+    const double elapsed = GetQueryPerf() - db->DBLastAccess();
+    if (limit > elapsed) {
+        const int r = SaveUsDB(db, GetTruePasw(CurUsPasw));
+        if (r < 0)
+            RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + UsDBFilePath(name));
+    }
+
+    CopyFileOver(UsDBFilePath(name), BackupCopyPath(name, CopNum + 1), kPrivateFilePerms);
+}
+
+bool AutobackupTick(int& TickCount, const clsDatabasePtr& db, int TimerInterval) {
+    TRACE_PROC("frmMain.tmrAutobackup_Timer", TickCount, TimerInterval);
+    if (!db || db->TabNum() == 0)
+        return false;
+    const int v = TickCount;
+    if (v == INT_MAX)
+        RaiseError(vbErrOverflow);
+    TickCount = v + 1;
+    if (v % 60 != 0)
+        return false;
+    DoAutobackup(db, TimerInterval);
+    return true;
+}
+
+bool AutobackupTick(int TimerInterval) {
+    return AutobackupTick(AutobackupTickCount, CurUsDB, TimerInterval);
+}

@@ -1,0 +1,294 @@
+#include "records/RecordTree.h"
+
+#include "app/VbConv.h"
+#include "app/modLang.h"
+#include "diagnostics/DbgPrint.h"
+#include "diagnostics/Trace.h"
+#include "storage/clsDatabase.h"
+#include "users/UserAccounts.h"
+
+#include <QHash>
+#include <QList>
+
+#include <climits>
+#include <vector>
+
+namespace {
+
+const QString kDataTable = QStringLiteral("DataTable");
+
+// The value of column FldNum (from 1) of a record, or null when the record is short.
+const QString* fieldOf(const QStringList& Rec, int FldNum) {
+    return FldNum >= 1 && FldNum <= Rec.size() ? &Rec[FldNum - 1] : nullptr;
+}
+
+// Type of numeric value 2: a record.
+bool isRecordType(const QString& Type) {
+    if (Type.size() == 1)
+        return Type[0] == u'2';
+    return Val(Type) == 2.0;
+}
+
+} // namespace
+
+QString GetTblTrueCapText(const QString& InTxt) {
+    TRACE_PROC("modMain.GetTblTrueCapText", InTxt);
+    int id = 0;
+    if (InTxt == QLatin1String("Title"))
+        id = 13;
+    else if (InTxt == QLatin1String("Login"))
+        id = 14;
+    else if (InTxt == QLatin1String("Password"))
+        id = 15;
+    else if (InTxt == QLatin1String("Description"))
+        id = 16;
+    if (id == 0)
+        return InTxt;
+    const QString text = Texts(id);
+    return text.isEmpty() ? InTxt : text;
+}
+
+QString GetNewIndNum(clsDatabase& pDB) {
+    TRACE_PROC("modMain.GetNewIndNum");
+    const int tbl = pDB.FindTable(kDataTable);
+    const int last = CLng(pDB.GetTblTag(tbl));
+    if (last == INT_MAX)
+        RaiseError(vbErrOverflow);
+    pDB.SetTblTag(tbl, QString::number(last + 1));
+    return pDB.GetTblTag(tbl);
+}
+
+void AddFolderToDB(const QString& FoldName, int Parent, const QString& FoldID) {
+    TRACE_PROC("modMain.AddFolderToDB", FoldName, Parent, FoldID);
+    clsDatabase& db = *CurUsDB;
+    const int tbl = db.FindTable(kDataTable);
+    db.AddRecord(tbl);
+    const int rec = db.GetTblRecNum(tbl);
+    db.SetTblFldValNm(tbl, rec, QStringLiteral("IndNum"), FoldID);
+    db.SetTblFldValNm(tbl, rec, QStringLiteral("Parent"), QString::number(Parent));
+    db.SetTblFldValNm(tbl, rec, QStringLiteral("Type"), QStringLiteral("1"));
+    db.SetTblFldValNm(tbl, rec, QStringLiteral("Title"), FoldName);
+    db.SetTblFldValNm(tbl, rec, QStringLiteral("Image"), QStringLiteral("2key"));
+    db.SetTblFldValNm(tbl, rec, QStringLiteral("Flags"), QStringLiteral("0|0"));
+}
+
+QString AddRecordToDB(clsDatabase& pDB, const QString& rParent, const QString& rTitle, const QString& rLogin,
+                      const QString& rPasw, const QString& rDesc) {
+    TRACE_PROC("modMain.AddRecordToDB", rParent, rTitle, rLogin, HIDDEN(rPasw), rDesc);
+    const int tbl = pDB.FindTable(kDataTable);
+    pDB.AddRecord(tbl);
+    const int rec = pDB.GetTblRecNum(tbl);
+    // The identifier comes from the same database the row goes to.
+    const QString id = GetNewIndNum(pDB);
+    pDB.SetTblFldValNm(tbl, rec, QStringLiteral("IndNum"), id);
+    pDB.SetTblFldValNm(tbl, rec, QStringLiteral("Parent"), rParent);
+    pDB.SetTblFldValNm(tbl, rec, QStringLiteral("Type"), QStringLiteral("2"));
+    pDB.SetTblFldValNm(tbl, rec, QStringLiteral("Title"), rTitle);
+    pDB.SetTblFldValNm(tbl, rec, QStringLiteral("Login"), rLogin);
+    pDB.SetTblFldValNm(tbl, rec, QStringLiteral("Password"), rPasw);
+    pDB.SetTblFldValNm(tbl, rec, QStringLiteral("Description"), rDesc);
+    pDB.SetTblFldValNm(tbl, rec, QStringLiteral("Image"), QStringLiteral("1key"));
+    pDB.SetTblFldValNm(tbl, rec, QStringLiteral("Flags"), QStringLiteral("0|0"));
+    return id;
+}
+
+void ChangeDataTableField(const QString& UniqFName, const QString& UniqFVal, const QString& FldName,
+                          const QString& newval) {
+    TRACE_PROC("modMain.ChangeDataTableField", UniqFName, UniqFVal, FldName, HIDDEN(newval));
+    clsDatabase& db = *CurUsDB;
+    const int tbl = db.FindTable(kDataTable);
+    const int fld = db.FindField(tbl, UniqFName);
+    const int rec = db.GetRecNumFromVal(tbl, fld, UniqFVal, 1);
+    // Row 0 (not found) changes nothing.
+    db.SetTblFldValNm(tbl, rec, FldName, newval);
+}
+
+int DelRecordTreeFromDataTable(const QString& UniqFName, const QString& UniqFVal,
+                               const QString& SearchFName) {
+    TRACE_PROC("modMain.DelRecordTreeFromDataTable", UniqFName, UniqFVal, SearchFName);
+    clsDatabase& db = *CurUsDB;
+    const int tbl = db.FindTable(kDataTable);
+    const int uniqFNum = db.FindField(tbl, UniqFName);
+    const int curRecNum = db.GetRecNumFromVal(tbl, uniqFNum, UniqFVal, 1);
+    const int searchFNum = db.FindField(tbl, SearchFName);
+    return DelRecordTree(tbl, uniqFNum, UniqFVal, searchFNum, curRecNum, db);
+}
+
+int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchFNum, int CurRecNum,
+                  clsDatabase& pDB) {
+    TRACE_PROC("modMain.DelRecordTree", TblNum, UniqFNum, UniqFVal, SearchFNum, CurRecNum);
+    const DatabaseRecord& db = pDB.DBView();
+    if (TblNum < 1 || TblNum > db.TabNum())
+        return 0;
+    const TableEntry& t = db.Tables[TblNum - 1];
+    const QList<QStringList>& recs = t.Records;
+    const int n = t.RecNum();
+    const int titleFNum = pDB.FindField(TblNum, QStringLiteral("Title"));
+
+    // Rows by the value of their parent link, each list in table order.
+    QHash<QString, QList<int>> kids;
+    kids.reserve(n / 8 + 16);
+    for (int i = 0; i < n; ++i)
+        if (const QString* p = fieldOf(recs[i], SearchFNum))
+            kids[*p].append(i);
+
+    // Depth first, children before their parent, siblings in table order: the order in
+    // which deleting the first remaining child again and again would meet them.
+    struct Step {
+        int row;                    // from 0; -1 for a start row that is not there
+        const QList<int>* children; // null when the row has none
+        qsizetype next = 0;         // next child to look at
+    };
+    std::vector<char> onPath(static_cast<std::size_t>(n), 0), gone(static_cast<std::size_t>(n), 0);
+    std::vector<Step> stack;
+    QList<int> order; // rows to delete, in deletion order, from 0
+    auto childrenOf = [&](const QString& id) -> const QList<int>* {
+        auto it = kids.constFind(id);
+        return it == kids.constEnd() ? nullptr : &it.value();
+    };
+    const int start = CurRecNum >= 1 && CurRecNum <= n ? CurRecNum - 1 : -1;
+    stack.push_back({start, childrenOf(UniqFVal)});
+    if (start >= 0)
+        onPath[static_cast<std::size_t>(start)] = 1;
+    while (!stack.empty()) {
+        Step& s = stack.back();
+        bool descended = false;
+        while (s.children && s.next < s.children->size()) {
+            const int c = (*s.children)[s.next++];
+            if (onPath[static_cast<std::size_t>(c)] || gone[static_cast<std::size_t>(c)])
+                continue;
+            const QString* cid = fieldOf(recs[c], UniqFNum);
+            onPath[static_cast<std::size_t>(c)] = 1;
+            stack.push_back({c, cid ? childrenOf(*cid) : nullptr});
+            descended = true;
+            break;
+        }
+        if (descended)
+            continue;
+        const int row = s.row;
+        stack.pop_back();
+        if (row >= 0) {
+            onPath[static_cast<std::size_t>(row)] = 0;
+            gone[static_cast<std::size_t>(row)] = 1;
+        }
+        order.append(row);
+    }
+
+    // The log first, then one pass that removes every row: a log that cannot be written
+    // stops the deletion before anything is gone.
+    QList<int> recNums;
+    recNums.reserve(order.size());
+    for (int row : order) {
+        const QString* title = row >= 0 ? fieldOf(recs[row], titleFNum) : nullptr;
+        DbgPrint(QStringLiteral("-= DELETE: ") + (title ? *title : QString()));
+        if (row >= 0)
+            recNums.append(row + 1);
+    }
+    return recNums.isEmpty() ? 0 : pDB.DeleteRecs(TblNum, recNums);
+}
+
+void GetStatBarData(clsDatabase& pDB, const QString& IndNum, int& NumFolds, int& NumRecs) {
+    TRACE_PROC("modMain.GetStatBarData", IndNum, NumFolds, NumRecs);
+    const int tbl = pDB.FindTable(kDataTable);
+    const int parentFNum = pDB.FindField(tbl, QStringLiteral("Parent"));
+    const int typeFNum = pDB.FindField(tbl, QStringLiteral("Type"));
+    const DatabaseRecord& db = pDB.DBView();
+    if (tbl < 1 || tbl > db.TabNum())
+        return;
+    for (const QStringList& r : db.Tables[tbl - 1].Records) {
+        const QString* p = fieldOf(r, parentFNum);
+        if (!p || *p != IndNum)
+            continue;
+        const QString* type = fieldOf(r, typeFNum);
+        if (type && isRecordType(*type))
+            ++NumRecs;
+        else
+            ++NumFolds;
+    }
+}
+
+void GetSepatRecOptns(const QString& InpStr, int& BufCol, int& BufFlags) {
+    TRACE_PROC("modMain.GetSepatRecOptns", InpStr, BufCol, BufFlags);
+    if (InpStr.isEmpty()) {
+        BufCol = 0;
+        BufFlags = 0;
+        return;
+    }
+    const qsizetype p = InpStr.indexOf(u'|');
+    if (p < 0) {
+        BufCol = CLng(InpStr);
+        BufFlags = 0;
+        return;
+    }
+    BufCol = CLng(InpStr.left(p));
+    BufFlags = CLng(Val(InpStr.mid(p + 1)));
+}
+
+QString MakeRecOptns(int Col, int Flags) {
+    return QString::number(Col) + u'|' + QString::number(Flags);
+}
+
+QString SetRecBold(const QString& InpStr, bool Bold) {
+    TRACE_PROC("modMain.SetRecBold", InpStr, Bold);
+    int col = 0, bits = 0;
+    GetSepatRecOptns(InpStr, col, bits);
+    return MakeRecOptns(col, Bold ? (bits | 1) : (bits & ~1));
+}
+
+QString SetRecColor(const QString& InpStr, int Col) {
+    TRACE_PROC("modMain.SetRecColor", InpStr, Col);
+    int col = 0, bits = 0;
+    GetSepatRecOptns(InpStr, col, bits);
+    return MakeRecOptns(Col, bits);
+}
+
+int GetTextTillSepar(const QString& Text, QString& Buffer, const QString& separ, int& Start) {
+    TRACE_PROC("modMain.GetTextTillSepar", Text, separ, Start);
+    if (Start < 1)
+        Start = 1;
+    const qsizetype from = Start - 1;
+    const qsizetype p = from <= Text.size() ? Text.indexOf(separ, from) : -1;
+    if (p < 0) {
+        Buffer = Text.mid(from);
+        return static_cast<int>(Text.size()) + 1;
+    }
+    Buffer = Text.mid(from, p - from);
+    return static_cast<int>(p + 1 + separ.size());
+}
+
+int FindDataRow(clsDatabase& pDB, const QString& IndNum) {
+    TRACE_PROC("modMain.FindDataRow", IndNum);
+    const int tbl = pDB.FindTable(kDataTable);
+    return pDB.GetRecNumFromVal(tbl, pDB.FindField(tbl, QStringLiteral("IndNum")), IndNum, 1);
+}
+
+bool IsInRecordTree(clsDatabase& pDB, const QString& AncestorID, const QString& IndNum) {
+    TRACE_PROC("modMain.IsInRecordTree", AncestorID, IndNum);
+    const int tbl = pDB.FindTable(kDataTable);
+    const int idF = pDB.FindField(tbl, QStringLiteral("IndNum"));
+    const int parentF = pDB.FindField(tbl, QStringLiteral("Parent"));
+    const DatabaseRecord& db = pDB.DBView();
+    if (tbl < 1 || tbl > db.TabNum())
+        return AncestorID == IndNum;
+    // The first row of each identifier decides, as every look-up by identifier does.
+    QHash<QString, QString> parentOf;
+    const QList<QStringList>& recs = db.Tables[tbl - 1].Records;
+    parentOf.reserve(recs.size());
+    for (const QStringList& r : recs) {
+        const QString* id = fieldOf(r, idF);
+        const QString* p = fieldOf(r, parentF);
+        if (id && !parentOf.contains(*id))
+            parentOf.insert(*id, p ? *p : QString());
+    }
+    QString cur = IndNum;
+    // At most one step per row: a loop in a damaged file ends the walk.
+    for (qsizetype steps = 0; steps <= recs.size(); ++steps) {
+        if (cur == AncestorID)
+            return true;
+        auto it = parentOf.constFind(cur);
+        if (it == parentOf.constEnd())
+            return false;
+        cur = it.value();
+    }
+    return false;
+}
