@@ -100,7 +100,28 @@ std::optional<double> readNumber(const QString& t, qsizetype& i, bool skipInnerB
     return v;
 }
 
+// A plain decimal integer of up to 15 digits, with an optional minus: no text is built.
+bool plainInteger(const QString& Text, double& Out) {
+    const QChar* p = Text.constData();
+    const qsizetype n = Text.size();
+    qsizetype k = n > 0 && p[0] == u'-' ? 1 : 0;
+    if (n == k || n - k > 15)
+        return false;
+    long long v = 0;
+    for (qsizetype i = k; i < n; ++i) {
+        const char16_t c = p[i].unicode();
+        if (c < u'0' || c > u'9')
+            return false;
+        v = v * 10 + (c - u'0');
+    }
+    Out = static_cast<double>(k ? -v : v);
+    return true;
+}
+
 double parseWhole(const QString& Text) {
+    double fast;
+    if (plainInteger(Text, fast))
+        return fast;
     const QString t = Text.trimmed();
     if (t.compare(QStringLiteral("True"), Qt::CaseInsensitive) == 0)
         return -1;
@@ -117,6 +138,19 @@ double parseWhole(const QString& Text) {
 
 double Val(const QString& Text) {
     TRACE_PROC("modConv.Val", Text);
+    // The common case, a plain decimal integer such as an identifier ("17") or the
+    // number of a key ("3key"): read it without building any text.
+    {
+        const QChar* p = Text.constData();
+        const qsizetype n = Text.size();
+        qsizetype k = 0;
+        long long v = 0;
+        while (k < n && k < 15 && p[k].unicode() >= u'0' && p[k].unicode() <= u'9')
+            v = v * 10 + (p[k++].unicode() - u'0');
+        if (k > 0 && (k == n || (k < 15 && p[k] != u'.' && p[k] != u'e' && p[k] != u'E' && p[k] != u'd' &&
+                                 p[k] != u'D' && !isBlank(p[k]))))
+            return static_cast<double>(v);
+    }
     qsizetype i = 0;
     while (i < Text.size() && isBlank(Text[i]))
         ++i;

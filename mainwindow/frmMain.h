@@ -5,6 +5,7 @@
 // user that the account routines open (IUserView), runs every command, locks itself
 // after inactivity and drives the automatic backup.
 
+#include "mainwindow/DataTableIndex.h"
 #include "users/IUserView.h"
 
 #include <QMainWindow>
@@ -73,6 +74,9 @@ public:
     // the end), a changed row's node takes the row's text, image, colour and bold.
     QTreeWidgetItem* InsertRowNode(const QString& IndNum);
     void RefreshRowNode(const QString& IndNum);
+
+    // The row of an identifier in the current database, 0 when there is none.
+    int RowOf(const QString& IndNum) { return m_index.RowOf(*CurUsDBRef(), IndNum); }
 
     // Inactivity: the source of input (tests give their own) and the lock.
     void SetActivitySource(IActivitySource* Source);
@@ -169,10 +173,12 @@ private:
     void SetCommandStates();
     void ShowStatusCounts(const QString& IndNum);
     bool UserLoaded() const;
+    static clsDatabase* CurUsDBRef();
     QTreeWidgetItem* CommandNode() const;
     int TreeOrderPosition(QTreeWidgetItem* Parent, QTreeWidgetItem* Node) const;
 
     QHash<int, QTreeWidgetItem*> m_nodeById;
+    DataTableIndex m_index;
     QTreeWidgetItem* m_root = nullptr;
     QTreeWidgetItem* m_dropHighlight = nullptr;
     int m_curRecord = 0;

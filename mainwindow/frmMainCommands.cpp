@@ -173,6 +173,7 @@ void frmMain::mnuContextTrvAddFolder_Click() {
     const QString id = GetNewIndNum(*CurUsDB);
     const QString title = QStringLiteral("Новая папка");
     AddFolderToDB(title, NodeId(parent), id);
+    m_index.Invalidate();
     auto* node = new QTreeWidgetItem;
     ApplyRowToNode(node, id, title, QStringLiteral("2key"), QStringLiteral("1"), QStringLiteral("0|0"));
     // Sub-folders stand above the records, the newest first.
@@ -233,8 +234,7 @@ void frmMain::mnuContextValCopy(const QString& FieldName) {
     if (!UserLoaded() || m_curRecord == 0)
         return;
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    const int rec = CurUsDB->GetRecNumFromVal(tbl, CurUsDB->FindField(tbl, QStringLiteral("IndNum")),
-                                              QString::number(m_curRecord), 1);
+    const int rec = RowOf(QString::number(m_curRecord));
     if (rec <= 0)
         return;
     QClipboard* clip = QGuiApplication::clipboard();

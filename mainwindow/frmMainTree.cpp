@@ -87,7 +87,10 @@ void frmMain::ApplyRowToNode(QTreeWidgetItem* Node, const QString& IndNum, const
                              const QString& Image, const QString& Type, const QString& Flags) {
     const int imageNum = CLng(Val(Image));
     const QString imageKey = QString::number(imageNum) + QStringLiteral("key");
-    Node->setFlags(Node->flags() | Qt::ItemIsEditable | Qt::ItemIsDragEnabled | Qt::ItemIsDropEnabled);
+    constexpr Qt::ItemFlags kFlags = Qt::ItemIsSelectable | Qt::ItemIsEnabled | Qt::ItemIsEditable |
+                                     Qt::ItemIsDragEnabled | Qt::ItemIsDropEnabled;
+    if (Node->flags() != kFlags)
+        Node->setFlags(kFlags);
     Node->setText(0, Title);
     Node->setData(0, kKeyRole, IndNum + QStringLiteral("key"));
     Node->setData(0, kTagRole, Type);
@@ -102,7 +105,7 @@ void frmMain::ApplyRowToNode(QTreeWidgetItem* Node, const QString& IndNum, const
     // Black is the default colour, which follows the desktop's theme.
     if (col != 0)
         Node->setForeground(0, FromColorRef(col));
-    else
+    else if (Node->data(0, Qt::ForegroundRole).isValid())
         Node->setData(0, Qt::ForegroundRole, QVariant());
 }
 
@@ -113,6 +116,7 @@ void frmMain::ClearUsTree() {
     m_root = nullptr;
     m_dropHighlight = nullptr;
     m_curRecord = 0;
+    m_index.Invalidate();
     sbPanel->clear();
     SetCommandStates();
 }
@@ -136,6 +140,7 @@ void frmMain::ShowUsDB(clsDatabase& UsDB) {
 void frmMain::ShowUsDBInTreeView(clsDatabase& UsDB) {
     TRACE_PROC("frmMain.ShowUsDBInTreeView");
     ClearUsTree();
+    m_index.Invalidate();
     auto* root = new QTreeWidgetItem;
     root->setText(0, UsDB.Tag());
     root->setData(0, kKeyRole, QStringLiteral("0key"));
@@ -200,9 +205,13 @@ void frmMain::ShowDataInTextBox(clsDatabase& UsDB, int TblNum, int RecNum) {
     }
 }
 
+clsDatabase* frmMain::CurUsDBRef() {
+    return CurUsDB.get();
+}
+
 void frmMain::ShowStatusCounts(const QString& IndNum) {
     int folds = 0, recs = 0;
-    GetStatBarData(*CurUsDB, IndNum, folds, recs);
+    m_index.ChildCounts(*CurUsDB, IndNum, folds, recs);
     sbPanel->setText(Texts(111) + u' ' + QString::number(folds) + QStringLiteral(", ") + Texts(112) + u' ' +
                      QString::number(recs));
 }
@@ -215,8 +224,7 @@ void frmMain::trvDatabase_Click() {
     const QString id = QString::number(NodeId(node));
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
     if (node != m_root && tbl > 0) {
-        const int rec =
-            CurUsDB->GetRecNumFromVal(tbl, CurUsDB->FindField(tbl, QStringLiteral("IndNum")), id, 1);
+        const int rec = RowOf(id);
         if (rec > 0 && CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Type")) == QStringLiteral("2")) {
             m_curRecord = NodeId(node);
             txtValue->clear();
@@ -258,7 +266,8 @@ void frmMain::ForgetNodes(QTreeWidgetItem* Node) {
 
 QTreeWidgetItem* frmMain::InsertRowNode(const QString& IndNum) {
     TRACE_PROC("frmMain.InsertRowNode", IndNum);
-    const int rec = FindDataRow(*CurUsDB, IndNum);
+    m_index.Invalidate();
+    const int rec = RowOf(IndNum);
     if (rec <= 0 || !m_root)
         return nullptr;
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
@@ -283,7 +292,7 @@ QTreeWidgetItem* frmMain::InsertRowNode(const QString& IndNum) {
 void frmMain::RefreshRowNode(const QString& IndNum) {
     TRACE_PROC("frmMain.RefreshRowNode", IndNum);
     QTreeWidgetItem* node = NodeByKey(IndNum + QStringLiteral("key"));
-    const int rec = FindDataRow(*CurUsDB, IndNum);
+    const int rec = node ? RowOf(IndNum) : 0;
     if (!node || rec <= 0)
         return;
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));

@@ -1,0 +1,174 @@
+// The main window with a 100,000-record user: opening it end to end (password check,
+// load, tree filled with the root expanded, first paint), clicking a record, deleting a
+// folder of 10,000 records, and scrolling through the whole tree expanded.
+//
+//   QT_QPA_PLATFORM=offscreen build/bin/bench_gui_mainwindow
+
+#include "app/MsgBox.h"
+#include "app/ProgConfig.h"
+#include "app/guiApplication.h"
+#include "app/modLang.h"
+#include "app/modMain.h"
+#include "mainwindow/frmMain.h"
+#include "records/RecordTree.h"
+#include "storage/Md5.h"
+#include "storage/clsDatabase.h"
+#include "users/UserAccounts.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QRandomGenerator>
+#include <QScrollBar>
+#include <QTemporaryDir>
+#include <QTreeWidget>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+const QString kPasw = QStringLiteral("bench-password");
+
+double ms(const QElapsedTimer& t) {
+    return static_cast<double>(t.nsecsElapsed()) / 1e6;
+}
+
+QString text(QRandomGenerator& rng, int minLen, int maxLen) {
+    static const char* const words[] = {"mail",  "bank",   "shop",  "forum", "server", "account",
+                                        "home",  "office", "cloud", "wifi",  "router", "games",
+                                        "music", "travel", "news",  "work"};
+    QString s;
+    const int len = minLen + static_cast<int>(rng.bounded(maxLen - minLen + 1));
+    while (s.size() < len)
+        s += QString::fromLatin1(words[rng.bounded(16)]) + u' ';
+    return s.left(len).trimmed();
+}
+
+// Ten top folders, each with ten folders of twenty folders; fifty records in each of
+// those: 2,210 folders and 100,000 records, each top folder holding 10,221 rows.
+void makeUser() {
+    QString p = kPasw;
+    AddUser(UsDBFilePath("bench"), "bench", p);
+    FullUserLoad("bench", HashString(kPasw));
+    clsDatabase& db = *CurUsDB;
+    const int tbl = db.FindTable(QStringLiteral("DataTable"));
+    QRandomGenerator rng(7);
+    int id = 0;
+    auto row = [&](int parent, bool folder) {
+        const int r = db.AddRecord(tbl);
+        db.SetTblRecord(tbl, r,
+                        {QString::number(++id), QString::number(parent), folder ? "1" : "2", text(rng, 6, 28),
+                         folder ? QString() : text(rng, 6, 14), folder ? QString() : text(rng, 12, 20),
+                         folder || rng.bounded(2) ? QString() : text(rng, 10, 100), folder ? "2key" : "1key",
+                         rng.bounded(10) ? "0|0" : "255|1"});
+        return id;
+    };
+    for (int a = 0; a < 10; ++a) {
+        const int top = row(0, true);
+        for (int b = 0; b < 10; ++b) {
+            const int mid = row(top, true);
+            for (int c = 0; c < 20; ++c) {
+                const int leaf = row(mid, true);
+                for (int r = 0; r < 50; ++r)
+                    row(leaf, false);
+            }
+        }
+    }
+    db.SetTblTag(tbl, QString::number(id));
+    SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    UnloadUser();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM",
+            qgetenv("QT_QPA_PLATFORM").isEmpty() ? "offscreen" : qgetenv("QT_QPA_PLATFORM"));
+    ArgentApplication app(argc, argv);
+    SetMsgBoxHandler([](const QString&, int, const QString&) { return int(vbYes); });
+    QTemporaryDir home;
+    qputenv("XDG_DATA_HOME", QFile::encodeName(home.path()));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path() + "/config"));
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(home.path()));
+    ChooseConfiguration();
+    LoadLang(Pt(AppPath()) + "Languages/English.lng");
+    ProgConfig[4] = "";
+    ProgConfig[11] = "n10";
+    CreateProgramObjects();
+    QElapsedTimer t;
+    t.start();
+    makeUser();
+    std::printf("user of 100,000 records and 2,210 folders made in %.0f ms\n", ms(t));
+
+    frmMain w;
+    w.Form_Load();
+    w.resize(1000, 700);
+    std::vector<double> opens;
+    for (int round = 0; round < 3; ++round) {
+        UnloadUser();
+        QApplication::processEvents();
+        t.restart();
+        const int check = TestUsPasw(UsDBFilePath("bench"), HashString(kPasw));
+        const double tCheck = ms(t);
+        FullUserLoad("bench", HashString(kPasw));
+        const double tLoad = ms(t);
+        w.repaint();
+        const double tPaint = ms(t);
+        opens.push_back(tPaint);
+        std::printf(
+            "open end to end: %.0f ms (password check %.0f, load and tree %.0f, first paint %.0f)%s\n",
+            tPaint, tCheck, tLoad - tCheck, tPaint - tLoad, check == 1 ? "" : " [password check failed]");
+    }
+
+    // Clicking records: the row is found and its fields shown.
+    QRandomGenerator rng(3);
+    std::vector<double> clicks;
+    for (int i = 0; i < 200; ++i) {
+        const int id = 4 + static_cast<int>(rng.bounded(100000));
+        QTreeWidgetItem* node = w.NodeByKey(QString::number(id) + "key");
+        if (!node || frmMain::NodeTag(node) != "2")
+            continue;
+        t.restart();
+        w.trvDatabase->setCurrentItem(node);
+        clicks.push_back(ms(t));
+    }
+    std::sort(clicks.begin(), clicks.end());
+    std::printf("click a record: median %.2f ms, worst %.2f ms (%zu clicks)\n", clicks[clicks.size() / 2],
+                clicks.back(), clicks.size());
+
+    // Scrolling through the whole tree, expanded.
+    t.restart();
+    w.trvDatabase->expandAll();
+    std::printf("expand all 102,210 nodes: %.0f ms\n", ms(t));
+    QScrollBar* bar = w.trvDatabase->verticalScrollBar();
+    std::vector<double> pages;
+    for (int i = 0; i < 200; ++i) {
+        t.restart();
+        bar->setValue(bar->value() + bar->pageStep() * 25);
+        w.trvDatabase->viewport()->repaint();
+        pages.push_back(ms(t));
+    }
+    std::sort(pages.begin(), pages.end());
+    std::printf("scroll 25 pages and repaint: median %.2f ms, worst %.2f ms\n", pages[pages.size() / 2],
+                pages.back());
+    w.trvDatabase->collapseAll();
+    w.NodeByKey("0key")->setExpanded(true);
+
+    // Deleting a top folder with its 10,220 rows below it.
+    QTreeWidgetItem* top = w.NodeByKey("1key");
+    w.trvDatabase->setCurrentItem(top);
+    w.SetDropHighlight(top);
+    const int rowsBefore = CurUsDB->GetTblRecNum(CurUsDB->FindTable("DataTable"));
+    t.restart();
+    w.mnuContextTrvDelFolder_Click();
+    const double tDel = ms(t);
+    const int rowsAfter = CurUsDB->GetTblRecNum(CurUsDB->FindTable("DataTable"));
+    std::printf("delete a folder of %d rows from the tree: %.0f ms\n", rowsBefore - rowsAfter, tDel);
+
+    std::sort(opens.begin(), opens.end());
+    std::printf("open end to end, best of %zu: %.0f ms\n", opens.size(), opens.front());
+    w.CloseConfirmed = true;
+    return 0;
+}
