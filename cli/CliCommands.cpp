@@ -20,16 +20,19 @@ namespace {
 constexpr int kMinPaswLen = 8;
 
 void say(const QString& Text) {
+    TRACE_PROC("modCli.Say", Text);
     const QByteArray b = Text.toUtf8();
     std::fprintf(stderr, "argentpm: %s\n", b.constData());
 }
 
 QString quoted(const QString& Name) {
+    TRACE_PROC("modCli.Quoted", Name);
     return QLatin1Char('"') + Name + QLatin1Char('"');
 }
 
 // A password from the next line of standard input or from the terminal.
 int askSecret(const CliOptions& Opt, const char* Prompt, QString& Out) {
+    TRACE_PROC("modCli.AskSecret", Prompt);
     if (Opt.PaswStdin) {
         if (!ReadStdinLine(Out)) {
             say(QStringLiteral("standard input ended before the password"));
@@ -46,10 +49,13 @@ int askSecret(const CliOptions& Opt, const char* Prompt, QString& Out) {
 
 // A new password: one line from standard input, or typed twice on the terminal.
 int askNewSecret(const CliOptions& Opt, QString& Out) {
-    if (int rc = askSecret(Opt, "New password: ", Out)) return rc;
+    TRACE_PROC("modCli.AskNewSecret");
+    if (int rc = askSecret(Opt, "New password: ", Out))
+        return rc;
     if (!Opt.PaswStdin) {
         QString again;
-        if (int rc = askSecret(Opt, "Repeat the new password: ", again)) return rc;
+        if (int rc = askSecret(Opt, "Repeat the new password: ", again))
+            return rc;
         const bool same = again == Out;
         WipeString(again);
         if (!same) {
@@ -82,7 +88,8 @@ int openUser(const CliOptions& Opt, const QString& Name) {
         return cliDamaged;
     }
     QString typed;
-    if (int rc = askSecret(Opt, "Password: ", typed)) return rc;
+    if (int rc = askSecret(Opt, "Password: ", typed))
+        return rc;
     QString md5 = HashString(typed);
     WipeString(typed);
     if (TestUsPasw(path, md5) != 1) {
@@ -116,6 +123,7 @@ int openUser(const CliOptions& Opt, const QString& Name) {
 }
 
 int dataTable(int& Tbl) {
+    TRACE_PROC("modCli.DataTable");
     Tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
     if (Tbl == 0) {
         say(QStringLiteral("the file of user %1 holds no record table").arg(quoted(CurUser)));
@@ -125,13 +133,16 @@ int dataTable(int& Tbl) {
 }
 
 QByteArray oneLine(const QString& Text) {
+    TRACE_PROC("modCli.OneLine", Text);
     QString t = Text;
     for (QChar& ch : t)
-        if (ch == u'\r' || ch == u'\n' || ch == u'\t') ch = u' ';
+        if (ch == u'\r' || ch == u'\n' || ch == u'\t')
+            ch = u' ';
     return t.toUtf8();
 }
 
 void writeOut(const QByteArray& Bytes) {
+    TRACE_PROC("modCli.WriteOut", static_cast<long long>(Bytes.size()));
     std::fwrite(Bytes.constData(), 1, static_cast<std::size_t>(Bytes.size()), stdout);
     std::fflush(stdout);
 }
@@ -144,7 +155,8 @@ int CliPrepare(const CliOptions& Opt) {
     ChooseConfiguration();
     while (ProgConfig.UBound() < 5)
         AddElemToStrMass(ProgConfig, QString());
-    if (!Opt.Databases.isEmpty()) ProgConfig[5] = QDir(Opt.Databases).absolutePath();
+    if (!Opt.Databases.isEmpty())
+        ProgConfig[5] = QDir(Opt.Databases).absolutePath();
     if (ProgConfig[5].isEmpty()) {
         say(QStringLiteral("the settings name no databases folder; give one with --databases DIR"));
         return cliUsage;
@@ -189,7 +201,8 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
         return cliRefused;
     }
     QString pasw;
-    if (int rc = askNewSecret(Opt, pasw)) return rc;
+    if (int rc = askNewSecret(Opt, pasw))
+        return rc;
     if (!QFileInfo(ProgConfig[5]).isDir()) {
         QDir().mkpath(ProgConfig[5]);
         QFile::setPermissions(ProgConfig[5], QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -206,7 +219,8 @@ int CmdPasswd(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("'passwd' takes one user name. Try 'argentpm passwd --help'."));
         return cliUsage;
     }
-    if (int rc = openUser(Opt, Args[0])) return rc;
+    if (int rc = openUser(Opt, Args[0]))
+        return rc;
     // The file is written under the name the database carries; a file renamed by hand
     // would be written elsewhere, so such a file is left alone.
     if (CurUsDB->Name() != Args[0]) {
@@ -215,7 +229,8 @@ int CmdPasswd(const CliOptions& Opt, const QStringList& Args) {
         return cliFailed;
     }
     QString pasw;
-    if (int rc = askNewSecret(Opt, pasw)) return rc;
+    if (int rc = askNewSecret(Opt, pasw))
+        return rc;
     const int r = ChangeUsPasw(pasw);
     WipeString(pasw);
     if (r < 0) {
@@ -258,9 +273,11 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("'ls' takes one user name. Try 'argentpm ls --help'."));
         return cliUsage;
     }
-    if (int rc = openUser(Opt, Args[0])) return rc;
+    if (int rc = openUser(Opt, Args[0]))
+        return rc;
     int tbl;
-    if (int rc = dataTable(tbl)) return rc;
+    if (int rc = dataTable(tbl))
+        return rc;
     const DatabaseRecord& db = CurUsDB->DBView();
     const TableEntry& t = db.Tables[tbl - 1];
     const int fId = CurUsDB->FindField(tbl, QStringLiteral("IndNum")) - 1;
@@ -278,7 +295,8 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
         out.append("  ");
         out.append(QByteArray(depth * 2, ' '));
         out.append(oneLine(title));
-        if (folder) out.append('/');
+        if (folder)
+            out.append('/');
         out.append('\n');
     };
     line(QStringLiteral("0"), 0, CurUsDB->Tag(), false);
@@ -293,14 +311,17 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
 int CmdShow(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdShow", Args);
     bool isNum = false;
-    if (Args.size() == 2) Args[1].toInt(&isNum);
+    if (Args.size() == 2)
+        Args[1].toInt(&isNum);
     if (Args.size() != 2 || !isNum) {
         say(QStringLiteral("'show' takes a user name and a record identifier. Try 'argentpm show --help'."));
         return cliUsage;
     }
-    if (int rc = openUser(Opt, Args[0])) return rc;
+    if (int rc = openUser(Opt, Args[0]))
+        return rc;
     int tbl;
-    if (int rc = dataTable(tbl)) return rc;
+    if (int rc = dataTable(tbl))
+        return rc;
     const QString id = QString::number(Args[1].toInt());
     const int rec = CurUsDB->GetRecNumFromVal(tbl, CurUsDB->FindField(tbl, QStringLiteral("IndNum")), id, 1);
     if (rec == 0) {
@@ -312,7 +333,8 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
     QByteArray out;
     // The fields the value pane shows: those without the hidden bit (4) in their type.
     for (qsizetype f = 0; f < fields.FldNames.size(); ++f) {
-        if (fields.FldTypes.value(f) & 4) continue;
+        if (fields.FldTypes.value(f) & 4)
+            continue;
         const QByteArray caption = fields.FldNames[f].toUtf8() + ": ";
         QString value = CurUsDB->GetTblFldVal(tbl, rec, static_cast<int>(f + 1));
         value.replace(QLatin1String("\r\n"), QLatin1String("\n"));

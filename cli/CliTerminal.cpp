@@ -16,7 +16,8 @@ namespace {
 int g_ttyFd = -1;
 termios g_saved{};
 
-// Ctrl+C while echo is off must not leave the terminal without echo.
+// Ctrl+C while echo is off must not leave the terminal without echo. A signal handler:
+// no trace frame, nothing but async-signal-safe calls.
 extern "C" void restoreAndExit(int sig) {
     if (g_ttyFd >= 0) {
         tcsetattr(g_ttyFd, TCSAFLUSH, &g_saved);
@@ -26,19 +27,25 @@ extern "C" void restoreAndExit(int sig) {
 }
 
 bool readLine(int fd, std::string& line) {
+    TRACE_PROC("modCli.ReadLine", fd);
     line.clear();
     char c;
     for (;;) {
         const ssize_t n = read(fd, &c, 1);
-        if (n < 0) return false;
-        if (n == 0) return !line.empty();
-        if (c == '\n') return true;
+        if (n < 0)
+            return false;
+        if (n == 0)
+            return !line.empty();
+        if (c == '\n')
+            return true;
         line.push_back(c);
     }
 }
 
 void wipe(std::string& s) {
-    if (!s.empty()) sodium_memzero(s.data(), s.size());
+    TRACE_PROC("modCli.Wipe");
+    if (!s.empty())
+        sodium_memzero(s.data(), s.size());
     s.clear();
 }
 
@@ -47,7 +54,8 @@ void wipe(std::string& s) {
 bool ReadSecretFromTty(const char* Prompt, QString& Out) {
     TRACE_PROC("modCli.ReadSecretFromTty", Prompt);
     const int fd = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
-    if (fd < 0) return false;
+    if (fd < 0)
+        return false;
     termios t{};
     if (tcgetattr(fd, &t) != 0) {
         close(fd);
@@ -71,7 +79,8 @@ bool ReadSecretFromTty(const char* Prompt, QString& Out) {
     sigaction(SIGINT, &oldInt, nullptr);
     sigaction(SIGTERM, &oldTerm, nullptr);
     close(fd);
-    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (!line.empty() && line.back() == '\r')
+        line.pop_back();
     Out = QString::fromUtf8(line.data(), static_cast<qsizetype>(line.size()));
     wipe(line);
     return ok;
@@ -81,7 +90,8 @@ bool ReadStdinLine(QString& Out) {
     TRACE_PROC("modCli.ReadStdinLine");
     std::string line;
     const bool ok = readLine(STDIN_FILENO, line);
-    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (!line.empty() && line.back() == '\r')
+        line.pop_back();
     Out = QString::fromUtf8(line.data(), static_cast<qsizetype>(line.size()));
     wipe(line);
     return ok;
@@ -90,7 +100,8 @@ bool ReadStdinLine(QString& Out) {
 bool AskYesOnTty(const QString& Question) {
     TRACE_PROC("modCli.AskYesOnTty", Question);
     const int fd = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
-    if (fd < 0) return false;
+    if (fd < 0)
+        return false;
     const QByteArray q = Question.toUtf8() + " [y/N] ";
     (void)!write(fd, q.constData(), static_cast<std::size_t>(q.size()));
     std::string line;

@@ -69,6 +69,7 @@ const char kCommonHelp[] = "\n"
                            "70 an unexpected error (a report is written beside the debug log).\n";
 
 void printUsage(FILE* out) {
+    TRACE_PROC("modCli.PrintUsage");
     std::fputs("Usage: argentpm [--databases DIR] COMMAND [ARGUMENTS]\n"
                "\n"
                "The command-line companion of ArgentPasswordMngr: it works on the same user\n"
@@ -89,8 +90,10 @@ void printUsage(FILE* out) {
 }
 
 const Command* findCommand(const QString& name) {
+    TRACE_PROC("modCli.FindCommand", name);
     for (const Command& c : kCommands)
-        if (name == QLatin1String(c.name)) return &c;
+        if (name == QLatin1String(c.name))
+            return &c;
     return nullptr;
 }
 
@@ -163,7 +166,8 @@ int main(int argc, char** argv) {
     argent::diag::trapped([&] {
         TRACE_PROC("modCli.Main", words);
         rc = CliPrepare(opt);
-        if (rc == cliOk) rc = cmd->run(opt, words.mid(1));
+        if (rc == cliOk)
+            rc = cmd->run(opt, words.mid(1));
     });
     return rc;
 }

@@ -17,14 +17,17 @@ constexpr std::uint32_t kMinPasses = 1, kMaxPasses = 8;
 constexpr std::uint32_t kMinMemKiB = 8 * 1024, kMaxMemKiB = 128 * 1024;
 
 void initSodium() {
+    TRACE_PROC("TableEngine.InitSodium");
     static std::once_flag once;
     std::call_once(once, [] {
-        if (sodium_init() < 0) std::abort();
+        if (sodium_init() < 0)
+            std::abort();
     });
 }
 
 // The key of the keyed password tags: random per process, so tags mean nothing outside it.
 const std::uint8_t* tagKey() {
+    TRACE_PROC("TableEngine.TagKey");
     static std::uint8_t key[crypto_generichash_KEYBYTES];
     static std::once_flag once;
     std::call_once(once, [] {
@@ -35,10 +38,12 @@ const std::uint8_t* tagKey() {
 }
 
 void passwordTag(const QByteArray& Pw, std::uint8_t* Out) {
+    TRACE_PROC("TableEngine.PasswordTag", HIDDEN(Pw));
     crypto_generichash(Out, 32, reinterpret_cast<const unsigned char*>(Pw.constData()),
                        static_cast<unsigned long long>(Pw.size()), tagKey(), crypto_generichash_KEYBYTES);
 }
 
+// Byte helpers of the header, too small to trace.
 void putLe32(char* p, std::uint32_t v) {
     for (int i = 0; i < 4; ++i)
         p[i] = static_cast<char>(v >> (8 * i));
@@ -53,6 +58,8 @@ std::uint32_t getLe32(const char* p) {
 
 bool derive(const QByteArray& Pw, const std::uint8_t* Salt, std::uint32_t Passes, std::uint32_t MemKiB,
             std::uint8_t* Key) {
+    TRACE_PROC("TableEngine.DeriveKey", HIDDEN(Pw), static_cast<long long>(Passes),
+               static_cast<long long>(MemKiB));
     return crypto_pwhash(Key, 32, Pw.constData(), static_cast<unsigned long long>(Pw.size()), Salt, Passes,
                          static_cast<std::size_t>(MemKiB) * 1024, crypto_pwhash_ALG_ARGON2ID13) == 0;
 }
@@ -63,12 +70,15 @@ constexpr int kHdrPasses = 4, kHdrMem = 8, kHdrSalt = 12, kHdrNonce = 28;
 } // namespace
 
 KeyCache::KeyCache() {
+    TRACE_PROC("TableEngine.KeyCache");
     Clear();
 }
 KeyCache::~KeyCache() {
     Clear();
 }
 
+// Runs from the destructor, also when a global database goes away after the trace stack
+// of the thread is gone: not traced.
 void KeyCache::Clear() {
     sodium_memzero(PwTag, sizeof PwTag);
     sodium_memzero(Salt, sizeof Salt);
@@ -78,7 +88,9 @@ void KeyCache::Clear() {
 }
 
 void WipeBytes(QByteArray& Bytes) {
-    if (Bytes.isEmpty()) return;
+    TRACE_PROC("TableEngine.WipeBytes", HIDDEN(Bytes));
+    if (Bytes.isEmpty())
+        return;
     sodium_memzero(Bytes.data(), static_cast<std::size_t>(Bytes.size()));
 }
 
@@ -156,7 +168,8 @@ int OpenInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, KeyCa
         File.clear();
         return code;
     };
-    if (Pasw.isEmpty() || File.size() < HeaderAt + kSealHeaderSize + kSealTagSize) return fail(-4);
+    if (Pasw.isEmpty() || File.size() < HeaderAt + kSealHeaderSize + kSealTagSize)
+        return fail(-4);
     const char* h = File.constData() + HeaderAt;
     const auto flags = static_cast<std::uint8_t>(h[1]);
     const std::uint32_t passes = getLe32(h + kHdrPasses);
@@ -212,7 +225,8 @@ int OpenInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, KeyCa
         const bool bad = plain.isEmpty() && !File.isEmpty();
         WipeBytes(File);
         File = plain;
-        if (bad) return fail(-3);
+        if (bad)
+            return fail(-3);
     }
     return 1;
 }

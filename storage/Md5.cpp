@@ -30,7 +30,9 @@ constexpr std::uint32_t kSine[64] = {
 
 } // namespace
 
-Md5::Md5() : m_state{0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476} {}
+Md5::Md5() : m_state{0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476} {
+    TRACE_PROC("clsMD5.Class_Initialize");
+}
 
 Md5::~Md5() {
     // The state follows the text it digested, which is often a password.
@@ -38,6 +40,7 @@ Md5::~Md5() {
     sodium_memzero(m_buf, sizeof m_buf);
 }
 
+// The compression of one 64-byte block: the inner loop of Update, not traced.
 void Md5::Transform(const std::uint8_t* Block) {
     std::uint32_t w[16];
     for (int i = 0; i < 16; ++i)
@@ -75,6 +78,7 @@ void Md5::Transform(const std::uint8_t* Block) {
 }
 
 void Md5::Update(const void* Data, std::size_t Len) {
+    TRACE_PROC("clsMD5.Update", static_cast<long long>(Len));
     const auto* p = static_cast<const std::uint8_t*>(Data);
     std::size_t used = static_cast<std::size_t>(m_bytes % 64);
     m_bytes += Len;
@@ -84,7 +88,8 @@ void Md5::Update(const void* Data, std::size_t Len) {
         p += take;
         Len -= take;
         used += take;
-        if (used < 64) return;
+        if (used < 64)
+            return;
         Transform(m_buf);
     }
     while (Len >= 64) {
@@ -92,10 +97,12 @@ void Md5::Update(const void* Data, std::size_t Len) {
         p += 64;
         Len -= 64;
     }
-    if (Len) std::memcpy(m_buf, p, Len);
+    if (Len)
+        std::memcpy(m_buf, p, Len);
 }
 
 std::array<std::uint8_t, 16> Md5::Final() {
+    TRACE_PROC("clsMD5.Final");
     const std::uint64_t bits = m_bytes * 8;
     static const std::uint8_t pad[64] = {0x80};
     const std::size_t used = static_cast<std::size_t>(m_bytes % 64);

@@ -12,7 +12,9 @@
 #include <utility>
 
 Rc4::Rc4(const QByteArray& Key) {
-    if (Key.isEmpty()) RaiseError(vbErrInvalidCall, QStringLiteral("RC4 key is empty"));
+    TRACE_PROC("clsRC4.Class_Initialize", HIDDEN(Key));
+    if (Key.isEmpty())
+        RaiseError(vbErrInvalidCall, QStringLiteral("RC4 key is empty"));
     for (int i = 0; i < 256; ++i)
         m_s[i] = static_cast<std::uint8_t>(i);
     const auto* k = reinterpret_cast<const std::uint8_t*>(Key.constData());
@@ -30,6 +32,7 @@ Rc4::~Rc4() {
 }
 
 void Rc4::Apply(char* Data, qsizetype Len) {
+    TRACE_PROC("clsRC4.Apply", static_cast<long long>(Len));
     std::uint8_t i = m_i, j = m_j;
     std::uint8_t* s = m_s;
     auto* p = reinterpret_cast<std::uint8_t*>(Data);
@@ -49,8 +52,10 @@ void Rc4::Apply(char* Data, qsizetype Len) {
 namespace {
 
 bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key) {
+    TRACE_PROC("clsRC4.CipherFile", InPath, OutPath, Flag, HIDDEN(Key));
     QFile in(InPath);
-    if (!QFileInfo(InPath).isFile() || !in.open(QIODevice::ReadOnly)) return false;
+    if (!QFileInfo(InPath).isFile() || !in.open(QIODevice::ReadOnly))
+        return false;
     if (!Flag && QFileInfo::exists(OutPath) && QFileInfo(OutPath) != QFileInfo(InPath))
         RaiseError(vbErrFileExists, QStringLiteral("File already exists: ") + OutPath);
     QByteArray key = Key.toUtf8();
@@ -58,7 +63,8 @@ bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const 
     sodium_memzero(key.data(), static_cast<std::size_t>(key.size()));
 
     QSaveFile out(OutPath);
-    if (!out.open(QIODevice::WriteOnly)) return false;
+    if (!out.open(QIODevice::WriteOnly))
+        return false;
     out.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
     constexpr qsizetype kChunk = 1 << 20;
     QByteArray buf(kChunk, Qt::Uninitialized);
@@ -69,9 +75,11 @@ bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const 
             readOk = false;
             break;
         }
-        if (got == 0) break;
+        if (got == 0)
+            break;
         rc4.Apply(buf.data(), got);
-        if (out.write(buf.constData(), got) != got) break;
+        if (out.write(buf.constData(), got) != got)
+            break;
     }
     sodium_memzero(buf.data(), static_cast<std::size_t>(buf.size()));
     if (!readOk) {

@@ -18,6 +18,7 @@ constexpr char kSepByte = static_cast<char>(0x87);
 
 // Escaped UTF-8 straight from UTF-16, without a temporary array per value.
 void appendEscapedUtf8(QByteArray& Out, const QChar* s, qsizetype n) {
+    TRACE_PROC("TableEngine.AppendEscapedUtf8", static_cast<long long>(n));
     const qsizetype at = Out.size();
     // At most 6 bytes per UTF-16 unit: 3 bytes of which 2 continuation bytes may be 0x87.
     Out.resize(at + n * 6);
@@ -75,6 +76,8 @@ void appendEscapedUtf8(QByteArray& Out, const QChar* s, qsizetype n) {
     Out.resize(w - Out.constData());
 }
 
+// The sinks, the line cursor and the block tests below are one-line helpers of the
+// per-value loops; they are not traced (the procedures around them are).
 struct ByteSink {
     QByteArray& out;
     void raw(const char* s) { out.append(s); }
@@ -94,6 +97,7 @@ struct TextSink {
 };
 
 bool recordPasses(const QStringList& rec, const TblsFilter* f) {
+    TRACE_PROC("TableEngine.RecordPasses", HIDDEN(rec));
     if (!f || f->FldNum < 1 || f->FldNum > rec.size())
         return true;
     return QString::compare(rec[f->FldNum - 1], f->FldVal,
@@ -101,6 +105,7 @@ bool recordPasses(const QStringList& rec, const TblsFilter* f) {
 }
 
 template <class Sink> void writeTable(Sink& s, const TableEntry& t, const TblsFilter* Filter) {
+    TRACE_PROC("TableEngine.WriteTable", t.Name);
     const bool filtered = Filter && Filter->FldNum > 0;
     long long count = t.Records.size();
     if (filtered) {
@@ -146,6 +151,7 @@ template <class Sink> void writeTable(Sink& s, const TableEntry& t, const TblsFi
 }
 
 template <class Sink> void writeHelpTable(Sink& s, const HelpTable& h) {
+    TRACE_PROC("TableEngine.WriteHelpTable", h.Name);
     s.raw("{");
     s.value(h.Name);
     s.raw("}");
@@ -167,6 +173,7 @@ template <class Sink> void writeHelpTable(Sink& s, const HelpTable& h) {
 
 // A generous guess of the body size, so that the buffer grows once.
 qsizetype estimateBody(const DatabaseRecord& db) {
+    TRACE_PROC("TableEngine.EstimateBody");
     qsizetype n = 256 + db.Name.size() + db.Tag.size() + db.Version.size();
     for (const TableEntry& t : db.Tables) {
         n += 128 + t.Name.size() * 2 + t.Tag.size();
@@ -207,6 +214,7 @@ struct Cursor {
 };
 
 bool parseInt(const char* s, qsizetype n, long long lo, long long hi, long long& out) {
+    TRACE_PROC("TableEngine.ParseInt", QByteArray(s, n), lo, hi);
     if (n < 1 || n > 20)
         return false;
     qsizetype i = 0;
@@ -240,6 +248,7 @@ struct Piece {
     qsizetype n;
 };
 template <std::size_t Max> int split(const char* s, qsizetype n, Piece (&out)[Max]) {
+    TRACE_PROC("TableEngine.Split", static_cast<long long>(n));
     int k = 0;
     const char* e = s + n;
     for (;;) {
@@ -269,6 +278,7 @@ bool isEndLine(const char* s, qsizetype n, char open, char close, const char* na
 class ValuePool {
 public:
     QString value(const char* s, qsizetype n) {
+        TRACE_PROC("TableEngine.PoolValue", static_cast<long long>(n));
         if (m_off || n == 0 || n > kMaxLen || std::memchr(s, '\\', static_cast<std::size_t>(n)))
             return UnescapeValue(s, n);
         const auto it = m_map.constFind(QByteArray::fromRawData(s, n));
@@ -292,6 +302,7 @@ private:
 };
 
 int parseTable(Cursor& c, const char* head, qsizetype headLen, TableEntry& t, bool keep) {
+    TRACE_PROC("TableEngine.ParseTable", QByteArray(head, headLen), keep);
     const char* rawName = head + 1;
     const qsizetype rawLen = headLen - 2;
     t.Name = UnescapeValue(rawName, rawLen);
@@ -373,6 +384,7 @@ int parseTable(Cursor& c, const char* head, qsizetype headLen, TableEntry& t, bo
 }
 
 int parseHelpTable(Cursor& c, const char* head, qsizetype headLen, HelpTable& h) {
+    TRACE_PROC("TableEngine.ParseHelpTable", QByteArray(head, headLen));
     const char* rawName = head + 1;
     const qsizetype rawLen = headLen - 2;
     h.Name = UnescapeValue(rawName, rawLen);
@@ -397,10 +409,12 @@ int parseHelpTable(Cursor& c, const char* head, qsizetype headLen, HelpTable& h)
 } // namespace
 
 void AppendEscaped(QByteArray& Out, const QString& Text) {
+    TRACE_PROC("TableEngine.AppendEscaped", HIDDEN(Text));
     appendEscapedUtf8(Out, Text.constData(), Text.size());
 }
 
 QString UnescapeValue(const char* Data, qsizetype Len) {
+    TRACE_PROC("TableEngine.UnescapeValue", static_cast<long long>(Len));
     if (Len <= 0)
         return QString();
     if (!std::memchr(Data, '\\', static_cast<std::size_t>(Len)))
@@ -440,6 +454,7 @@ QString UnescapeValue(const char* Data, qsizetype Len) {
 }
 
 void AppendEscapedText(QString& Out, const QString& Text) {
+    TRACE_PROC("TableEngine.AppendEscapedText", HIDDEN(Text));
     Out.reserve(Out.size() + Text.size());
     for (QChar ch : Text) {
         switch (ch.unicode()) {
@@ -462,11 +477,13 @@ void AppendEscapedText(QString& Out, const QString& Text) {
 }
 
 void WriteTable(QByteArray& Out, const TableEntry& t, const TblsFilter* Filter) {
+    TRACE_PROC("TableEngine.WriteTableBytes", t.Name);
     ByteSink s{Out};
     writeTable(s, t, Filter);
 }
 
 void WriteBody(QByteArray& Out, const DatabaseRecord& db) {
+    TRACE_PROC("TableEngine.WriteBody", db.Name);
     ByteSink s{Out};
     s.value(db.Name);
     s.sep();
@@ -487,6 +504,7 @@ void WriteBody(QByteArray& Out, const DatabaseRecord& db) {
 }
 
 void WriteTablesText(QString& Out, const TableEntry& t, const TblsFilter* Filter) {
+    TRACE_PROC("TableEngine.WriteTablesText", t.Name);
     TextSink s{Out};
     writeTable(s, t, Filter);
 }

@@ -8,28 +8,37 @@
 // ---- DBCollection -------------------------------------------------------------------------
 
 int DBCollection::IndexOf(const QString& Key) const {
+    TRACE_PROC("DBCollection.IndexOf", Key);
     for (qsizetype i = 0; i < m_items.size(); ++i)
-        if (QString::compare(m_items[i].first, Key, Qt::CaseInsensitive) == 0) return static_cast<int>(i + 1);
+        if (QString::compare(m_items[i].first, Key, Qt::CaseInsensitive) == 0)
+            return static_cast<int>(i + 1);
     return 0;
 }
 
 clsDatabasePtr DBCollection::Item(int Index) const {
-    if (Index < 1 || Index > Count()) RaiseError(vbErrSubscript);
+    TRACE_PROC("DBCollection.Item", Index);
+    if (Index < 1 || Index > Count())
+        RaiseError(vbErrSubscript);
     return m_items[Index - 1].second;
 }
 
 clsDatabasePtr DBCollection::Item(const QString& Key) const {
+    TRACE_PROC("DBCollection.Item", Key);
     const int i = IndexOf(Key);
-    if (i == 0) RaiseError(vbErrInvalidCall);
+    if (i == 0)
+        RaiseError(vbErrInvalidCall);
     return m_items[i - 1].second;
 }
 
 QString DBCollection::KeyAt(int Index) const {
-    if (Index < 1 || Index > Count()) RaiseError(vbErrSubscript);
+    TRACE_PROC("DBCollection.KeyAt", Index);
+    if (Index < 1 || Index > Count())
+        RaiseError(vbErrSubscript);
     return m_items[Index - 1].first;
 }
 
 void DBCollection::Add(const clsDatabasePtr& Db, const QString& Key) {
+    TRACE_PROC("DBCollection.Add", Db.get(), Key);
     if (IndexOf(Key) != 0)
         RaiseError(vbErrInvalidCall,
                    QStringLiteral("This key is already associated with an element of this collection"));
@@ -37,8 +46,10 @@ void DBCollection::Add(const clsDatabasePtr& Db, const QString& Key) {
 }
 
 void DBCollection::Remove(const QString& Key) {
+    TRACE_PROC("DBCollection.Remove", Key);
     const int i = IndexOf(Key);
-    if (i == 0) RaiseError(vbErrInvalidCall);
+    if (i == 0)
+        RaiseError(vbErrInvalidCall);
     m_items.removeAt(i - 1);
 }
 
@@ -96,14 +107,16 @@ int clsDataFilesManager::UpdateDB(clsDatabasePtr& DB, const QString& Path) {
 
 int clsDataFilesManager::AddDB(clsDatabasePtr& DB, const QString& Path) {
     TRACE_PROC("clsDataFilesManager.AddDB", DB.get(), Path);
-    if (FindObjInCol(DBFlsCol, Path)) return 2;
+    if (FindObjInCol(DBFlsCol, Path))
+        return 2;
     DBFlsCol.Add(DB, Path);
     return 1;
 }
 
 int clsDataFilesManager::DeleteDBFromCol(const QString& Path) {
     TRACE_PROC("clsDataFilesManager.DeleteDBFromCol", Path);
-    if (!FindObjInCol(DBFlsCol, Path)) return 2;
+    if (!FindObjInCol(DBFlsCol, Path))
+        return 2;
     DBFlsCol.Remove(Path);
     return 1;
 }
@@ -125,7 +138,8 @@ int clsDataFilesManager::ReadTbls(clsDatabasePtr& DB, const QString& Path, const
 int clsDataFilesManager::SaveDB(const clsDatabasePtr& DB, const QString& Path, const QString& Pasw,
                                 bool Compress) {
     TRACE_PROC("clsDataFilesManager.SaveDB", DB.get(), Path, HIDDEN(Pasw), Compress);
-    if (!DB) RaiseError(vbErrInvalidCall);
+    if (!DB)
+        RaiseError(vbErrInvalidCall);
     TableEngine engine;
     // The structure itself, not a copy: the engine keeps the derived key with it.
     return engine.SaveDatabase(DB->DBView(), Path, Pasw, Compress);

@@ -15,11 +15,14 @@ struct Columns {
 };
 
 int column(const TableEntry& t, const char* name) {
+    TRACE_PROC("modMain.TreeColumn", name);
     for (qsizetype i = 0; i < t.FldNames.size(); ++i)
-        if (t.FldNames[i].compare(QLatin1String(name), Qt::CaseInsensitive) == 0) return static_cast<int>(i);
+        if (t.FldNames[i].compare(QLatin1String(name), Qt::CaseInsensitive) == 0)
+            return static_cast<int>(i);
     return -1;
 }
 
+// Per-row helpers of the walk, not traced.
 const QString& valueOf(const QStringList& r, int col) {
     static const QString empty;
     return col >= 0 && col < r.size() ? r[col] : empty;
@@ -27,7 +30,8 @@ const QString& valueOf(const QStringList& r, int col) {
 
 // Type 1, read as a number ("1", " 1", "1.0" alike).
 bool isFolder(const QString& type) {
-    if (type.size() == 1) return type[0] == u'1';
+    if (type.size() == 1)
+        return type[0] == u'1';
     bool ok = false;
     return type.trimmed().toDouble(&ok) == 1.0 && ok;
 }
@@ -44,9 +48,11 @@ QList<UsTreeNode> UsDBTreeOrder(const clsDatabase& UsDB) {
             t = &e;
             break;
         }
-    if (!t) return out;
+    if (!t)
+        return out;
     Columns c{column(*t, "IndNum"), column(*t, "Parent"), column(*t, "Type")};
-    if (c.Parent < 0) return out;
+    if (c.Parent < 0)
+        return out;
 
     // Rows by the text of their parent link, in table order.
     QHash<QString, std::vector<int>> byParent;
@@ -59,13 +65,16 @@ QList<UsTreeNode> UsDBTreeOrder(const clsDatabase& UsDB) {
     auto childrenOf = [&](const QString& parentText) {
         std::vector<int> order;
         auto it = byParent.constFind(parentText);
-        if (it == byParent.constEnd()) return order;
+        if (it == byParent.constEnd())
+            return order;
         const std::vector<int>& rows = *it;
         order.reserve(rows.size());
         for (auto r = rows.rbegin(); r != rows.rend(); ++r)
-            if (isFolder(valueOf(t->Records[*r], c.Type))) order.push_back(*r);
+            if (isFolder(valueOf(t->Records[*r], c.Type)))
+                order.push_back(*r);
         for (int r : rows)
-            if (!isFolder(valueOf(t->Records[r], c.Type))) order.push_back(r);
+            if (!isFolder(valueOf(t->Records[r], c.Type)))
+                order.push_back(r);
         return order;
     };
 
@@ -92,10 +101,12 @@ QList<UsTreeNode> UsDBTreeOrder(const clsDatabase& UsDB) {
         // Children are looked for from this row on only; once there is one, all of them show.
         const QString& indNum = valueOf(rec, c.IndNum);
         auto kids = byParent.constFind(indNum);
-        if (kids == byParent.constEnd() || kids->empty() || kids->back() < row) continue;
+        if (kids == byParent.constEnd() || kids->empty() || kids->back() < row)
+            continue;
         bool ok = false;
         const int id = indNum.trimmed().toInt(&ok);
-        if (!ok || onPath.contains(id)) continue;
+        if (!ok || onPath.contains(id))
+            continue;
         onPath.insert(id);
         stack.push_back(Level{childrenOf(QString::number(id)), 0, id});
     }

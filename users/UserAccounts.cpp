@@ -49,6 +49,7 @@ IUserView* g_view = nullptr;
 constexpr qint64 kSignatureEncLen = 13; // "wqpdhxMeM.ENC"
 
 void saveLastUser(const QString& UsName) {
+    TRACE_PROC("modMain.SaveLastUser", UsName);
     ProgConfig[4] = UsName;
     SaveConfig(ProgCfgPath);
 }
@@ -56,12 +57,14 @@ void saveLastUser(const QString& UsName) {
 } // namespace
 
 IUserView* SetUserView(IUserView* View) {
+    TRACE_PROP("modMain.UserView", View);
     IUserView* old = g_view;
     g_view = View;
     return old;
 }
 
 IUserView* UserView() {
+    TRACE_PROP("modMain.UserView");
     return g_view;
 }
 
@@ -72,6 +75,7 @@ void CreateProgramObjects() {
 }
 
 void WipeString(QString& Text) {
+    TRACE_PROC("modMain.WipeString", HIDDEN(Text));
     if (!Text.isEmpty() && Text.isDetached())
         sodium_memzero(Text.data(), static_cast<std::size_t>(Text.size()) * sizeof(QChar));
     Text.clear();
@@ -83,6 +87,7 @@ QString UsDBFilePath(const QString& UsName) {
 }
 
 QByteArray NewUserTemplate() {
+    TRACE_PROC("modMain.NewUserTemplate");
     // Seven lines, each ending in CR LF; \x87 is the single separator byte.
     return QByteArrayLiteral("wqpdhxMeM\r\n"
                              "UserDataBase\x87"
@@ -111,7 +116,8 @@ QString GetTempFileName() {
 void TrueKill(const QString& FilePath) {
     TRACE_PROC("modMain.TrueKill", FilePath);
     const QFileInfo fi(FilePath);
-    if (!fi.exists() && !fi.isSymLink()) return;
+    if (!fi.exists() && !fi.isSymLink())
+        return;
     if (fi.isDir() && !fi.isSymLink())
         RaiseError(vbErrPermission, QStringLiteral("Permission denied: ") + FilePath);
     QFile::setPermissions(FilePath, QFile::ReadOwner | QFile::WriteOwner);
@@ -130,12 +136,15 @@ void FindUsers(const QString& FPath, StrMass& pUsers) {
     while (const dirent* e = readdir(dir)) {
         QString name = QFile::decodeName(e->d_name);
         StripNulls(name);
-        if (name == QLatin1String(".") || name == QLatin1String("..")) continue;
-        if (!name.endsWith(QLatin1String(".bdb"), Qt::CaseSensitive)) continue;
+        if (name == QLatin1String(".") || name == QLatin1String(".."))
+            continue;
+        if (!name.endsWith(QLatin1String(".bdb"), Qt::CaseSensitive))
+            continue;
         // A folder named like a user is not one; anything else counts as a file, even
         // an entry whose state cannot be read.
         struct stat st;
-        if (stat(QFile::encodeName(folder + name).constData(), &st) == 0 && S_ISDIR(st.st_mode)) continue;
+        if (stat(QFile::encodeName(folder + name).constData(), &st) == 0 && S_ISDIR(st.st_mode))
+            continue;
         AddElemToStrMass(pUsers, name.left(name.size() - 4));
     }
     closedir(dir);
@@ -182,7 +191,8 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
     }
     const bool written = EncryptFile(tmp, Path, true, key);
     TrueKill(tmp);
-    if (!written) RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
+    if (!written)
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
 }
 
 int TestUsPasw(const QString& UPath, const QString& Pasw) {
@@ -194,9 +204,12 @@ int TestUsPasw(const QString& UPath, const QString& Pasw) {
     QFile f(tmp);
     if (f.size() > kSignatureEncLen && f.open(QIODevice::ReadOnly)) {
         QByteArray line = f.readLine(64);
-        if (line.endsWith('\n')) line.chop(1);
-        if (line.endsWith('\r')) line.chop(1);
-        if (line == kSignatureEnc) result = 1;
+        if (line.endsWith('\n'))
+            line.chop(1);
+        if (line.endsWith('\r'))
+            line.chop(1);
+        if (line == kSignatureEnc)
+            result = 1;
         f.close();
     }
     TrueKill(tmp);
@@ -207,15 +220,18 @@ int LoadUser(const QString& UPath, const QString& Pasw) {
     TRACE_PROC("modMain.LoadUser", UPath, HIDDEN(Pasw));
     const QString tmp = GetTempFileName();
     // A missing user file leaves nothing to load: the manager then reports -2.
-    if (!DecryptFile(UPath, tmp, true, Pasw)) TrueKill(tmp);
+    if (!DecryptFile(UPath, tmp, true, Pasw))
+        TrueKill(tmp);
     clsDatabasePtr db;
     const int r = MDFM->LoadDB(tmp, db, Pasw);
     // The deciphered copy is erased on every path, and its entry goes with it: the key
     // names a file that no longer exists.
     TrueKill(tmp);
     MDFM->DeleteDBFromCol(tmp);
-    if (r < 0) return r;
-    if (CurUsDB && !CurUsDB->Path().isEmpty()) SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    if (r < 0)
+        return r;
+    if (CurUsDB && !CurUsDB->Path().isEmpty())
+        SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
     CurUsDB = db;
     return 2;
 }
@@ -225,7 +241,8 @@ int FullUserLoad(const QString& UsName, const QString& UsPasw) {
     CurUsDB = std::make_shared<clsDatabase>();
     const QString path = UsDBFilePath(UsName);
     const int r = LoadUser(path, GetTruePasw(UsPasw));
-    if (r < 0) return r == -4 ? -1 : 100;
+    if (r < 0)
+        return r == -4 ? -1 : 100;
     CurUsPasw = UsPasw;
     CurUsDBPath = path;
     CurUsDB->SetPath(CurUsDBPath);
@@ -235,18 +252,21 @@ int FullUserLoad(const QString& UsName, const QString& UsPasw) {
         g_view->ClearUsValue();
     }
     saveLastUser(UsName);
-    if (g_view) g_view->ShowUsDB(*CurUsDB);
+    if (g_view)
+        g_view->ShowUsDB(*CurUsDB);
     return 0;
 }
 
 int SaveUsDB(const clsDatabasePtr& DB, const QString& Pasw) {
     TRACE_PROC("modMain.SaveUsDB", DB.get(), HIDDEN(Pasw));
     // A database without a name belongs to no user: there is no file to write.
-    if (!DB || DB->Name().isEmpty()) return tbeNothingToSave;
+    if (!DB || DB->Name().isEmpty())
+        return tbeNothingToSave;
     const QString path = UsDBFilePath(DB->Name());
     const QString tmp = GetTempFileName();
     int r = MDFM->SaveDB(DB, tmp, Pasw, false);
-    if (r >= 0 && !EncryptFile(tmp, path, true, Pasw)) r = tbeIoError;
+    if (r >= 0 && !EncryptFile(tmp, path, true, Pasw))
+        r = tbeIoError;
     TrueKill(tmp);
     return r;
 }
@@ -262,12 +282,14 @@ void UnloadUser() {
         g_view->ClearUsValue();
     }
     saveLastUser(QString());
-    if (g_view) g_view->ClearUsTree();
+    if (g_view)
+        g_view->ClearUsTree();
 }
 
 int DeleteUser(const QString& UsName, const QString& UsDBPath) {
     TRACE_PROC("modMain.DeleteUser", UsName, UsDBPath);
-    if (!FileExist(UsDBPath)) return -2;
+    if (!FileExist(UsDBPath))
+        return -2;
     TrueKill(UsDBPath);
     return 1;
 }
