@@ -54,8 +54,9 @@ frmEditFolder::frmEditFolder(frmMain* Main, const QString& RecordID)
     buttons->addWidget(cmdCancel);
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
+    lay->addStretch(1);
     lay->addLayout(buttons);
-    resize(520, 260);
+    resize(520, 220);
 
     connect(cmdSaveChanges, &QPushButton::clicked, this, &frmEditFolder::cmdSaveChanges_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);

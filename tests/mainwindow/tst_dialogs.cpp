@@ -30,6 +30,7 @@
 #include "users/frmSelectUser.h"
 
 #include <QAbstractButton>
+#include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
 #include <QColorDialog>
@@ -323,6 +324,52 @@ private slots:
         StrMass portable;
         QCOMPARE(LoadConfig(stick + "/config.dat", portable), 0);
         QCOMPARE(QDir::cleanPath(portable[5]), QDir::cleanPath(stick + "/DataBases"));
+    }
+
+    // Every dialog, in both languages, shows its captions whole: no label or button is
+    // narrower than its text. With ARGENT_SHOTS set, pictures of them go to that folder.
+    void noCaptionIsClipped_data() {
+        QTest::addColumn<QString>("language");
+        QTest::newRow("English") << "English";
+        QTest::newRow("Russian") << "Russian";
+    }
+    void noCaptionIsClipped() {
+        QFETCH(QString, language);
+        TestEnv env;
+        openUser(env);
+        LoadLang(env.progDir() + "/Languages/" + language + ".lng");
+        frmMain w;
+        w.Form_Load();
+        QCOMPARE(FullUserLoad("anna", HashString(kPasw)), 0);
+        std::vector<std::unique_ptr<QDialog>> forms;
+        forms.emplace_back(new frmOptions(&w));
+        forms.emplace_back(new frmFind(&w));
+        forms.emplace_back(new frmPaswGenerator(&w));
+        forms.emplace_back(new frmAddRecord(&w, "1"));
+        forms.emplace_back(new frmEditRecord(&w, "2"));
+        forms.emplace_back(new frmEditFolder(&w, "1"));
+        forms.emplace_back(new frmRestore(&w));
+        forms.emplace_back(new frmSelectUser(&w));
+        forms.emplace_back(new frmAddUser(&w));
+        forms.emplace_back(new frmPassword(&w));
+        forms.emplace_back(new frmChangeUsPasw(&w));
+        forms.emplace_back(new frmAbout(&w));
+        const QString shots = qEnvironmentVariable("ARGENT_SHOTS");
+        QStringList clipped;
+        for (auto& f : forms) {
+            f->show();
+            QApplication::processEvents();
+            for (auto* l : f->findChildren<QLabel*>())
+                if (l->isVisible() && !l->wordWrap() && l->width() < l->sizeHint().width())
+                    clipped << f->objectName() + ": " + l->text();
+            for (auto* b : f->findChildren<QAbstractButton*>())
+                if (b->isVisible() && b->width() < b->sizeHint().width())
+                    clipped << f->objectName() + ": " + b->text();
+            if (!shots.isEmpty())
+                f->grab().save(shots + "/" + language + "-" + f->objectName() + ".png");
+            f->hide();
+        }
+        QVERIFY2(clipped.isEmpty(), qPrintable(clipped.join("\n")));
     }
 
     // With the Russian language file every dialog speaks Russian: no caption, label or
