@@ -21,6 +21,17 @@ QString DbgFilePath() {
     return DbgFileFolder() + QStringLiteral("DbgFile.dat");
 }
 
+namespace {
+QString timeText() {
+    return QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+}
+
+QString logLine(const QString& Time, const QLocale& Loc, double perf, const QString& DbgStr) {
+    return Time + QStringLiteral(".(") + Loc.toString(perf, 'f', 5) + QStringLiteral("): ") + DbgStr +
+           QStringLiteral("\r\n");
+}
+} // namespace
+
 void DbgPrint(const QString& DbgStr) {
     TRACE_PROC("modMain.DbgPrint", DbgStr);
     // The time of the call, taken before the file is opened.
@@ -28,9 +39,24 @@ void DbgPrint(const QString& DbgStr) {
     QFile f(DbgFilePath());
     if (!f.open(QIODevice::WriteOnly | QIODevice::Append))
         RaiseError(vbErrPathFileAccess);
-    const QString line = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) +
-                         QStringLiteral(".(") + QLocale().toString(perf, 'f', 5) + QStringLiteral("): ") +
-                         DbgStr + QStringLiteral("\r\n");
-    if (f.write(line.toUtf8()) < 0)
+    if (f.write(logLine(timeText(), QLocale(), perf, DbgStr).toUtf8()) < 0)
+        RaiseError(vbErrPathFileAccess);
+}
+
+void DbgPrintLines(const QStringList& Lines) {
+    TRACE_PROC("modMain.DbgPrintLines", Lines);
+    if (Lines.isEmpty())
+        return;
+    // One clock reading of the date and time for the batch (it is written at once); the
+    // performance counter of each line is its own.
+    const QString time = timeText();
+    const QLocale loc;
+    QByteArray out;
+    for (const QString& l : Lines)
+        out += logLine(time, loc, GetQueryPerf(), l).toUtf8();
+    QFile f(DbgFilePath());
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Append))
+        RaiseError(vbErrPathFileAccess);
+    if (f.write(out) != out.size())
         RaiseError(vbErrPathFileAccess);
 }

@@ -42,19 +42,17 @@ QString FindRecordInDB(const QString& SText, int STblNum, int SFNum, int& Start,
     TRACE_PROC("modMain.FindRecordInDB", SText, STblNum, SFNum, Start, SearchAll, CaseSens);
     int best;
     if (SearchAll) {
+        // The smallest row that any searchable column matches from Start on, in one pass
+        // over the rows: the row that searching column by column and keeping the
+        // smallest result gives, but the pass stops at the first matching row. (With a
+        // start of 0, a column without any match would make that result 0 and send the
+        // search round to row 1, which finds what this pass finds: the row returned and
+        // the new start row are the same either way.)
         const QList<int> cols = searchableColumns(pDB.GetTblCaption(STblNum));
         best = pDB.GetTblRecNum(STblNum) + 1;
-        for (int col : cols) {
-            // A column can only improve on the best row so far: it need not be searched
-            // at all when that is the start row itself.
-            if (best == Start)
-                break;
-            const int r = pDB.FindRecord(STblNum, col, SText, Start, CaseSens);
-            // With a start of 0, a column without a match (0) counts as well; the
-            // wrap-round below then searches again from row 1.
-            if (r >= Start && r < best)
-                best = r;
-        }
+        const int r = cols.isEmpty() ? 0 : pDB.FindRecordInFields(STblNum, cols, SText, Start, CaseSens);
+        if (r >= 1 && r >= Start && r < best)
+            best = r;
     } else {
         best = pDB.FindRecord(STblNum, SFNum, SText, Start, CaseSens);
     }
@@ -95,16 +93,18 @@ QList<FoundRow> FindAllRecords(clsDatabase& pDB, const QString& SText, bool Sear
         return found;
     const int titleF = pDB.FindField(tbl, QStringLiteral("Title"));
     const int idF = pDB.FindField(tbl, QStringLiteral("IndNum"));
-    int start = 1;
-    int prev = 0;
-    for (;;) {
-        const int rec = CLng(FindRecordInDB(SText, tbl, titleF, start, pDB, SearchAll, CaseSens));
-        // Nothing at all, or the search came round to a row it has already met.
-        if (rec == -2 || rec <= prev)
+    // What pressing "find" from row 1 until the search comes round again would list, in
+    // one pass: each search goes on from the row after the last match.
+    const QList<int> cols = SearchAll ? searchableColumns(pDB.GetTblCaption(tbl)) : QList<int>{titleF};
+    if (cols.isEmpty())
+        return found;
+    for (int start = 1;;) {
+        const int rec = pDB.FindRecordInFields(tbl, cols, SText, start, CaseSens);
+        if (rec == 0)
             break;
         const QStringList& r = pDB.DBView().Tables[tbl - 1].Records[rec - 1];
         found.append({rec, r.value(idF - 1), r.value(titleF - 1)});
-        prev = rec;
+        start = rec + 1;
     }
     return found;
 }

@@ -8,9 +8,12 @@
 #include "users/UserAccounts.h"
 
 #include <QHash>
+
 #include <QList>
 
+#include <algorithm>
 #include <climits>
+#include <unordered_map>
 #include <vector>
 
 namespace {
@@ -28,6 +31,70 @@ bool isRecordType(const QString& Type) {
         return Type[0] == u'2';
     return Val(Type) == 2.0;
 }
+
+// A plain decimal number (no sign, no leading zero, within 32 bits), or -1.
+int plainNumber(const QString& Text) {
+    const qsizetype len = Text.size();
+    if (len == 0 || len > 10 || (len > 1 && Text[0] == u'0'))
+        return -1;
+    long long v = 0;
+    for (QChar c : Text) {
+        if (c < u'0' || c > u'9')
+            return -1;
+        v = v * 10 + (c.unicode() - u'0');
+    }
+    return v <= INT_MAX ? static_cast<int>(v) : -1;
+}
+
+// The rows of a table by the value of one field (the parent link): the first row with a
+// value, and after each row the next one with the same value, in table order. Values
+// are compared as texts; those that are plain numbers of a sensible size (identifiers)
+// are found by number without hashing, any other by its text. Built in one pass.
+class ChildIndex {
+public:
+    ChildIndex(const QList<QStringList>& Recs, int FldNum)
+        : m_next(static_cast<std::size_t>(Recs.size()), -1) {
+        const qsizetype n = Recs.size();
+        m_limit = static_cast<int>(std::min<qsizetype>(32 * n + 4096, INT_MAX - 1));
+        for (qsizetype i = n - 1; i >= 0; --i) {
+            // The rows live all over the heap: ask for the ones a few steps ahead early.
+            if (i >= 16)
+                __builtin_prefetch(Recs[i - 16].constData());
+            if (i >= 8)
+                if (const QString* ahead = fieldOf(Recs[i - 8], FldNum))
+                    __builtin_prefetch(ahead->constData());
+            const QString* v = fieldOf(Recs[i], FldNum);
+            if (!v)
+                continue;
+            const int k = plainNumber(*v);
+            int* head;
+            if (k >= 0 && k <= m_limit) {
+                if (static_cast<std::size_t>(k) >= m_byNumber.size())
+                    m_byNumber.resize(static_cast<std::size_t>(k) + 1, -1);
+                head = &m_byNumber[static_cast<std::size_t>(k)];
+            } else {
+                head = &m_byText.try_emplace(*v, -1).first->second;
+            }
+            m_next[static_cast<std::size_t>(i)] = *head;
+            *head = static_cast<int>(i);
+        }
+    }
+    int First(const QString& Value) const {
+        const int k = plainNumber(Value);
+        if (k >= 0 && k <= m_limit)
+            return static_cast<std::size_t>(k) < m_byNumber.size() ? m_byNumber[static_cast<std::size_t>(k)]
+                                                                   : -1;
+        auto it = m_byText.find(Value);
+        return it == m_byText.end() ? -1 : it->second;
+    }
+    int Next(int Row) const { return m_next[static_cast<std::size_t>(Row)]; }
+
+private:
+    int m_limit = 0;
+    std::vector<int> m_byNumber;
+    std::unordered_map<QString, int> m_byText;
+    std::vector<int> m_next;
+};
 
 } // namespace
 
@@ -125,46 +192,33 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
     const int n = t.RecNum();
     const int titleFNum = pDB.FindField(TblNum, QStringLiteral("Title"));
 
-    // Rows by the value of their parent link, each list in table order.
-    QHash<QString, QList<int>> kids;
-    kids.reserve(n / 8 + 16);
-    for (int i = 0; i < n; ++i)
-        if (const QString* p = fieldOf(recs[i], SearchFNum))
-            kids[*p].append(i);
+    const ChildIndex kids(recs, SearchFNum);
 
     // Depth first, children before their parent, siblings in table order: the order in
     // which deleting the first remaining child again and again would meet them.
     struct Step {
-        int row;                    // from 0; -1 for a start row that is not there
-        const QList<int>* children; // null when the row has none
-        qsizetype next = 0;         // next child to look at
+        int row;   // from 0; -1 for a start row that is not there
+        int child; // the next child to look at, -1 when there is none
     };
     std::vector<char> onPath(static_cast<std::size_t>(n), 0), gone(static_cast<std::size_t>(n), 0);
     std::vector<Step> stack;
     QList<int> order; // rows to delete, in deletion order, from 0
-    auto childrenOf = [&](const QString& id) -> const QList<int>* {
-        auto it = kids.constFind(id);
-        return it == kids.constEnd() ? nullptr : &it.value();
-    };
     const int start = CurRecNum >= 1 && CurRecNum <= n ? CurRecNum - 1 : -1;
-    stack.push_back({start, childrenOf(UniqFVal)});
+    stack.push_back({start, kids.First(UniqFVal)});
     if (start >= 0)
         onPath[static_cast<std::size_t>(start)] = 1;
     while (!stack.empty()) {
         Step& s = stack.back();
-        bool descended = false;
-        while (s.children && s.next < s.children->size()) {
-            const int c = (*s.children)[s.next++];
-            if (onPath[static_cast<std::size_t>(c)] || gone[static_cast<std::size_t>(c)])
-                continue;
+        int c = s.child;
+        while (c >= 0 && (onPath[static_cast<std::size_t>(c)] || gone[static_cast<std::size_t>(c)]))
+            c = kids.Next(c);
+        if (c >= 0) {
+            s.child = kids.Next(c);
             const QString* cid = fieldOf(recs[c], UniqFNum);
             onPath[static_cast<std::size_t>(c)] = 1;
-            stack.push_back({c, cid ? childrenOf(*cid) : nullptr});
-            descended = true;
-            break;
-        }
-        if (descended)
+            stack.push_back({c, cid ? kids.First(*cid) : -1});
             continue;
+        }
         const int row = s.row;
         stack.pop_back();
         if (row >= 0) {
@@ -177,13 +231,21 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
     // The log first, then one pass that removes every row: a log that cannot be written
     // stops the deletion before anything is gone.
     QList<int> recNums;
+    QStringList lines;
     recNums.reserve(order.size());
-    for (int row : order) {
+    lines.reserve(order.size());
+    for (qsizetype k = 0; k < order.size(); ++k) {
+        // The rows are visited in tree order, scattered over the heap: fetch ahead.
+        if (k + 8 < order.size() && order[k + 8] >= 0)
+            if (const QString* ahead = fieldOf(recs[order[k + 8]], titleFNum))
+                __builtin_prefetch(ahead->constData());
+        const int row = order[k];
         const QString* title = row >= 0 ? fieldOf(recs[row], titleFNum) : nullptr;
-        DbgPrint(QStringLiteral("-= DELETE: ") + (title ? *title : QString()));
+        lines.append(QStringLiteral("-= DELETE: ") + (title ? *title : QString()));
         if (row >= 0)
             recNums.append(row + 1);
     }
+    DbgPrintLines(lines);
     return recNums.isEmpty() ? 0 : pDB.DeleteRecs(TblNum, recNums);
 }
 
@@ -195,7 +257,15 @@ void GetStatBarData(clsDatabase& pDB, const QString& IndNum, int& NumFolds, int&
     const DatabaseRecord& db = pDB.DBView();
     if (tbl < 1 || tbl > db.TabNum())
         return;
-    for (const QStringList& r : db.Tables[tbl - 1].Records) {
+    const QList<QStringList>& recs = db.Tables[tbl - 1].Records;
+    const qsizetype n = recs.size();
+    for (qsizetype i = 0; i < n; ++i) {
+        if (i + 16 < n)
+            __builtin_prefetch(recs[i + 16].constData());
+        if (i + 8 < n)
+            if (const QString* ahead = fieldOf(recs[i + 8], parentFNum))
+                __builtin_prefetch(ahead->constData());
+        const QStringList& r = recs[i];
         const QString* p = fieldOf(r, parentFNum);
         if (!p || *p != IndNum)
             continue;

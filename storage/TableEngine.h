@@ -121,6 +121,10 @@ public:
     int DeleteRec(DatabaseRecord& db, int TblNum, int RecNum);
     int FindRecord(const DatabaseRecord& db, int TblNum, int FldNum, const QString& SText, int Start,
                    bool CaseSens);
+    // Beyond the classic set: FindRecord over several fields at once, the first record
+    // from Start on that matches in any of them (the smallest FindRecord of the fields).
+    int FindRecordInFields(const DatabaseRecord& db, int TblNum, const QList<int>& FldNums,
+                           const QString& SText, int Start, bool CaseSens);
 
     // Beyond the classic set: removes many records in one pass (numbers in any order,
     // repeats and bad numbers ignored). Answers how many were removed.

@@ -316,3 +316,10 @@ int clsDatabase::DeleteRecs(int TblNum, const QList<int>& RecNums) {
     Touch();
     return lDBMngr.DeleteRecs(lDB, TblNum, RecNums);
 }
+
+int clsDatabase::FindRecordInFields(int TblNum, const QList<int>& FldNums, const QString& SText, int Start,
+                                    bool CaseSens) {
+    TRACE_PROC("clsDatabase.FindRecordInFields", TblNum, SText, Start, CaseSens);
+    Touch();
+    return lDBMngr.FindRecordInFields(lDB, TblNum, FldNums, SText, Start, CaseSens);
+}

@@ -80,6 +80,9 @@ public:
 
     // Beyond the classic set: many records removed in one pass (engine DeleteRecs).
     int DeleteRecs(int TblNum, const QList<int>& RecNums);
+    // FindRecord over several fields in one pass (engine FindRecordInFields).
+    int FindRecordInFields(int TblNum, const QList<int>& FldNums, const QString& SText, int Start,
+                           bool CaseSens);
 
 private:
     void Touch();
