@@ -132,13 +132,22 @@ int dataTable(int& Tbl) {
     return cliOk;
 }
 
-QByteArray oneLine(const QString& Text) {
-    TRACE_PROC("modCli.OneLine", Text);
+// A text on one line of output: line breaks and tabs become blanks.
+void appendOneLine(QByteArray& Out, const QString& Text) {
+    TRACE_PROC("modCli.AppendOneLine", Text);
+    bool plain = true;
+    for (QChar ch : Text)
+        if (ch == u'\r' || ch == u'\n' || ch == u'\t')
+            plain = false;
+    if (plain) {
+        Out.append(Text.toUtf8());
+        return;
+    }
     QString t = Text;
     for (QChar& ch : t)
         if (ch == u'\r' || ch == u'\n' || ch == u'\t')
             ch = u' ';
-    return t.toUtf8();
+    Out.append(t.toUtf8());
 }
 
 void writeOut(const QByteArray& Bytes) {
@@ -177,8 +186,10 @@ int CmdUsers(const CliOptions&, const QStringList& Args) {
     StrMass users;
     FindUsers(ProgConfig[5], users);
     QByteArray out;
-    for (int i = 1; i <= users.UBound(); ++i)
-        out += oneLine(users[i]) + '\n';
+    for (int i = 1; i <= users.UBound(); ++i) {
+        appendOneLine(out, users[i]);
+        out.append('\n');
+    }
     writeOut(out);
     return cliOk;
 }
@@ -289,12 +300,10 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
     QByteArray out;
     out.reserve(64 + nodes.size() * 48);
     auto line = [&](const QString& id, int depth, const QString& title, bool folder) {
-        const QByteArray idText = oneLine(id);
-        out.append(QByteArray(std::max<qsizetype>(0, width - id.size()), ' '));
-        out.append(idText);
-        out.append("  ");
-        out.append(QByteArray(depth * 2, ' '));
-        out.append(oneLine(title));
+        out.append(std::max<qsizetype>(0, width - id.size()), ' ');
+        appendOneLine(out, id);
+        out.append(2 + depth * 2, ' ');
+        appendOneLine(out, title);
         if (folder)
             out.append('/');
         out.append('\n');
