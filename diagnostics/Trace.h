@@ -114,7 +114,8 @@ struct FrameStack {
     int depth = 0;
     FrameStack() { frames.resize(256); }
     Frame& push() {
-        if (depth == static_cast<int>(frames.size())) frames.resize(frames.size() * 2);
+        if (depth == static_cast<int>(frames.size()))
+            frames.resize(frames.size() * 2);
         return frames[depth++];
     }
 };
@@ -157,7 +158,8 @@ public:
     // Registers a local variable so that a report can show its value at the failure.
     template <class T> void local(const char* name, const T& var) {
         Frame& f = frameStack().frames[m_depth - 1];
-        if (f.localCount >= kMaxTraceLocals) return;
+        if (f.localCount >= kMaxTraceLocals)
+            return;
         TraceLocal& l = f.locals[f.localCount++];
         l.name = name;
         l.ptr = &var;
@@ -178,11 +180,13 @@ public:
 
 private:
     template <class T> void capture(Frame& f, const char* const* names, const T& x) {
-        if (f.paramCount >= kMaxTraceParams) return;
+        if (f.paramCount >= kMaxTraceParams)
+            return;
         f.paramNames[f.paramCount] = names[f.paramCount];
         TraceValue& v = f.params[f.paramCount];
         captureValue(v, x);
-        if (v.kind == TraceValue::Str) f.ownsText = true;
+        if (v.kind == TraceValue::Str)
+            f.ownsText = true;
         ++f.paramCount;
     }
     int m_depth;

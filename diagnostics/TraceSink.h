@@ -68,7 +68,8 @@ template <class Sink> void putInt(Sink& s, long long v) {
         tmp[n++] = static_cast<char>('0' + u % 10);
         u /= 10;
     } while (u);
-    if (v < 0) tmp[n++] = '-';
+    if (v < 0)
+        tmp[n++] = '-';
     char out[24];
     for (int i = 0; i < n; ++i)
         out[i] = tmp[n - 1 - i];

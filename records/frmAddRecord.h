@@ -2,10 +2,8 @@
 
 #include <QDialog>
 
-class QLabel;
-class QLineEdit;
-class QPlainTextEdit;
 class QPushButton;
+class RecordFields;
 class frmMain;
 
 // A new record inside a folder.
@@ -16,13 +14,10 @@ public:
     void ShowFormLang();
 
     QString ParentID;
-    QLabel *lblTitleCap, *lblLoginCap, *lblPaswCap, *lblDescCap;
-    QLineEdit *txtTitle, *txtLogin, *txtPasw;
-    QPlainTextEdit* txtDesc;
-    QPushButton *cmdGenerate, *cmdOk, *cmdCancel;
+    RecordFields* Fields;
+    QPushButton *cmdOk, *cmdCancel;
 
 public slots:
-    void cmdGenerate_Click();
     void cmdOk_Click();
 
 private:

@@ -71,8 +71,7 @@ void frmEditFolder::DoConfig() {
     if (rec <= 0)
         return;
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    Look->LoadFromRow(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Image")),
-                      CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Flags")));
+    Look->LoadFromDb(*CurUsDB, tbl, rec);
     txtTitle->setText(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Title")));
 }
 
@@ -92,8 +91,7 @@ void frmEditFolder::cmdSaveChanges_Click() {
     if (rec > 0) {
         const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
         CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Title"), txtTitle->text());
-        CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Image"), Look->ImageValue());
-        CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Flags"), Look->FlagsValue());
+        Look->WriteToRow(*CurUsDB, tbl, rec);
         m_main->RefreshRowNode(id);
     }
     accept();

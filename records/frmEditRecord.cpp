@@ -6,8 +6,8 @@
 #include "diagnostics/Trace.h"
 #include "mainwindow/frmMain.h"
 #include "records/RecordTree.h"
-#include "records/frmPaswGenerator.h"
 #include "records/guiLookControls.h"
+#include "records/guiRecordFields.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
 
@@ -25,27 +25,8 @@ frmEditRecord::frmEditRecord(frmMain* Main, const QString& RecordID)
     : QDialog(Main), RecordID(RecordID), m_main(Main) {
     TRACE_PROC("frmEditRecord.Form_Load", RecordID);
     setObjectName(QStringLiteral("frmEditRecord"));
-    lblTitleCap = new QLabel;
-    lblLoginCap = new QLabel;
-    lblPaswCap = new QLabel;
-    lblDescCap = new QLabel;
-    txtTitle = new QLineEdit;
-    txtTitle->setObjectName(QStringLiteral("txtTitle"));
-    txtLogin = new QLineEdit;
-    txtLogin->setObjectName(QStringLiteral("txtLogin"));
-    txtPasw = new QLineEdit;
-    txtPasw->setObjectName(QStringLiteral("txtPasw"));
-    txtDesc = new QPlainTextEdit;
-    txtDesc->setObjectName(QStringLiteral("txtDesc"));
-    txtDesc->setTabChangesFocus(true);
-    lblTitleCap->setBuddy(txtTitle);
-    lblLoginCap->setBuddy(txtLogin);
-    lblPaswCap->setBuddy(txtPasw);
-    lblDescCap->setBuddy(txtDesc);
+    Fields = new RecordFields(this);
     Look = new LookControls(this);
-    cmdGenerate = new QPushButton;
-    cmdGenerate->setObjectName(QStringLiteral("cmdGenerate"));
-    cmdGenerate->setAutoDefault(false);
     cmdSaveChanges = new QPushButton;
     cmdSaveChanges->setObjectName(QStringLiteral("cmdSaveChanges"));
     cmdSaveChanges->setDefault(true);
@@ -53,26 +34,17 @@ frmEditRecord::frmEditRecord(frmMain* Main, const QString& RecordID)
     cmdCancel->setObjectName(QStringLiteral("cmdCancel"));
 
     auto* grid = new QGridLayout;
-    grid->addWidget(lblTitleCap, 0, 0);
-    grid->addWidget(txtTitle, 0, 1, 1, 2);
-    grid->addWidget(lblLoginCap, 1, 0);
-    grid->addWidget(txtLogin, 1, 1, 1, 2);
-    grid->addWidget(lblPaswCap, 2, 0);
-    grid->addWidget(txtPasw, 2, 1);
-    grid->addWidget(cmdGenerate, 2, 2);
-    grid->addWidget(lblDescCap, 3, 0, Qt::AlignTop);
-    grid->addWidget(txtDesc, 3, 1, 1, 2);
-    grid->addWidget(Look->lblIconCap, 4, 0, Qt::AlignTop);
-    grid->addWidget(Look->imcIcons, 4, 1, 1, 2);
+    const int row = Fields->AddTo(grid, 0);
+    grid->addWidget(Look->lblIconCap, row, 0, Qt::AlignTop);
+    grid->addWidget(Look->imcIcons, row, 1, 1, 2);
     auto* colorRow = new QHBoxLayout;
     colorRow->addWidget(Look->picColor);
     colorRow->addWidget(Look->cmdChangeCol);
     colorRow->addSpacing(16);
     colorRow->addWidget(Look->chkBold);
     colorRow->addStretch(1);
-    grid->addWidget(Look->lblColorCap, 5, 0);
-    grid->addLayout(colorRow, 5, 1, 1, 2);
-    grid->setColumnStretch(1, 1);
+    grid->addWidget(Look->lblColorCap, row + 1, 0);
+    grid->addLayout(colorRow, row + 1, 1, 1, 2);
     auto* buttons = new QHBoxLayout;
     buttons->addStretch(1);
     buttons->addWidget(cmdSaveChanges);
@@ -82,7 +54,6 @@ frmEditRecord::frmEditRecord(frmMain* Main, const QString& RecordID)
     lay->addLayout(buttons);
     resize(520, 460);
 
-    connect(cmdGenerate, &QPushButton::clicked, this, &frmEditRecord::cmdGenerate_Click);
     connect(cmdSaveChanges, &QPushButton::clicked, this, &frmEditRecord::cmdSaveChanges_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);
     DoConfig();
@@ -96,32 +67,17 @@ void frmEditRecord::DoConfig() {
     if (rec <= 0)
         return;
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    Look->LoadFromRow(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Image")),
-                      CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Flags")));
-    txtTitle->setText(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Title")));
-    txtLogin->setText(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Login")));
-    txtPasw->setText(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Password")));
-    txtDesc->setPlainText(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Description")));
+    Look->LoadFromDb(*CurUsDB, tbl, rec);
+    Fields->LoadFromRow(*CurUsDB, tbl, rec);
 }
 
 void frmEditRecord::ShowFormLang() {
     TRACE_PROC("frmEditRecord.ShowFormLang");
     setWindowTitle(Texts(200));
-    lblTitleCap->setText(Texts(202));
-    lblLoginCap->setText(Texts(203));
-    lblPaswCap->setText(Texts(204));
-    lblDescCap->setText(Texts(205));
-    cmdGenerate->setText(Texts(206));
+    Fields->ShowFormLang();
     Look->ShowFormLang();
     cmdSaveChanges->setText(Texts(216));
     cmdCancel->setText(Texts(217));
-}
-
-void frmEditRecord::cmdGenerate_Click() {
-    TRACE_PROC("frmEditRecord.cmdGenerate_Click");
-    const QString pasw = RunPaswGenerator(this);
-    if (!pasw.isEmpty())
-        txtPasw->setText(pasw);
 }
 
 void frmEditRecord::cmdSaveChanges_Click() {
@@ -130,12 +86,8 @@ void frmEditRecord::cmdSaveChanges_Click() {
     const int rec = FindDataRow(*CurUsDB, id);
     if (rec > 0) {
         const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-        CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Title"), txtTitle->text());
-        CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Login"), txtLogin->text());
-        CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Password"), txtPasw->text());
-        CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Description"), txtDesc->toPlainText());
-        CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Image"), Look->ImageValue());
-        CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Flags"), Look->FlagsValue());
+        Fields->WriteToRow(*CurUsDB, tbl, rec);
+        Look->WriteToRow(*CurUsDB, tbl, rec);
         m_main->RefreshRowNode(id);
     }
     accept();

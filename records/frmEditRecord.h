@@ -2,11 +2,9 @@
 
 #include <QDialog>
 
-class QLabel;
-class QLineEdit;
-class QPlainTextEdit;
 class QPushButton;
 class LookControls;
+class RecordFields;
 class frmMain;
 
 // A record's texts, icon, colour and bold mark.
@@ -18,14 +16,11 @@ public:
     void ShowFormLang();
 
     QString RecordID;
-    QLabel *lblTitleCap, *lblLoginCap, *lblPaswCap, *lblDescCap;
-    QLineEdit *txtTitle, *txtLogin, *txtPasw;
-    QPlainTextEdit* txtDesc;
+    RecordFields* Fields;
     LookControls* Look;
-    QPushButton *cmdGenerate, *cmdSaveChanges, *cmdCancel;
+    QPushButton *cmdSaveChanges, *cmdCancel;
 
 public slots:
-    void cmdGenerate_Click();
     void cmdSaveChanges_Click();
 
 private:

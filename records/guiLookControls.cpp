@@ -5,6 +5,7 @@
 #include "diagnostics/Trace.h"
 #include "records/RecordTree.h"
 #include "records/guiChooseColor.h"
+#include "storage/clsDatabase.h"
 
 #include <QCheckBox>
 #include <QEvent>
@@ -104,4 +105,15 @@ bool LookControls::eventFilter(QObject* watched, QEvent* event) {
         return true;
     }
     return QObject::eventFilter(watched, event);
+}
+
+void LookControls::LoadFromDb(clsDatabase& Db, int TblNum, int RecNum) {
+    LoadFromRow(Db.GetTblFldValNm(TblNum, RecNum, QStringLiteral("Image")),
+                Db.GetTblFldValNm(TblNum, RecNum, QStringLiteral("Flags")));
+}
+
+void LookControls::WriteToRow(clsDatabase& Db, int TblNum, int RecNum) {
+    TRACE_PROC("frmEditRecord.WriteLook", TblNum, RecNum);
+    Db.SetTblFldValNm(TblNum, RecNum, QStringLiteral("Image"), ImageValue());
+    Db.SetTblFldValNm(TblNum, RecNum, QStringLiteral("Flags"), FlagsValue());
 }

@@ -10,6 +10,7 @@ class QLabel;
 class QListWidget;
 class QPushButton;
 class QWidget;
+class clsDatabase;
 
 class LookControls : public QObject {
     Q_OBJECT
@@ -23,6 +24,9 @@ public:
     // taken from the box and every other bit kept.
     QString ImageValue() const;
     QString FlagsValue();
+    // The same to and from a row of the database.
+    void LoadFromDb(clsDatabase& Db, int TblNum, int RecNum);
+    void WriteToRow(clsDatabase& Db, int TblNum, int RecNum);
 
     QLabel *lblIconCap, *lblColorCap;
     QListWidget* imcIcons;

@@ -45,7 +45,8 @@ QStringList logTexts(const TestEnv& env) {
     QStringList texts;
     for (const QByteArray& line : readAllOf(env.progDir() + "/DbgFile.dat").split('\n')) {
         const int at = line.indexOf("): ");
-        if (at >= 0) texts << QString::fromUtf8(line.mid(at + 3)).remove('\r');
+        if (at >= 0)
+            texts << QString::fromUtf8(line.mid(at + 3)).remove('\r');
     }
     return texts;
 }
@@ -104,8 +105,10 @@ private slots:
         QFETCH(QByteArray, language);
         QFETCH(QString, expected);
         TestEnv env;
-        if (!config.isEmpty()) writeFileText(env.progDir() + "/config.dat", config);
-        if (!language.isEmpty()) writeFileText(env.progDir() + "/Languages/English.lng", language);
+        if (!config.isEmpty())
+            writeFileText(env.progDir() + "/config.dat", config);
+        if (!language.isEmpty())
+            writeFileText(env.progDir() + "/Languages/English.lng", language);
         const Run r = runMain(env);
         QCOMPARE(r.code, argent::diag::kTrappedExitCode);
         const QString report = QString::fromUtf8(readAllOf(env.progDir() + "/ErrorReport.txt"));

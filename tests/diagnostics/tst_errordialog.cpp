@@ -28,7 +28,8 @@ namespace {
 
 frmError* visibleErrorDialog() {
     for (QWidget* w : QApplication::topLevelWidgets())
-        if (auto* e = qobject_cast<frmError*>(w); e && e->isVisible()) return e;
+        if (auto* e = qobject_cast<frmError*>(w); e && e->isVisible())
+            return e;
     return nullptr;
 }
 
@@ -42,7 +43,8 @@ int childAbout(int& argc, char** argv) {
         std::fflush(stdout);
         // After a failure message the user gives up.
         QTimer::singleShot(0, [] {
-            if (frmError* e = visibleErrorDialog()) e->cmdDontSend->click();
+            if (frmError* e = visibleErrorDialog())
+                e->cmdDontSend->click();
         });
         return static_cast<int>(vbOK);
     });
@@ -56,7 +58,8 @@ int childAbout(int& argc, char** argv) {
     });
     clicker.start(20);
     const QStringList args = QCoreApplication::arguments();
-    if (args.size() >= 3 && args[1] == QLatin1String("--error-report")) return RunReportOnlyMode(args[2]);
+    if (args.size() >= 3 && args[1] == QLatin1String("--error-report"))
+        return RunReportOnlyMode(args[2]);
     ChooseConfiguration();
     LoadLang(Pt(AppPath()) + "Languages/" + ProgConfig[14] + ".lng");
     frmAbout about;
@@ -99,9 +102,11 @@ QByteArray readRequest(QTcpSocket* s) {
         if (end >= 0) {
             const int at = in.indexOf("Content-Length: ");
             const int len = at >= 0 ? in.mid(at + 16, in.indexOf("\r\n", at) - at - 16).toInt() : 0;
-            if (in.size() >= end + 4 + len) break;
+            if (in.size() >= end + 4 + len)
+                break;
         }
-        if (s->bytesAvailable() || s->waitForReadyRead(200)) in += s->readAll();
+        if (s->bytesAvailable() || s->waitForReadyRead(200))
+            in += s->readAll();
     }
     return in;
 }

@@ -19,6 +19,7 @@
 #include "records/frmFind.h"
 #include "records/frmPaswGenerator.h"
 #include "records/guiLookControls.h"
+#include "records/guiRecordFields.h"
 #include "storage/Md5.h"
 #include "storage/clsDatabase.h"
 #include "tests/common/TestEnv.h"
@@ -90,6 +91,24 @@ void openUser(const TestEnv& env) {
     AddRecordToDB(*CurUsDB, "0", "Bank", "b", "MailKey", "");
     AddRecordToDB(*CurUsDB, "0", "Forum", "f", "y", "");
     SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+}
+
+// One of every dialog, opened over the main window (the user of openUser loaded).
+std::vector<std::unique_ptr<QDialog>> everyDialog(frmMain& w) {
+    std::vector<std::unique_ptr<QDialog>> forms;
+    forms.emplace_back(new frmOptions(&w));
+    forms.emplace_back(new frmFind(&w));
+    forms.emplace_back(new frmPaswGenerator(&w));
+    forms.emplace_back(new frmAddRecord(&w, "1"));
+    forms.emplace_back(new frmEditRecord(&w, "2"));
+    forms.emplace_back(new frmEditFolder(&w, "1"));
+    forms.emplace_back(new frmRestore(&w));
+    forms.emplace_back(new frmSelectUser(&w));
+    forms.emplace_back(new frmAddUser(&w));
+    forms.emplace_back(new frmPassword(&w));
+    forms.emplace_back(new frmChangeUsPasw(&w));
+    forms.emplace_back(new frmAbout(&w));
+    return forms;
 }
 
 QString rowValue(const QString& id, const QString& field) {
@@ -179,14 +198,14 @@ private slots:
         int colourCalls = 0;
         d.on = [&](QDialog& dlg) {
             if (auto* e = qobject_cast<frmEditRecord*>(&dlg)) {
-                e->cmdGenerate->click();
-                QCOMPARE(e->txtPasw->text(), generated); // handed over although cancelled
-                e->Look->cmdChangeCol->click();          // cancelled: stays black
+                e->Fields->cmdGenerate->click();
+                QCOMPARE(e->Fields->txtPasw->text(), generated); // handed over although cancelled
+                e->Look->cmdChangeCol->click();                  // cancelled: stays black
                 QCOMPARE(e->Look->RecColor, 0);
                 e->Look->cmdChangeCol->click(); // red
                 e->Look->chkBold->setChecked(true);
                 e->Look->imcIcons->setCurrentRow(2);
-                e->txtTitle->setText("Box 2");
+                e->Fields->txtTitle->setText("Box 2");
                 e->cmdSaveChanges->click();
             } else if (auto* g = qobject_cast<frmPaswGenerator*>(&dlg)) {
                 g->txtPaswLenght->setText("16");
@@ -203,8 +222,8 @@ private slots:
                     c->accept();
                 }
             } else if (auto* a = qobject_cast<frmAddRecord*>(&dlg)) {
-                a->txtTitle->setText("Shop");
-                a->txtLogin->setText("me");
+                a->Fields->txtTitle->setText("Shop");
+                a->Fields->txtLogin->setText("me");
                 a->cmdOk->click();
             } else if (auto* f = qobject_cast<frmEditFolder*>(&dlg)) {
                 QCOMPARE(f->txtTitle->text(), QStringLiteral("Mail"));
@@ -241,8 +260,8 @@ private slots:
                 f->Look->chkBold->setChecked(true);
                 f->cmdSaveChanges->click();
             } else if (auto* a = qobject_cast<frmAddRecord*>(&dlg)) {
-                a->txtTitle->setText("Shop");
-                a->txtLogin->setText("me");
+                a->Fields->txtTitle->setText("Shop");
+                a->Fields->txtLogin->setText("me");
                 a->cmdOk->click();
             }
         };
@@ -341,19 +360,7 @@ private slots:
         frmMain w;
         w.Form_Load();
         QCOMPARE(FullUserLoad("anna", HashString(kPasw)), 0);
-        std::vector<std::unique_ptr<QDialog>> forms;
-        forms.emplace_back(new frmOptions(&w));
-        forms.emplace_back(new frmFind(&w));
-        forms.emplace_back(new frmPaswGenerator(&w));
-        forms.emplace_back(new frmAddRecord(&w, "1"));
-        forms.emplace_back(new frmEditRecord(&w, "2"));
-        forms.emplace_back(new frmEditFolder(&w, "1"));
-        forms.emplace_back(new frmRestore(&w));
-        forms.emplace_back(new frmSelectUser(&w));
-        forms.emplace_back(new frmAddUser(&w));
-        forms.emplace_back(new frmPassword(&w));
-        forms.emplace_back(new frmChangeUsPasw(&w));
-        forms.emplace_back(new frmAbout(&w));
+        std::vector<std::unique_ptr<QDialog>> forms = everyDialog(w);
         const QString shots = qEnvironmentVariable("ARGENT_SHOTS");
         QStringList clipped;
         for (auto& f : forms) {
@@ -382,18 +389,8 @@ private slots:
         w.Form_Load();
         QCOMPARE(FullUserLoad("anna", HashString(kPasw)), 0);
         std::vector<std::unique_ptr<QWidget>> forms;
-        forms.emplace_back(new frmOptions(&w));
-        forms.emplace_back(new frmFind(&w));
-        forms.emplace_back(new frmPaswGenerator(&w));
-        forms.emplace_back(new frmAddRecord(&w, "1"));
-        forms.emplace_back(new frmEditRecord(&w, "2"));
-        forms.emplace_back(new frmEditFolder(&w, "1"));
-        forms.emplace_back(new frmRestore(&w));
-        forms.emplace_back(new frmSelectUser(&w));
-        forms.emplace_back(new frmAddUser(&w));
-        forms.emplace_back(new frmPassword(&w));
-        forms.emplace_back(new frmChangeUsPasw(&w));
-        forms.emplace_back(new frmAbout(&w));
+        for (auto& d : everyDialog(w))
+            forms.emplace_back(d.release());
         forms.emplace_back(&w);
         const QRegularExpression latin("[A-Za-z]{2,}");
         QStringList english;

@@ -1,0 +1,83 @@
+#include "records/guiRecordFields.h"
+
+#include "app/modLang.h"
+#include "diagnostics/Trace.h"
+#include "records/frmPaswGenerator.h"
+#include "storage/clsDatabase.h"
+
+#include <QGridLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QPushButton>
+
+RecordFields::RecordFields(QWidget* Owner) : QObject(Owner), m_owner(Owner) {
+    auto edit = [](const char* name) {
+        auto* e = new QLineEdit;
+        e->setObjectName(QString::fromLatin1(name));
+        return e;
+    };
+    lblTitleCap = new QLabel;
+    lblLoginCap = new QLabel;
+    lblPaswCap = new QLabel;
+    lblDescCap = new QLabel;
+    txtTitle = edit("txtTitle");
+    txtLogin = edit("txtLogin");
+    txtPasw = edit("txtPasw");
+    txtDesc = new QPlainTextEdit;
+    txtDesc->setObjectName(QStringLiteral("txtDesc"));
+    txtDesc->setTabChangesFocus(true);
+    lblTitleCap->setBuddy(txtTitle);
+    lblLoginCap->setBuddy(txtLogin);
+    lblPaswCap->setBuddy(txtPasw);
+    lblDescCap->setBuddy(txtDesc);
+    cmdGenerate = new QPushButton;
+    cmdGenerate->setObjectName(QStringLiteral("cmdGenerate"));
+    cmdGenerate->setAutoDefault(false);
+    connect(cmdGenerate, &QPushButton::clicked, this, &RecordFields::cmdGenerate_Click);
+}
+
+int RecordFields::AddTo(QGridLayout* Grid, int Row) {
+    Grid->addWidget(lblTitleCap, Row, 0);
+    Grid->addWidget(txtTitle, Row, 1, 1, 2);
+    Grid->addWidget(lblLoginCap, Row + 1, 0);
+    Grid->addWidget(txtLogin, Row + 1, 1, 1, 2);
+    Grid->addWidget(lblPaswCap, Row + 2, 0);
+    Grid->addWidget(txtPasw, Row + 2, 1);
+    Grid->addWidget(cmdGenerate, Row + 2, 2);
+    Grid->addWidget(lblDescCap, Row + 3, 0, Qt::AlignTop);
+    Grid->addWidget(txtDesc, Row + 3, 1, 1, 2);
+    Grid->setColumnStretch(1, 1);
+    return Row + 4;
+}
+
+void RecordFields::ShowFormLang() {
+    lblTitleCap->setText(Texts(202));
+    lblLoginCap->setText(Texts(203));
+    lblPaswCap->setText(Texts(204));
+    lblDescCap->setText(Texts(205));
+    cmdGenerate->setText(Texts(206));
+}
+
+void RecordFields::LoadFromRow(clsDatabase& Db, int TblNum, int RecNum) {
+    TRACE_PROC("frmEditRecord.LoadFields", TblNum, RecNum);
+    txtTitle->setText(Db.GetTblFldValNm(TblNum, RecNum, QStringLiteral("Title")));
+    txtLogin->setText(Db.GetTblFldValNm(TblNum, RecNum, QStringLiteral("Login")));
+    txtPasw->setText(Db.GetTblFldValNm(TblNum, RecNum, QStringLiteral("Password")));
+    txtDesc->setPlainText(Db.GetTblFldValNm(TblNum, RecNum, QStringLiteral("Description")));
+}
+
+void RecordFields::WriteToRow(clsDatabase& Db, int TblNum, int RecNum) {
+    TRACE_PROC("frmEditRecord.WriteFields", TblNum, RecNum);
+    Db.SetTblFldValNm(TblNum, RecNum, QStringLiteral("Title"), txtTitle->text());
+    Db.SetTblFldValNm(TblNum, RecNum, QStringLiteral("Login"), txtLogin->text());
+    Db.SetTblFldValNm(TblNum, RecNum, QStringLiteral("Password"), txtPasw->text());
+    Db.SetTblFldValNm(TblNum, RecNum, QStringLiteral("Description"), txtDesc->toPlainText());
+}
+
+void RecordFields::cmdGenerate_Click() {
+    TRACE_PROC("frmEditRecord.cmdGenerate_Click");
+    const QString pasw = RunPaswGenerator(m_owner);
+    if (!pasw.isEmpty())
+        txtPasw->setText(pasw);
+}

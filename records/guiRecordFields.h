@@ -1,0 +1,37 @@
+#pragma once
+
+// The text fields the record editors share: title, login, password with its generate
+// button, and description, laid out in a grid.
+
+#include <QObject>
+
+class QGridLayout;
+class QLabel;
+class QLineEdit;
+class QPlainTextEdit;
+class QPushButton;
+class QWidget;
+class clsDatabase;
+
+class RecordFields : public QObject {
+    Q_OBJECT
+public:
+    explicit RecordFields(QWidget* Owner);
+    // Puts the fields into rows Row.. of Grid (three columns); returns the next free row.
+    int AddTo(QGridLayout* Grid, int Row);
+    void ShowFormLang();
+    void LoadFromRow(clsDatabase& Db, int TblNum, int RecNum);
+    void WriteToRow(clsDatabase& Db, int TblNum, int RecNum);
+
+    QLabel *lblTitleCap, *lblLoginCap, *lblPaswCap, *lblDescCap;
+    QLineEdit *txtTitle, *txtLogin, *txtPasw;
+    QPlainTextEdit* txtDesc;
+    QPushButton* cmdGenerate;
+
+public slots:
+    // The generator's last password, even one left by Cancel, goes into the field.
+    void cmdGenerate_Click();
+
+private:
+    QWidget* m_owner;
+};
