@@ -51,7 +51,8 @@ QString words(QRandomGenerator& rng, int minLen, int maxLen) {
     const int len = minLen + static_cast<int>(rng.bounded(maxLen - minLen + 1));
     QString s;
     while (s.size() < len) {
-        if (!s.isEmpty()) s += u' ';
+        if (!s.isEmpty())
+            s += u' ';
         s += QLatin1String(kWords[rng.bounded(20)]);
     }
     s.truncate(len);
@@ -73,7 +74,8 @@ int generate(int n, const QString& dir) {
     const QString name = userName(n);
     AddUser(UsDBFilePath(name), name, pasw);
     const QString key = GetTruePasw(pasw);
-    if (LoadUser(UsDBFilePath(name), key) != 2) return 1;
+    if (LoadUser(UsDBFilePath(name), key) != 2)
+        return 1;
     clsDatabase& db = *CurUsDB;
     const int tbl = db.FindTable(QStringLiteral("DataTable"));
     QRandomGenerator rng(n);
@@ -138,7 +140,8 @@ int measure(int n, const QString& dir) {
     t.restart();
     const int saved = SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
     const double save = msSince(t);
-    if (ok != 1 || loaded != 0 || saved != 1 || order.size() != CurUsDB->GetTblRecNum(1)) return 1;
+    if (ok != 1 || loaded != 0 || saved != 1 || order.size() != CurUsDB->GetTblRecNum(1))
+        return 1;
     rusage ru{};
     getrusage(RUSAGE_SELF, &ru);
     std::printf("%.2f %.2f %.2f %.2f %ld\n", check, load, save, tree, ru.ru_maxrss);
@@ -177,7 +180,8 @@ int main(int argc, char** argv) {
     QList<int> sizes;
     for (int i = 1; i < args.size(); ++i)
         sizes << args[i].toInt();
-    if (sizes.isEmpty()) sizes = {1000, 10000, 100000};
+    if (sizes.isEmpty())
+        sizes = {1000, 10000, 100000};
 
     QTemporaryDir dir;
     // The program's private temporary folder lives in the session's runtime folder, which

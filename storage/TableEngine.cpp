@@ -17,6 +17,7 @@
 
 namespace {
 
+// Bounds checks of one line, used by every operation: not traced.
 bool tblOk(const DatabaseRecord& db, int TblNum) {
     return TblNum >= 1 && TblNum <= db.TabNum();
 }
@@ -27,23 +28,30 @@ bool recOk(const DatabaseRecord& db, int TblNum, int RecNum) {
 
 // The value of a field of a record, or a null text when any number is out of range.
 const QString* valueAt(const DatabaseRecord& db, int TblNum, int RecNum, int FldNum) {
-    if (!recOk(db, TblNum, RecNum)) return nullptr;
+    TRACE_PROC("TableEngine.ValueAt", TblNum, RecNum, FldNum);
+    if (!recOk(db, TblNum, RecNum))
+        return nullptr;
     const QStringList& r = db.Tables[TblNum - 1].Records[RecNum - 1];
-    if (FldNum < 1 || FldNum > r.size()) return nullptr;
+    if (FldNum < 1 || FldNum > r.size())
+        return nullptr;
     return &r[FldNum - 1];
 }
 
 QString helpText(const HelpTable& h, const QString& CodeText) {
+    TRACE_PROC("TableEngine.HelpText", h.Name, CodeText);
     bool ok = false;
     const int code = CodeText.trimmed().toInt(&ok);
-    if (!ok) return QString();
+    if (!ok)
+        return QString();
     const qsizetype i = h.Codes.indexOf(code);
     return i >= 0 && i < h.Texts.size() ? h.Texts[i] : QString();
 }
 
 int findName(const QStringList& names, const QString& name) {
+    TRACE_PROC("TableEngine.FindName", name);
     for (qsizetype i = 0; i < names.size(); ++i)
-        if (QString::compare(names[i], name, Qt::CaseInsensitive) == 0) return static_cast<int>(i + 1);
+        if (QString::compare(names[i], name, Qt::CaseInsensitive) == 0)
+            return static_cast<int>(i + 1);
     return 0;
 }
 
@@ -70,7 +78,7 @@ public:
         m_skip.fill(m);
         for (int i = 0; i + 1 < m; ++i) {
             int& sk = m_skip[m_needle[static_cast<std::size_t>(i)] & 0xFF];
-            sk = std::min(sk, m - 1 - i);
+            sk = std::min(sk, m - i);
         }
     }
 
@@ -121,7 +129,8 @@ private:
 
 int TableEngine::AddRecord(DatabaseRecord& db, int TblNum) {
     TRACE_PROC("TableEngine.AddRecord", TblNum);
-    if (!tblOk(db, TblNum)) return 0;
+    if (!tblOk(db, TblNum))
+        return 0;
     TableEntry& t = db.Tables[TblNum - 1];
     QStringList rec;
     rec.resize(t.FldNames.size());
@@ -133,7 +142,8 @@ int TableEngine::SaveDatabase(const DatabaseRecord& db, const QString& Path, con
                               bool Compress) {
     TRACE_PROC("TableEngine.SaveDatabase", Path, HIDDEN(Pasw), Compress);
     QByteArray image = BuildFileImage(db, Pasw, Compress);
-    if (image.isEmpty()) return tbeIoError;
+    if (image.isEmpty())
+        return tbeIoError;
     QSaveFile f(Path);
     bool ok = f.open(QIODevice::WriteOnly);
     if (ok) {
@@ -147,31 +157,37 @@ int TableEngine::SaveDatabase(const DatabaseRecord& db, const QString& Path, con
 QString TableEngine::GetComplexFldVal(const DatabaseRecord& db, int TblNum, int RecNum, int FldNum) {
     TRACE_PROC("TableEngine.GetComplexFldVal", TblNum, RecNum, FldNum);
     const QString* v = valueAt(db, TblNum, RecNum, FldNum);
-    if (!v) return QString();
+    if (!v)
+        return QString();
     const int h = FindHTable(db, db.Tables[TblNum - 1].FldNames.value(FldNum - 1));
-    if (h == 0) return *v;
+    if (h == 0)
+        return *v;
     const QString text = helpText(db.HTables[h - 1], *v);
     return text.isNull() ? *v : text;
 }
 
 int TableEngine::LoadDatabase(DatabaseRecord& db, const QString& Path, const QString& Pasw) {
     TRACE_PROC("TableEngine.LoadDatabase", Path, HIDDEN(Pasw));
-    if (!QFileInfo(Path).isFile()) return tbeNoFile;
+    if (!QFileInfo(Path).isFile())
+        return tbeNoFile;
     QFile f(Path);
-    if (!f.open(QIODevice::ReadOnly)) return tbeIoError;
+    if (!f.open(QIODevice::ReadOnly))
+        return tbeIoError;
     QByteArray data = f.readAll();
     if (f.error() != QFileDevice::NoError) {
         WipeBytes(data);
         return tbeIoError;
     }
     const int r = ParseFileImage(data, Pasw, db, nullptr);
-    if (r > 0) db.Path = Path;
+    if (r > 0)
+        db.Path = Path;
     return r;
 }
 
 QString TableEngine::FindHelpVal(const DatabaseRecord& db, int TblNum, int FldNum, const QString& Val) {
     TRACE_PROC("TableEngine.FindHelpVal", TblNum, FldNum, Val);
-    if (!tblOk(db, TblNum) || FldNum < 1 || FldNum > db.Tables[TblNum - 1].FldNames.size()) return QString();
+    if (!tblOk(db, TblNum) || FldNum < 1 || FldNum > db.Tables[TblNum - 1].FldNames.size())
+        return QString();
     const int h = FindHTable(db, db.Tables[TblNum - 1].FldNames[FldNum - 1]);
     return h ? helpText(db.HTables[h - 1], Val) : QString();
 }
@@ -184,30 +200,36 @@ int TableEngine::FindField(const DatabaseRecord& db, int TblNum, const QString& 
 int TableEngine::FindTable(const DatabaseRecord& db, const QString& TblName) {
     TRACE_PROC("TableEngine.FindTable", TblName);
     for (int i = 0; i < db.TabNum(); ++i)
-        if (QString::compare(db.Tables[i].Name, TblName, Qt::CaseInsensitive) == 0) return i + 1;
+        if (QString::compare(db.Tables[i].Name, TblName, Qt::CaseInsensitive) == 0)
+            return i + 1;
     return 0;
 }
 
 int TableEngine::FindHTable(const DatabaseRecord& db, const QString& HTblName) {
     TRACE_PROC("TableEngine.FindHTable", HTblName);
     for (int i = 0; i < db.HTabNum(); ++i)
-        if (QString::compare(db.HTables[i].Name, HTblName, Qt::CaseInsensitive) == 0) return i + 1;
+        if (QString::compare(db.HTables[i].Name, HTblName, Qt::CaseInsensitive) == 0)
+            return i + 1;
     return 0;
 }
 
 int TableEngine::ReadTables(DatabaseRecord& db, const QString& Path, const QStringList& TblNames) {
     TRACE_PROC("TableEngine.ReadTables", Path, TblNames);
     ResetDatabase(db);
-    if (!QFileInfo(Path).isFile()) return tbeNoFile;
+    if (!QFileInfo(Path).isFile())
+        return tbeNoFile;
     QFile f(Path);
-    if (!f.open(QIODevice::ReadOnly)) return tbeIoError;
+    if (!f.open(QIODevice::ReadOnly))
+        return tbeIoError;
     QByteArray data = f.readAll();
-    if (f.error() != QFileDevice::NoError) return tbeIoError;
+    if (f.error() != QFileDevice::NoError)
+        return tbeIoError;
     QSet<QString> only;
     for (const QString& n : TblNames)
         only.insert(n.toCaseFolded());
     const int r = ParseFileImage(data, QString(), db, &only);
-    if (r < 0) return r;
+    if (r < 0)
+        return r;
     db.Path = Path;
     return db.TabNum();
 }
@@ -216,15 +238,18 @@ void TableEngine::SetTblFldValNm(DatabaseRecord& db, int TblNum, int RecNum, con
                                  const QString& newval) {
     TRACE_PROC("TableEngine.SetTblFldValNm", TblNum, RecNum, FldName, HIDDEN(newval));
     // Row 0 (a row that was not found) changes nothing.
-    if (!recOk(db, TblNum, RecNum)) return;
+    if (!recOk(db, TblNum, RecNum))
+        return;
     const int f = FindField(db, TblNum, FldName);
     QStringList& r = db.Tables[TblNum - 1].Records[RecNum - 1];
-    if (f >= 1 && f <= r.size()) r[f - 1] = newval;
+    if (f >= 1 && f <= r.size())
+        r[f - 1] = newval;
 }
 
 int TableEngine::GetHelpValNum(const DatabaseRecord& db, int HTabNum, const QString& StrVal) {
     TRACE_PROC("TableEngine.GetHelpValNum", HTabNum, StrVal);
-    if (HTabNum < 1 || HTabNum > db.HTabNum()) return 0;
+    if (HTabNum < 1 || HTabNum > db.HTabNum())
+        return 0;
     const HelpTable& h = db.HTables[HTabNum - 1];
     const qsizetype i = h.Texts.indexOf(StrVal);
     return i >= 0 && i < h.Codes.size() ? h.Codes[i] : 0;
@@ -240,11 +265,13 @@ QString TableEngine::GetTblFldValNm(const DatabaseRecord& db, int TblNum, int Re
 int TableEngine::GetRecNumFromVal(const DatabaseRecord& db, int TblNum, int FldNum, const QString& FldVal,
                                   int Start) {
     TRACE_PROC("TableEngine.GetRecNumFromVal", TblNum, FldNum, FldVal, Start);
-    if (!tblOk(db, TblNum)) return 0;
+    if (!tblOk(db, TblNum))
+        return 0;
     const QList<QStringList>& recs = db.Tables[TblNum - 1].Records;
     const qsizetype f = FldNum - 1;
     for (qsizetype i = std::max(Start, 1) - 1; i < recs.size(); ++i)
-        if (f >= 0 && f < recs[i].size() && recs[i][f] == FldVal) return static_cast<int>(i + 1);
+        if (f >= 0 && f < recs[i].size() && recs[i][f] == FldVal)
+            return static_cast<int>(i + 1);
     return 0;
 }
 
@@ -255,7 +282,8 @@ int TableEngine::TablesToString(const DatabaseRecord& db, const QString& Names, 
     int written = 0;
     for (const QString& name : Names.split(QChar(kFldSep), Qt::SkipEmptyParts)) {
         const int t = FindTable(db, name);
-        if (t == 0) continue;
+        if (t == 0)
+            continue;
         WriteTablesText(BufStr, db.Tables[t - 1], &Filter);
         ++written;
     }
@@ -277,7 +305,8 @@ void TableEngine::ResetDatabase(DatabaseRecord& db) {
 
 int TableEngine::DeleteRec(DatabaseRecord& db, int TblNum, int RecNum) {
     TRACE_PROC("TableEngine.DeleteRec", TblNum, RecNum);
-    if (!recOk(db, TblNum, RecNum)) return 0;
+    if (!recOk(db, TblNum, RecNum))
+        return 0;
     db.Tables[TblNum - 1].Records.removeAt(RecNum - 1);
     return 1;
 }
@@ -315,7 +344,8 @@ int TableEngine::FindRecordInFields(const DatabaseRecord& db, int TblNum, const 
 
 int TableEngine::DeleteRecs(DatabaseRecord& db, int TblNum, const QList<int>& RecNums) {
     TRACE_PROC("TableEngine.DeleteRecs", TblNum, static_cast<long long>(RecNums.size()));
-    if (!tblOk(db, TblNum)) return 0;
+    if (!tblOk(db, TblNum))
+        return 0;
     QList<QStringList>& recs = db.Tables[TblNum - 1].Records;
     std::vector<bool> drop(static_cast<std::size_t>(recs.size()), false);
     int removed = 0;
@@ -325,11 +355,14 @@ int TableEngine::DeleteRecs(DatabaseRecord& db, int TblNum, const QList<int>& Re
             ++removed;
         }
     }
-    if (removed == 0) return 0;
+    if (removed == 0)
+        return 0;
     qsizetype w = 0;
     for (qsizetype i = 0; i < recs.size(); ++i) {
-        if (drop[static_cast<std::size_t>(i)]) continue;
-        if (w != i) recs[w] = std::move(recs[i]);
+        if (drop[static_cast<std::size_t>(i)])
+            continue;
+        if (w != i)
+            recs[w] = std::move(recs[i]);
         ++w;
     }
     recs.resize(w);

@@ -9,7 +9,8 @@
 
 namespace {
 std::int16_t toInt16(int v) {
-    if (v < SHRT_MIN || v > SHRT_MAX) RaiseError(vbErrOverflow);
+    if (v < SHRT_MIN || v > SHRT_MAX)
+        RaiseError(vbErrOverflow);
     return static_cast<std::int16_t>(v);
 }
 } // namespace
@@ -100,7 +101,8 @@ QString clsDatabase::Version() const {
 
 void clsDatabase::SetTblName(int TblNum, const QString& NewName) {
     TRACE_PROC("clsDatabase.SetTblName", TblNum, NewName);
-    if (TblOk(TblNum)) lDB.Tables[TblNum - 1].Name = NewName;
+    if (TblOk(TblNum))
+        lDB.Tables[TblNum - 1].Name = NewName;
 }
 
 int clsDatabase::DBLastAccess() const {
@@ -131,7 +133,8 @@ int clsDatabase::GetTblFlags(int TblNum) const {
 
 void clsDatabase::SetTblFlags(int TblNum, int newval) {
     TRACE_PROC("clsDatabase.SetTblFlags", TblNum, newval);
-    if (TblOk(TblNum)) lDB.Tables[TblNum - 1].Flags = toInt16(newval);
+    if (TblOk(TblNum))
+        lDB.Tables[TblNum - 1].Flags = toInt16(newval);
 }
 
 QString clsDatabase::GetTblTag(int TblNum) const {
@@ -141,7 +144,8 @@ QString clsDatabase::GetTblTag(int TblNum) const {
 
 void clsDatabase::SetTblTag(int TblNum, const QString& newval) {
     TRACE_PROC("clsDatabase.SetTblTag", TblNum, newval);
-    if (TblOk(TblNum)) lDB.Tables[TblNum - 1].Tag = newval;
+    if (TblOk(TblNum))
+        lDB.Tables[TblNum - 1].Tag = newval;
 }
 
 QString clsDatabase::GetTblCaption(int TblNum) const {
@@ -152,18 +156,22 @@ QString clsDatabase::GetTblCaption(int TblNum) const {
 QStringList clsDatabase::GetTblRecord(int TblNum, int RecNum) {
     TRACE_PROC("clsDatabase.GetTblRecord", TblNum, RecNum);
     Touch();
-    if (!TblOk(TblNum) || RecNum < 1 || RecNum > lDB.Tables[TblNum - 1].RecNum()) return QStringList();
+    if (!TblOk(TblNum) || RecNum < 1 || RecNum > lDB.Tables[TblNum - 1].RecNum())
+        return QStringList();
     return lDB.Tables[TblNum - 1].Records[RecNum - 1];
 }
 
 QString clsDatabase::GetTblFldVal(int TblNum, int RecNum, int FldNum) {
     TRACE_PROC("clsDatabase.GetTblFldVal", TblNum, RecNum, FldNum);
     Touch();
-    if (!TblOk(TblNum)) RaiseError(vbErrSubscript);
+    if (!TblOk(TblNum))
+        RaiseError(vbErrSubscript);
     const TableEntry& t = lDB.Tables[TblNum - 1];
-    if (RecNum < 1 || RecNum > t.RecNum()) RaiseError(vbErrSubscript);
+    if (RecNum < 1 || RecNum > t.RecNum())
+        RaiseError(vbErrSubscript);
     const QStringList& r = t.Records[RecNum - 1];
-    if (FldNum < 1 || FldNum > r.size()) RaiseError(vbErrSubscript);
+    if (FldNum < 1 || FldNum > r.size())
+        RaiseError(vbErrSubscript);
     return r[FldNum - 1];
 }
 
@@ -175,11 +183,14 @@ QString clsDatabase::GetTblFldValNm(int TblNum, int RecNum, const QString& FldNa
 
 void clsDatabase::SetTblFldVal(int TblNum, int RecNum, int FldNum, const QString& newval) {
     TRACE_PROC("clsDatabase.SetTblFldVal", TblNum, RecNum, FldNum, HIDDEN(newval));
-    if (!TblOk(TblNum)) RaiseError(vbErrSubscript);
+    if (!TblOk(TblNum))
+        RaiseError(vbErrSubscript);
     TableEntry& t = lDB.Tables[TblNum - 1];
-    if (RecNum < 1 || RecNum > t.RecNum()) RaiseError(vbErrSubscript);
+    if (RecNum < 1 || RecNum > t.RecNum())
+        RaiseError(vbErrSubscript);
     QStringList& r = t.Records[RecNum - 1];
-    if (FldNum < 1 || FldNum > r.size()) RaiseError(vbErrSubscript);
+    if (FldNum < 1 || FldNum > r.size())
+        RaiseError(vbErrSubscript);
     r[FldNum - 1] = newval;
 }
 
@@ -191,9 +202,11 @@ void clsDatabase::SetTblFldValNm(int TblNum, int RecNum, const QString& FldName,
 
 void clsDatabase::SetTblRecord(int TblNum, int RecNum, const QStringList& NewRec) {
     TRACE_PROC("clsDatabase.SetTblRecord", TblNum, RecNum, HIDDEN(NewRec));
-    if (!TblOk(TblNum)) RaiseError(vbErrSubscript);
+    if (!TblOk(TblNum))
+        RaiseError(vbErrSubscript);
     TableEntry& t = lDB.Tables[TblNum - 1];
-    if (RecNum < 1 || RecNum > t.RecNum()) RaiseError(vbErrSubscript);
+    if (RecNum < 1 || RecNum > t.RecNum())
+        RaiseError(vbErrSubscript);
     t.Records[RecNum - 1] = NewRec;
 }
 
@@ -265,13 +278,15 @@ int clsDatabase::AddRecord(int TblNum) {
 
 void clsDatabase::GetHTable(int Num, HelpTable& BufHTbl) const {
     TRACE_PROC("clsDatabase.GetHTable", Num);
-    if (Num < 1 || Num > lDB.HTabNum()) RaiseError(vbErrSubscript);
+    if (Num < 1 || Num > lDB.HTabNum())
+        RaiseError(vbErrSubscript);
     BufHTbl = lDB.HTables[Num - 1];
 }
 
 void clsDatabase::GetTable(int Num, TableEntry& BufTbl) const {
     TRACE_PROC("clsDatabase.GetTable", Num);
-    if (!TblOk(Num)) RaiseError(vbErrSubscript);
+    if (!TblOk(Num))
+        RaiseError(vbErrSubscript);
     BufTbl = lDB.Tables[Num - 1];
 }
 
@@ -284,10 +299,12 @@ int clsDatabase::DeleteRec(int TblNum, int RecNum) {
 void clsDatabase::SetFldAllRecsVal(int TblNum, int FldNum, const QString& lVal, int& buf) {
     TRACE_PROC("clsDatabase.SetFldAllRecsVal", TblNum, FldNum, HIDDEN(lVal));
     buf = 0;
-    if (!TblOk(TblNum)) RaiseError(vbErrSubscript);
+    if (!TblOk(TblNum))
+        RaiseError(vbErrSubscript);
     TableEntry& t = lDB.Tables[TblNum - 1];
     for (QStringList& r : t.Records) {
-        if (FldNum < 1 || FldNum > r.size()) RaiseError(vbErrSubscript);
+        if (FldNum < 1 || FldNum > r.size())
+            RaiseError(vbErrSubscript);
         r[FldNum - 1] = lVal;
         ++buf;
     }

@@ -43,23 +43,28 @@ struct Entry {
 
 std::vector<Entry> parse(const QString& path) {
     QFile f(path);
-    if (!f.open(QIODevice::ReadOnly)) fail(path, 0, QStringLiteral("cannot be read"));
+    if (!f.open(QIODevice::ReadOnly))
+        fail(path, 0, QStringLiteral("cannot be read"));
     std::vector<Entry> out;
     std::vector<int> open; // the entry at each depth
     int lineNo = 0;
     for (const QByteArray& raw : f.readAll().split('\n')) {
         ++lineNo;
         QString line = QString::fromUtf8(raw);
-        if (line.endsWith(u'\r')) line.chop(1);
+        if (line.endsWith(u'\r'))
+            line.chop(1);
         const QString body = line.trimmed();
-        if (body.isEmpty() || body.startsWith(u'#')) continue;
+        if (body.isEmpty() || body.startsWith(u'#'))
+            continue;
         int indent = 0;
         while (indent < line.size() && line[indent] == u' ')
             ++indent;
-        if (indent % 2) fail(path, lineNo, QStringLiteral("indentation must be a multiple of two spaces"));
+        if (indent % 2)
+            fail(path, lineNo, QStringLiteral("indentation must be a multiple of two spaces"));
         const int depth = indent / 2;
         const qsizetype colon = body.indexOf(u':');
-        if (colon < 0) fail(path, lineNo, QStringLiteral("expected \"key: value\""));
+        if (colon < 0)
+            fail(path, lineNo, QStringLiteral("expected \"key: value\""));
         const QString key = body.left(colon).trimmed();
         const QString value = body.mid(colon + 1).trimmed();
         if (key == QLatin1String("folder") || key == QLatin1String("record")) {
@@ -91,14 +96,16 @@ std::vector<Entry> parse(const QString& path) {
         } else if (key == QLatin1String("color")) {
             bool ok = false;
             const uint rgb = value.startsWith(u'#') ? value.mid(1).toUInt(&ok, 16) : 0;
-            if (!ok || value.size() != 7) fail(path, lineNo, QStringLiteral("a colour is written #RRGGBB"));
+            if (!ok || value.size() != 7)
+                fail(path, lineNo, QStringLiteral("a colour is written #RRGGBB"));
             e.colour = ((rgb & 0xFF) << 16) | (rgb & 0xFF00) | ((rgb >> 16) & 0xFF);
         } else if (key == QLatin1String("bold")) {
             e.bits = value == QLatin1String("yes") ? (e.bits | 1) : (e.bits & ~1);
         } else if (key == QLatin1String("icon")) {
             bool ok = false;
             e.icon = value.toInt(&ok);
-            if (!ok || e.icon < 1) fail(path, lineNo, QStringLiteral("an icon is a number from 1"));
+            if (!ok || e.icon < 1)
+                fail(path, lineNo, QStringLiteral("an icon is a number from 1"));
         } else {
             fail(path, lineNo, QStringLiteral("unknown key \"%1\"").arg(key));
         }
@@ -118,7 +125,8 @@ int build(const QString& source, const QString& output) {
     QString pasw = QString::fromLatin1(kSamplePassword);
     AddUser(UsDBFilePath(name), name, pasw);
     const QString key = GetTruePasw(pasw);
-    if (LoadUser(UsDBFilePath(name), key) != 2) fail(output, 0, QStringLiteral("the new user does not open"));
+    if (LoadUser(UsDBFilePath(name), key) != 2)
+        fail(output, 0, QStringLiteral("the new user does not open"));
 
     clsDatabase& db = *CurUsDB;
     const int tbl = db.FindTable(QStringLiteral("DataTable"));
@@ -145,7 +153,8 @@ int build(const QString& source, const QString& output) {
     std::function<void(int, int)> writeRows = [&](int parent, int parentId) {
         std::vector<int> kids;
         for (std::size_t i = 0; i < entries.size(); ++i)
-            if (entries[i].parent == parent) kids.push_back(static_cast<int>(i));
+            if (entries[i].parent == parent)
+                kids.push_back(static_cast<int>(i));
         for (auto k = kids.rbegin(); k != kids.rend(); ++k)
             if (entries[static_cast<std::size_t>(*k)].folder)
                 writeRows(*k, addRow(entries[static_cast<std::size_t>(*k)], parentId));
@@ -154,7 +163,8 @@ int build(const QString& source, const QString& output) {
                 addRow(entries[static_cast<std::size_t>(k)], parentId);
     };
     writeRows(-1, 0);
-    if (SaveUsDB(CurUsDB, key) < 0) fail(output, 0, QStringLiteral("cannot be written"));
+    if (SaveUsDB(CurUsDB, key) < 0)
+        fail(output, 0, QStringLiteral("cannot be written"));
     std::printf("%s: %zu folders and records, password %s\n", output.toLocal8Bit().constData(),
                 entries.size(), kSamplePassword);
     return 0;
