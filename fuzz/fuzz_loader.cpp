@@ -2,7 +2,8 @@
 // protection header, body) and as a plain body. A body that is accepted must come back
 // unchanged through the writer: parse(write(parse(x))) == parse(x).
 //
-// Build with clang:  cmake -S . -B build-fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DARGENT_FUZZ=ON
+// Build with clang 15 or later (Debian 12: apt-get install clang-16 libclang-rt-16-dev):
+//                    cmake -S . -B build-fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++-16 -DARGENT_FUZZ=ON
 //                    cmake --build build-fuzz --target fuzz_loader
 // Run:               build-fuzz/bin/fuzz_loader -max_total_time=300 fuzz/corpus
 
