@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 . tools/deps.sh
 argent_ensure_deps
-argent_build
+argent_build ArgentPasswordMngr argentpm argent_resources
 if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then
     echo "There is no display to show the window on (neither DISPLAY nor WAYLAND_DISPLAY is set)."
     echo "Run it on a virtual display instead:"

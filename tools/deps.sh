@@ -18,9 +18,14 @@ argent_ensure_deps() {
     DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends $missing
 }
 
+# argent_build [TARGET...]: configures once, then builds the targets (all by default).
 argent_build() {
     if [ ! -f build/build.ninja ]; then
         cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
     fi
-    cmake --build build -j2
+    if [ $# -gt 0 ]; then
+        cmake --build build -j2 --target "$@"
+    else
+        cmake --build build -j2
+    fi
 }
