@@ -20,16 +20,20 @@ void CopyFileOver(const QString& From, const QString& To, std::optional<QFileDev
     if (!out.open(QIODevice::WriteOnly))
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + To);
     out.setPermissions(Perms ? *Perms : src.permissions());
+    // A write that takes fewer bytes than it was given is a full disk even when the
+    // system reports no error for it: the copy is then discarded, never committed.
     constexpr qint64 kChunk = 1 << 20;
-    QByteArray buf;
+    bool ok = true;
     for (;;) {
-        buf = in.read(kChunk);
+        const QByteArray buf = in.read(kChunk);
         if (buf.isEmpty())
             break;
-        if (out.write(buf) != buf.size())
+        if (out.write(buf) != buf.size()) {
+            ok = false;
             break;
+        }
     }
-    if (in.error() != QFileDevice::NoError || out.error() != QFileDevice::NoError) {
+    if (!ok || in.error() != QFileDevice::NoError || out.error() != QFileDevice::NoError) {
         out.cancelWriting();
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + To);
     }
