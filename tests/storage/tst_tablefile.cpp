@@ -61,8 +61,15 @@ class TableFileTest : public QObject {
 private slots:
     void templateReadsAsAnEmptyUserDatabase() {
         TestEnv env;
+        // Seven lines ending in CR LF; the separator is the single byte 0x87, never the
+        // UTF-8 form of the character it shows as in the old code page.
+        const QByteArray tpl = NewUserTemplate();
+        QCOMPARE(tpl.count("\r\n"), 7);
+        QVERIFY(tpl.endsWith("[End DataTable]\r\n"));
+        QCOMPARE(tpl.count('\x87'), 2 + 1 + 8);
+        QVERIFY(!tpl.contains("\xE2\x80\xA1") && !tpl.contains("\xC2\x87"));
         DatabaseRecord db;
-        QCOMPARE(loadBytes(env, NewUserTemplate(), QString(), db), 1);
+        QCOMPARE(loadBytes(env, tpl, QString(), db), 1);
         QCOMPARE(db.Name, QString("UserDataBase"));
         QCOMPARE(db.flags, 0);
         QCOMPARE(db.Version, QString("1.1a"));
