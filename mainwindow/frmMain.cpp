@@ -437,21 +437,29 @@ void frmMain::closeEvent(QCloseEvent* e) {
         }
         return;
     }
-    Form_Unload();
+    if (!Form_Unload()) {
+        // The database could not be saved: the program stays, with the changes open.
+        CloseConfirmed = false;
+        e->ignore();
+        return;
+    }
     e->accept();
 }
 
-void frmMain::Form_Unload() {
+bool frmMain::Form_Unload() {
     TRACE_PROC("frmMain.Form_Unload");
+    if (CurUsDB && !CurUsDB->Name().isEmpty() && SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0) {
+        MsgBox(Texts(247), vbCritical);
+        return false;
+    }
     if (DoUnloadTIcon)
         TrayIconManagement(2);
     if (!isMinimized())
         SaveGUIConf();
     SaveConfig(ProgCfgPath);
-    if (CurUsDB && !CurUsDB->Name().isEmpty())
-        SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
     tmrTimer->stop();
     tmrAutobackup->stop();
+    return true;
 }
 
 frmMain::~frmMain() {

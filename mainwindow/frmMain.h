@@ -166,8 +166,9 @@ private:
     void BuildMenus();
     void BuildToolbar();
     void ApplyOnTop(bool OnTop);
-    // Saving on the way out: geometry, settings and the database.
-    void Form_Unload();
+    // Saving on the way out: the database, geometry and settings. False when the
+    // database could not be written (the window then stays).
+    bool Form_Unload();
     void Form_Paint();
     void ForgetNodes(QTreeWidgetItem* Node);
     void SetCommandStates();
@@ -183,6 +184,9 @@ private:
     QTreeWidgetItem* m_dropHighlight = nullptr;
     int m_curRecord = 0;
     bool m_locked = false;
+    // A database that could not be saved when the lock closed it: kept, hidden, until
+    // the password brings it back.
+    std::shared_ptr<clsDatabase> m_unsavedDB;
     bool m_toldHidden = false;
     bool m_editingLabel = false;
     std::unique_ptr<GuiActivitySource> m_guiActivity;

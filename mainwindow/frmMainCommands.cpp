@@ -90,8 +90,10 @@ void frmMain::mnuFileSaveDB_Click() {
     TRACE_PROC("frmMain.mnuFileSaveDB_Click");
     if (!UserLoaded())
         return;
-    SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
-    MsgBox(Texts(21), vbInformation);
+    if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0)
+        MsgBox(Texts(247), vbCritical);
+    else
+        MsgBox(Texts(21), vbInformation);
 }
 
 void frmMain::mnuFileUnloadUser_Click() {
@@ -347,5 +349,6 @@ void frmMain::MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target) {
     Target->insertChild(TreeOrderPosition(Target, Node), Node);
     Target->setExpanded(true);
     trvDatabase->setCurrentItem(Node);
-    SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0)
+        MsgBox(Texts(247), vbCritical);
 }

@@ -3,7 +3,9 @@
 
 #include "mainwindow/frmMain.h"
 
+#include "app/MsgBox.h"
 #include "app/ProgConfig.h"
+#include "app/modLang.h"
 #include "diagnostics/Trace.h"
 #include "maintenance/Autobackup.h"
 
@@ -84,7 +86,9 @@ void frmMain::LockNow() {
                 tray->EnableMenuItem(i, false);
         }
     }
-    SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    // A database that cannot be written now is not thrown away with the lock.
+    if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0)
+        m_unsavedDB = CurUsDB;
     MDFM->DeleteDBFromCol(CurUsDB->Path());
     CurUsDB = std::make_shared<clsDatabase>();
     txtValue->clear();
@@ -123,7 +127,14 @@ void frmMain::Form_Paint() {
     if (AskUserPassword(this, ProgConfig[4]) == 1) {
         QString pasw = FrmPaswEnetered;
         FrmPaswEnetered.clear();
-        FullUserLoad(CurUser, pasw);
+        if (m_unsavedDB) {
+            // The password is right; the open database is the newer one.
+            CurUsDB = std::move(m_unsavedDB);
+            ShowUsDB(*CurUsDB);
+            MsgBox(Texts(247), vbCritical);
+        } else {
+            FullUserLoad(CurUser, pasw);
+        }
         WipeString(pasw);
         if (frmSysTray* tray = TrayObject())
             for (int i = 0; i < tray->MenuCount(); ++i)
@@ -131,6 +142,10 @@ void frmMain::Form_Paint() {
         m_locked = false;
     } else {
         m_locked = false;
+        // One more try to keep what the lock could not save.
+        if (m_unsavedDB && SaveUsDB(m_unsavedDB, GetTruePasw(CurUsPasw)) < 0)
+            MsgBox(Texts(247), vbCritical);
+        m_unsavedDB.reset();
         UnloadUser();
     }
     SetCommandStates();

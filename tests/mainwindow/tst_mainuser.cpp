@@ -261,12 +261,60 @@ private slots:
         QCOMPARE(CurUsDB->GetTblFldValNm(tbl, 1, "Title"), QStringLiteral("Renamed"));
     }
 
+    // A user's file that cannot be written (here: its folder is gone, a plain file in its
+    // place) loses nothing: exit stays open, the lock keeps the changes for the unlock.
+    void saveFailuresKeepTheChanges() {
+        TestEnv env;
+        makeUser(env);
+        Script s;
+        StillInput input;
+        SetActivityClock(fakeClock);
+        LastCursorPos = QPoint(); // as at start: the first test sees the cursor move
+        LastKbdState = {};
+        frmMain w;
+        w.SetActivitySource(&input);
+        w.Form_Load();
+        QCOMPARE(FullUserLoad("anna", HashString(kPasw)), 0);
+        ChangeDataTableField("IndNum", "1", "Title", "Unsaved");
+        const QString folder = ProgConfig[5];
+        ProgConfig[5] = env.root() + "/plain";
+        writeFileText(ProgConfig[5], "not a folder");
+
+        s.answers = {vbYes};
+        QVERIFY(!w.close());
+        QCOMPARE(s.boxes, QStringList({Texts(1), Texts(247)}));
+        w.mnuFileSaveDB_Click();
+        QCOMPARE(s.boxes.last(), Texts(247));
+
+        ProgConfig[11] = "1";
+        w.tmrTimer_Timer();
+        g_now += 61;
+        w.tmrTimer_Timer();
+        QVERIFY(w.IsLocked());
+        ProgConfig[5] = folder; // the folder is back before the user is
+        s.passwords = {kPasw};
+        w.showNormal();
+        QVERIFY(QTest::qWaitFor([&] { return !w.IsLocked(); }, 2000));
+        QCOMPARE(w.NodeByKey("1key")->text(0), QStringLiteral("Unsaved"));
+        QCOMPARE(s.boxes.last(), Texts(247));
+        // Now it saves, and exit goes through.
+        s.answers = {vbYes};
+        QVERIFY(w.close());
+        UnloadUser();
+        QCOMPARE(FullUserLoad("anna", HashString(kPasw)), 0);
+        QCOMPARE(CurUsDB->GetTblFldValNm(CurUsDB->FindTable("DataTable"), 1, "Title"),
+                 QStringLiteral("Unsaved"));
+        SetActivityClock(nullptr);
+    }
+
     void inactivityLockAndUnlock() {
         TestEnv env;
         makeUser(env);
         Script s;
         StillInput input;
         SetActivityClock(fakeClock);
+        LastCursorPos = QPoint(); // as at start: the first test sees the cursor move
+        LastKbdState = {};
         frmMain w;
         w.SetActivitySource(&input);
         w.Form_Load();
