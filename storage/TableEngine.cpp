@@ -78,7 +78,7 @@ public:
         m_skip.fill(m);
         for (int i = 0; i + 1 < m; ++i) {
             int& sk = m_skip[m_needle[static_cast<std::size_t>(i)] & 0xFF];
-            sk = std::min(sk, m - i);
+            sk = std::min(sk, m - 1 - i);
         }
     }
 
