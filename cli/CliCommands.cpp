@@ -1,5 +1,6 @@
 #include "cli/CliCommands.h"
 
+#include "cli/CliShared.h"
 #include "cli/CliTerminal.h"
 
 #include "app/ProgConfig.h"
@@ -15,7 +16,7 @@
 
 #include <cstdio>
 
-namespace {
+namespace cli {
 
 constexpr int kMinPaswLen = 8;
 
@@ -156,7 +157,9 @@ void writeOut(const QByteArray& Bytes) {
     std::fflush(stdout);
 }
 
-} // namespace
+} // namespace cli
+
+using namespace cli;
 
 int CliPrepare(const CliOptions& Opt) {
     TRACE_PROC("modCli.CliPrepare", Opt.Databases);

@@ -21,6 +21,9 @@ struct Command {
     const char* name;
     int (*run)(const CliOptions&, const QStringList&);
     const char* help;
+    // The command's own options, blank-separated; a trailing "=" marks one that takes
+    // a value ("--title=" is given as --title TEXT or --title=TEXT).
+    const char* options = "";
 };
 
 const Command kCommands[] = {
@@ -55,6 +58,89 @@ const Command kCommands[] = {
      "\n"
      "Shows the fields of the folder or record with identifier ID (see 'ls'): title,\n"
      "login, password and description, as the main window's value pane does.\n"},
+    {"mkdir", CmdMkdir,
+     "Usage: argentpm [--databases DIR] mkdir NAME PARENT_ID TITLE [--password-stdin]\n"
+     "\n"
+     "Adds a folder TITLE to user NAME, in the folder PARENT_ID (0 for the top), and\n"
+     "prints its identifier.\n"},
+    {"add", CmdAdd,
+     "Usage: argentpm [--databases DIR] add NAME PARENT_ID --title TITLE [--login LOGIN]\n"
+     "                [--desc TEXT] [--generate LENGTH | --ask-password] [--password-stdin]\n"
+     "\n"
+     "Adds a record to user NAME, in the folder PARENT_ID (0 for the top), and prints its\n"
+     "identifier. Its password is made by the password generator (--generate), asked\n"
+     "for (--ask-password: twice on the terminal, or with --password-stdin the second\n"
+     "line of standard input, after the user's password), or left empty.\n",
+     "--title= --login= --desc= --generate= --ask-password"},
+    {"rename", CmdRename,
+     "Usage: argentpm [--databases DIR] rename NAME ID TITLE [--password-stdin]\n"
+     "\n"
+     "Gives the folder or record ID of user NAME the title TITLE.\n"},
+    {"mv", CmdMv,
+     "Usage: argentpm [--databases DIR] mv NAME ID NEW_PARENT_ID [--password-stdin]\n"
+     "\n"
+     "Moves the folder or record ID of user NAME, with everything in it, into the folder\n"
+     "NEW_PARENT_ID (0 for the top). A folder cannot go into itself or its own folders.\n"},
+    {"rm", CmdRm,
+     "Usage: argentpm [--databases DIR] rm NAME ID [--yes] [--password-stdin]\n"
+     "\n"
+     "Deletes the folder or record ID of user NAME with everything in it, after a\n"
+     "question on the terminal, or at once with --yes.\n"},
+    {"edit", CmdEdit,
+     "Usage: argentpm [--databases DIR] edit NAME ID [--color COLOR] [--bold on|off]\n"
+     "                [--password-stdin]\n"
+     "\n"
+     "Sets how the folder or record ID of user NAME is shown in the tree: its text\n"
+     "colour (#RRGGBB, or the number 0x00BBGGRR in decimal; 0 is the default black)\n"
+     "and whether its title is bold.\n",
+     "--color= --bold="},
+    {"find", CmdFind,
+     "Usage: argentpm [--databases DIR] find NAME TEXT [--titles-only] [--case-sensitive]\n"
+     "                [--password-stdin]\n"
+     "\n"
+     "Lists the folders and records of user NAME that hold TEXT, in the order of the\n"
+     "table, each with its identifier: everything the find dialog would select, press\n"
+     "after press. TEXT is looked for anywhere in the title, login, password and\n"
+     "description (only the title with --titles-only), without regard to letter case\n"
+     "unless --case-sensitive. Nothing found is exit status 6.\n",
+     "--titles-only --case-sensitive"},
+    {"generate", CmdGenerate,
+     "Usage: argentpm generate [LENGTH]\n"
+     "\n"
+     "Prints a new random password of LENGTH characters (digits and Latin letters), or\n"
+     "of the length the password generator was last set to.\n"},
+    {"backup", CmdBackup,
+     "Usage: argentpm [--databases DIR] backup NAME [--password-stdin]\n"
+     "\n"
+     "Makes a backup copy of user NAME now, as the hourly automatic backup does: the\n"
+     "user's file is saved, and copied to Backup/NAME_k.bdb.BACKUP in the databases\n"
+     "folder, the oldest copy going when the set (settings entry 13) is full. Prints the\n"
+     "copy's path.\n"},
+    {"backups", CmdBackups,
+     "Usage: argentpm [--databases DIR] backups\n"
+     "\n"
+     "Lists the backup copies of every user, one a line, as the restore dialog does:\n"
+     "the file name, \" Date: \" and the time it was written.\n"},
+    {"restore", CmdRestore,
+     "Usage: argentpm [--databases DIR] restore BACKUP_FILE_NAME [--yes]\n"
+     "\n"
+     "Puts the backup copy BACKUP_FILE_NAME (see 'backups') back as its user's\n"
+     "database, replacing the user's file in one step; the user is the part of the name\n"
+     "before the first \"_\". Every backup copy stays. Asks first on the terminal, or\n"
+     "goes ahead with --yes. A desktop program that has the user open keeps its own\n"
+     "copy in memory and writes it on its next save.\n"},
+    {"delete-backup", CmdDeleteBackup,
+     "Usage: argentpm [--databases DIR] delete-backup BACKUP_FILE_NAME [--yes]\n"
+     "\n"
+     "Deletes the backup copy BACKUP_FILE_NAME (see 'backups'), after a question on the\n"
+     "terminal, or at once with --yes.\n"},
+    {"install-portable", CmdInstallPortable,
+     "Usage: argentpm [--databases DIR] install-portable TARGET_DIR\n"
+     "\n"
+     "Copies the program, its language files, every user's database with the backup\n"
+     "copies, and settings that make the copy portable into TARGET_DIR (a removable\n"
+     "drive, say), so that the program runs from there with those users. A folder that\n"
+     "holds a copy already (a DataBases folder) is refused.\n"},
 };
 
 const char kCommonHelp[] = "\n"
@@ -66,6 +152,7 @@ const char kCommonHelp[] = "\n"
                            "Exit status: 0 done, 1 a file could not be read or written, 2 bad usage,\n"
                            "3 wrong password, 4 no such user, 5 damaged user file, 6 no such record,\n"
                            "7 refused (user exists, password too short, passwords differ or not confirmed),\n"
+                           "8 no such backup copy, 9 a setting the command needs is not usable,\n"
                            "70 an unexpected error (a report is written beside the debug log).\n";
 
 void printUsage(FILE* out) {
@@ -82,6 +169,19 @@ void printUsage(FILE* out) {
                "  delete-user NAME    delete a user\n"
                "  ls NAME             show a user's folders and records with their identifiers\n"
                "  show NAME ID        show the fields of one record\n"
+               "  mkdir NAME PARENT_ID TITLE       add a folder\n"
+               "  add NAME PARENT_ID --title ...   add a record\n"
+               "  rename NAME ID TITLE             rename a folder or record\n"
+               "  mv NAME ID NEW_PARENT_ID         move a folder or record\n"
+               "  rm NAME ID                       delete a folder or record with its contents\n"
+               "  edit NAME ID --color/--bold      set the colour and boldness of a title\n"
+               "  find NAME TEXT                   list the folders and records holding a text\n"
+               "  generate [LENGTH]                make a random password\n"
+               "  backup NAME                      make a backup copy of a user now\n"
+               "  backups                          list the backup copies\n"
+               "  restore BACKUP_FILE_NAME         put a backup copy back\n"
+               "  delete-backup BACKUP_FILE_NAME   delete a backup copy\n"
+               "  install-portable TARGET_DIR      copy the program with its users to a drive\n"
                "\n"
                "'argentpm COMMAND --help' describes one command.\n",
                out);
@@ -110,6 +210,21 @@ int main(int argc, char** argv) {
     CliOptions opt;
     QStringList words;
     bool help = false;
+    // The command decides which options of its own there are: find it first.
+    const Command* named = nullptr;
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        if (args[i] == QLatin1String("--databases")) {
+            ++i;
+        } else if (args[i] == QLatin1String("--")) {
+            named = findCommand(args.value(i + 1));
+            break;
+        } else if (!args[i].startsWith(u'-') || args[i].size() == 1) {
+            named = findCommand(args[i]);
+            break;
+        }
+    }
+    const QStringList ownOptions =
+        named ? QString::fromLatin1(named->options).split(u' ', Qt::SkipEmptyParts) : QStringList();
     for (qsizetype i = 0; i < args.size(); ++i) {
         const QString& a = args[i];
         if (a == QLatin1String("--databases")) {
@@ -133,6 +248,26 @@ int main(int argc, char** argv) {
         } else if (a == QLatin1String("--")) {
             words += args.mid(i + 1);
             break;
+        } else if (a.startsWith(QLatin1String("--")) &&
+                   (ownOptions.contains(a) || ownOptions.contains(a + u'=') ||
+                    ownOptions.contains(a.section(u'=', 0, 0) + u'='))) {
+            const QString name = a.section(u'=', 0, 0);
+            if (!ownOptions.contains(name + u'=')) {
+                if (a.contains(u'=')) {
+                    std::fprintf(stderr, "argentpm: %s takes no value. Try 'argentpm %s --help'.\n",
+                                 name.toLocal8Bit().constData(), named->name);
+                    return cliUsage;
+                }
+                opt.Given.insert(name, QString());
+            } else if (a.contains(u'=')) {
+                opt.Given.insert(name, a.section(u'=', 1));
+            } else if (i + 1 < args.size()) {
+                opt.Given.insert(name, args[++i]);
+            } else {
+                std::fprintf(stderr, "argentpm: %s needs a value. Try 'argentpm %s --help'.\n",
+                             name.toLocal8Bit().constData(), named->name);
+                return cliUsage;
+            }
         } else if (a.startsWith(QLatin1String("-")) && a.size() > 1) {
             std::fprintf(stderr, "argentpm: unknown option '%s'. Try 'argentpm --help'.\n",
                          a.toLocal8Bit().constData());

@@ -43,7 +43,7 @@ int BackupCopiesNumber() {
     return CLng(v.startsWith(u'n') ? v.mid(1) : v);
 }
 
-void DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
+QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
     TRACE_PROC("modMain.DoAutobackup", db.get(), TimerInterval);
     DbgPrint(QStringLiteral("!!!AUTOBACKUP!!!"));
     const QString name = db->Name();
@@ -81,7 +81,9 @@ void DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
             RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + UsDBFilePath(name));
     }
 
-    CopyFileOver(UsDBFilePath(name), BackupCopyPath(name, CopNum + 1), kPrivateFilePerms);
+    const QString copy = BackupCopyPath(name, CopNum + 1);
+    CopyFileOver(UsDBFilePath(name), copy, kPrivateFilePerms);
+    return copy;
 }
 
 bool AutobackupTick(int& TickCount, const clsDatabasePtr& db, int TimerInterval) {

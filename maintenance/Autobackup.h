@@ -35,8 +35,9 @@ int BackupCopiesNumber();
 // i - 1; create the Backup folder if it is missing; save db first when it was used
 // within the last TimerInterval * 60 / 1000 seconds; copy the user's file to the next
 // number. Every file error is raised for the error trap; the user's file is only ever
-// read (a save replaces it atomically), so a failure leaves it whole.
-void DoAutobackup(const clsDatabasePtr& db, int TimerInterval = kAutobackupInterval);
+// read (a save replaces it atomically), so a failure leaves it whole. Returns the path
+// of the copy written.
+QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval = kAutobackupInterval);
 
 // One tick of the backup timer: nothing while db holds no open database (no tables);
 // otherwise the counter goes up by one and a copy is made when its value before the

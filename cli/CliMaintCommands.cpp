@@ -1,0 +1,162 @@
+// argentpm commands on backup copies and the portable copy: the logic of the restore
+// dialog and of the tools menu's installation, with the questions asked on the terminal.
+
+#include "cli/CliCommands.h"
+#include "cli/CliShared.h"
+#include "cli/CliTerminal.h"
+
+#include "app/ProgConfig.h"
+#include "app/VbConv.h"
+#include "app/modMain.h"
+#include "diagnostics/Trace.h"
+#include "maintenance/Autobackup.h"
+#include "maintenance/RemovableInstall.h"
+#include "maintenance/RestoreBackup.h"
+#include "users/UserAccounts.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <cstdio>
+#include <unistd.h>
+
+using namespace cli;
+
+namespace {
+
+int usage(const char* Command, const QString& Why) {
+    say(QStringLiteral("%1. Try 'argentpm %2 --help'.").arg(Why, QLatin1String(Command)));
+    return cliUsage;
+}
+
+// A copy named on the command line: a plain name in the backup folder.
+int existingCopy(const QString& Name) {
+    if (Name.contains(u'/') || !Name.endsWith(QLatin1String(".bdb.BACKUP")) ||
+        !QFileInfo(BackupFolderPath() + Name).isFile()) {
+        say(QStringLiteral("there is no backup copy %1 in %2 (see 'argentpm backups')")
+                .arg(quoted(Name), BackupFolderPath()));
+        return cliNoBackup;
+    }
+    return cliOk;
+}
+
+bool confirmed(const CliOptions& Opt, const QString& Question) {
+    return Opt.Yes || AskYesOnTty(Question);
+}
+
+} // namespace
+
+int CmdBackup(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdBackup", Args);
+    if (Args.size() != 1)
+        return usage("backup", QStringLiteral("'backup' takes one user name"));
+    // The number of copies to keep must be a number (the "n" of switched-off backups
+    // aside) before anything is touched.
+    const QString copies = ProgConfig.UBound() >= 13 ? ProgConfig[13] : QString();
+    bool ok = false;
+    (copies.startsWith(u'n') ? copies.mid(1) : copies).trimmed().toInt(&ok);
+    if (!ok) {
+        say(QStringLiteral("the settings' number of backup copies (entry 13) is %1, which is not a number; "
+                           "set it in the options")
+                .arg(quoted(copies)));
+        return cliBadConfig;
+    }
+    if (int rc = openUser(Opt, Args[0]))
+        return rc;
+    if (CurUsDB->Name() != Args[0]) {
+        say(QStringLiteral("the database in %1 belongs to user %2; no copy was made")
+                .arg(CurUsDBPath, quoted(CurUsDB->Name())));
+        return cliFailed;
+    }
+    const QString copy = DoAutobackup(CurUsDB);
+    std::printf("%s\n", QFile::encodeName(copy).constData());
+    return cliOk;
+}
+
+int CmdBackups(const CliOptions&, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdBackups", Args);
+    if (!Args.isEmpty())
+        return usage("backups", QStringLiteral("'backups' takes no arguments"));
+    QByteArray out;
+    for (const QString& item : ListDBsForRestore(BackupFolderPath())) {
+        appendOneLine(out, item);
+        out.append('\n');
+    }
+    writeOut(out);
+    return cliOk;
+}
+
+int CmdRestore(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdRestore", Args);
+    if (Args.size() != 1)
+        return usage("restore", QStringLiteral("'restore' takes the file name of one backup copy"));
+    const QString name = BackupFileFromItem(Args[0]);
+    if (int rc = existingCopy(name))
+        return rc;
+    const QString user = BackupUserFromItem(name);
+    if (user.isEmpty() || user == name) {
+        say(QStringLiteral("%1 names no user before its \"_\"").arg(quoted(name)));
+        return cliRefused;
+    }
+    const QString q = QStringLiteral("Replace the database of user %1 with the backup copy %2? Changes made "
+                                     "since that copy are lost.")
+                          .arg(quoted(user), quoted(name));
+    if (!confirmed(Opt, q)) {
+        say(QStringLiteral("nothing was restored (confirm with --yes when there is no terminal)"));
+        return cliRefused;
+    }
+    RestoreBackupFile(name);
+    std::printf("User \"%s\" restored from %s.\n", user.toUtf8().constData(), name.toUtf8().constData());
+    return cliOk;
+}
+
+int CmdDeleteBackup(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdDeleteBackup", Args);
+    if (Args.size() != 1)
+        return usage("delete-backup",
+                     QStringLiteral("'delete-backup' takes the file name of one backup copy"));
+    const QString name = BackupFileFromItem(Args[0]);
+    if (int rc = existingCopy(name))
+        return rc;
+    if (!confirmed(Opt, QStringLiteral("Delete the backup copy %1 for good?").arg(quoted(name)))) {
+        say(QStringLiteral("nothing was deleted (confirm with --yes when there is no terminal)"));
+        return cliRefused;
+    }
+    DeleteBackup(name);
+    std::printf("Backup copy %s deleted.\n", name.toUtf8().constData());
+    return cliOk;
+}
+
+int CmdInstallPortable(const CliOptions&, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdInstallPortable", Args);
+    if (Args.size() != 1 || Args[0].isEmpty())
+        return usage("install-portable", QStringLiteral("'install-portable' takes one target folder"));
+    const QString target = QDir(Args[0]).absolutePath();
+    for (const QString& f : PortableRequiredFiles()) {
+        if (!QFileInfo(Pt(AppPath()) + f).isFile()) {
+            say(QStringLiteral("%1 is missing beside argentpm (%2); there is nothing to copy")
+                    .arg(quoted(f), AppPath()));
+            return cliFailed;
+        }
+    }
+    if (QFileInfo::exists(Pt(target) + QStringLiteral("DataBases"))) {
+        say(QStringLiteral("%1 holds a DataBases folder already: a copy is installed there; choose another "
+                           "folder or remove it first")
+                .arg(target));
+        return cliRefused;
+    }
+    if (!QFileInfo(target).isDir() && !QDir().mkpath(target)) {
+        say(QStringLiteral("the folder %1 cannot be created").arg(target));
+        return cliFailed;
+    }
+    const bool tty = isatty(STDERR_FILENO);
+    const int n = InstallToRemovableDevice(target, [tty](int Done, int Total, const QString&) {
+        if (tty)
+            std::fprintf(stderr, "\rCopying... %d of %d", Done, Total);
+    });
+    if (tty)
+        std::fputs("\n", stderr);
+    std::printf("Installed to %s: %d files and folders copied. Start %s/ArgentPasswordMngr there.\n",
+                QFile::encodeName(target).constData(), n, QFile::encodeName(target).constData());
+    return cliOk;
+}

@@ -1,0 +1,340 @@
+// argentpm commands on folders and records: the same operations the main window's
+// commands use, followed by a save of the user's file (one atomic replacement).
+
+#include "cli/CliCommands.h"
+#include "cli/CliShared.h"
+#include "cli/CliTerminal.h"
+
+#include "app/ProgConfig.h"
+#include "app/VbConv.h"
+#include "diagnostics/Trace.h"
+#include "records/PaswGenerator.h"
+#include "records/RecordSearch.h"
+#include "records/RecordTree.h"
+#include "storage/clsDatabase.h"
+#include "users/UserAccounts.h"
+
+#include <QRegularExpression>
+
+#include <sodium.h>
+
+#include <algorithm>
+
+#include <climits>
+#include <cstdio>
+
+using namespace cli;
+
+namespace {
+
+// An identifier from the command line: a whole number from 0, written back plainly.
+bool parseId(const QString& Text, QString& Id) {
+    bool ok = false;
+    const int v = Text.toInt(&ok);
+    if (!ok || v < 0)
+        return false;
+    Id = QString::number(v);
+    return true;
+}
+
+int usage(const char* Command, const QString& Why) {
+    say(QStringLiteral("%1. Try 'argentpm %2 --help'.").arg(Why, QLatin1String(Command)));
+    return cliUsage;
+}
+
+// Opens the user for a change: the file is written under the name the database holds,
+// so a file renamed by hand is left alone.
+int openForChange(const CliOptions& Opt, const QString& Name) {
+    TRACE_PROC("modCli.OpenForChange", Name);
+    if (int rc = openUser(Opt, Name))
+        return rc;
+    if (CurUsDB->Name() != Name) {
+        say(QStringLiteral("the database in %1 belongs to user %2; it was not changed")
+                .arg(CurUsDBPath, quoted(CurUsDB->Name())));
+        return cliFailed;
+    }
+    int tbl;
+    return dataTable(tbl);
+}
+
+int saveCurrent() {
+    TRACE_PROC("modCli.SaveCurrent");
+    if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0) {
+        say(QStringLiteral("the file of user %1 could not be written; it is as it was").arg(quoted(CurUser)));
+        return cliFailed;
+    }
+    return cliOk;
+}
+
+bool isRecordRow(int Rec) {
+    const QString t =
+        CurUsDB->GetTblFldValNm(CurUsDB->FindTable(QStringLiteral("DataTable")), Rec, QStringLiteral("Type"));
+    return Val(t) == 2.0;
+}
+
+// The row of an identifier other than the root, or an exit status after saying why not.
+int existingRow(const QString& Id, int& Rec) {
+    if (Id == QLatin1String("0")) {
+        say(QStringLiteral("identifier 0 is the user's root, not a folder or record"));
+        return cliRefused;
+    }
+    Rec = FindDataRow(*CurUsDB, Id);
+    if (Rec == 0) {
+        say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(CurUser), Id));
+        return cliNoRecord;
+    }
+    return cliOk;
+}
+
+// The root or a folder, to put rows into.
+int existingFolder(const QString& Id) {
+    if (Id == QLatin1String("0"))
+        return cliOk;
+    const int rec = FindDataRow(*CurUsDB, Id);
+    if (rec == 0) {
+        say(QStringLiteral("user %1 has no folder with identifier %2").arg(quoted(CurUser), Id));
+        return cliNoRecord;
+    }
+    if (isRecordRow(rec)) {
+        say(QStringLiteral("%1 is a record, not a folder: it cannot hold anything").arg(Id));
+        return cliRefused;
+    }
+    return cliOk;
+}
+
+// A colour as decimal COLORREF (0x00BBGGRR) or as #RRGGBB.
+bool parseColor(const QString& Text, int& Col) {
+    static const QRegularExpression hex(
+        QStringLiteral("^#([0-9A-Fa-f]{2})([0-9A-Fa-f]{2})([0-9A-Fa-f]{2})$"));
+    const QRegularExpressionMatch m = hex.match(Text);
+    if (m.hasMatch()) {
+        const int r = m.captured(1).toInt(nullptr, 16), g = m.captured(2).toInt(nullptr, 16),
+                  b = m.captured(3).toInt(nullptr, 16);
+        Col = r | (g << 8) | (b << 16);
+        return true;
+    }
+    bool ok = false;
+    Col = Text.toInt(&ok);
+    return ok;
+}
+
+void printLine(const QString& Text) {
+    QByteArray out;
+    appendOneLine(out, Text);
+    out.append('\n');
+    writeOut(out);
+}
+
+} // namespace
+
+int CmdMkdir(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdMkdir", Args);
+    QString parent;
+    if (Args.size() != 3 || !parseId(Args[1], parent))
+        return usage("mkdir", QStringLiteral("'mkdir' takes a user name, a parent identifier and a title"));
+    if (int rc = openForChange(Opt, Args[0]))
+        return rc;
+    if (int rc = existingFolder(parent))
+        return rc;
+    const QString id = GetNewIndNum(*CurUsDB);
+    AddFolderToDB(Args[2], parent.toInt(), id);
+    if (int rc = saveCurrent())
+        return rc;
+    printLine(id);
+    return cliOk;
+}
+
+int CmdAdd(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdAdd", Args);
+    QString parent;
+    if (Args.size() != 2 || !parseId(Args[1], parent))
+        return usage("add", QStringLiteral("'add' takes a user name and a parent identifier"));
+    if (!Opt.Given.contains(QStringLiteral("--title")))
+        return usage("add", QStringLiteral("a record needs a title: --title TEXT"));
+    const bool generate = Opt.Given.contains(QStringLiteral("--generate"));
+    const bool ask = Opt.Given.contains(QStringLiteral("--ask-password"));
+    if (generate && ask)
+        return usage("add", QStringLiteral("--generate and --ask-password exclude each other"));
+    int length = 0;
+    if (generate) {
+        const QString l = Opt.Given.value(QStringLiteral("--generate"));
+        if (Val(l) < 1 || Val(l) > INT_MAX)
+            return usage("add", QStringLiteral("--generate needs a length from 1 to %1").arg(INT_MAX));
+        length = PaswLengthFromText(l);
+    }
+    if (int rc = openForChange(Opt, Args[0]))
+        return rc;
+    if (int rc = existingFolder(parent))
+        return rc;
+    QString pasw;
+    if (generate) {
+        pasw = GeneratePassword(length);
+    } else if (ask) {
+        if (int rc = askSecret(Opt, "Password of the record: ", pasw))
+            return rc;
+        if (!Opt.PaswStdin) {
+            QString again;
+            if (int rc = askSecret(Opt, "Repeat it: ", again))
+                return rc;
+            const bool same = again == pasw;
+            WipeString(again);
+            if (!same) {
+                WipeString(pasw);
+                say(QStringLiteral("the two passwords differ; nothing was added"));
+                return cliRefused;
+            }
+        }
+    }
+    const QString id = AddRecordToDB(*CurUsDB, parent, Opt.Given.value(QStringLiteral("--title")),
+                                     Opt.Given.value(QStringLiteral("--login")), pasw,
+                                     Opt.Given.value(QStringLiteral("--desc")));
+    WipeString(pasw);
+    if (int rc = saveCurrent())
+        return rc;
+    printLine(id);
+    return cliOk;
+}
+
+int CmdRename(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdRename", Args);
+    QString id;
+    if (Args.size() != 3 || !parseId(Args[1], id))
+        return usage("rename", QStringLiteral("'rename' takes a user name, an identifier and the new title"));
+    if (int rc = openForChange(Opt, Args[0]))
+        return rc;
+    int rec;
+    if (int rc = existingRow(id, rec))
+        return rc;
+    ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Title"), Args[2]);
+    return saveCurrent();
+}
+
+int CmdMv(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdMv", Args);
+    QString id, parent;
+    if (Args.size() != 3 || !parseId(Args[1], id) || !parseId(Args[2], parent))
+        return usage("mv",
+                     QStringLiteral("'mv' takes a user name, an identifier and the new parent's identifier"));
+    if (int rc = openForChange(Opt, Args[0]))
+        return rc;
+    int rec;
+    if (int rc = existingRow(id, rec))
+        return rc;
+    if (int rc = existingFolder(parent))
+        return rc;
+    if (IsInRecordTree(*CurUsDB, id, parent)) {
+        say(QStringLiteral("%1 cannot go into itself or into a folder of its own").arg(id));
+        return cliRefused;
+    }
+    ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Parent"), parent);
+    return saveCurrent();
+}
+
+int CmdRm(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdRm", Args);
+    QString id;
+    if (Args.size() != 2 || !parseId(Args[1], id))
+        return usage("rm", QStringLiteral("'rm' takes a user name and an identifier"));
+    if (int rc = openForChange(Opt, Args[0]))
+        return rc;
+    int rec;
+    if (int rc = existingRow(id, rec))
+        return rc;
+    const QString title = CurUsDB->GetTblFldValNm(CurUsDB->FindTable(QStringLiteral("DataTable")), rec,
+                                                  QStringLiteral("Title"));
+    if (!Opt.Yes) {
+        const QString what = isRecordRow(rec) ? QStringLiteral("record") : QStringLiteral("folder");
+        const QString q =
+            QStringLiteral("Delete %1 %2 %3 with everything in it?").arg(what, id, quoted(title));
+        if (!AskYesOnTty(q)) {
+            say(QStringLiteral("nothing was deleted (confirm with --yes when there is no terminal)"));
+            return cliRefused;
+        }
+    }
+    const int n = DelRecordTreeFromDataTable(QStringLiteral("IndNum"), id, QStringLiteral("Parent"));
+    if (int rc = saveCurrent())
+        return rc;
+    std::printf("Deleted %d folder%s and record%s.\n", n, n == 1 ? "" : "s", n == 1 ? "" : "s");
+    return cliOk;
+}
+
+int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdEdit", Args);
+    QString id;
+    if (Args.size() != 2 || !parseId(Args[1], id))
+        return usage("edit", QStringLiteral("'edit' takes a user name and an identifier"));
+    const bool color = Opt.Given.contains(QStringLiteral("--color"));
+    const bool bold = Opt.Given.contains(QStringLiteral("--bold"));
+    if (!color && !bold)
+        return usage("edit", QStringLiteral("give --color, --bold or both"));
+    int col = 0;
+    if (color && !parseColor(Opt.Given.value(QStringLiteral("--color")), col))
+        return usage("edit", QStringLiteral("--color takes a number (0x00BBGGRR) or #RRGGBB"));
+    const QString b = Opt.Given.value(QStringLiteral("--bold"));
+    if (bold && b != QLatin1String("on") && b != QLatin1String("off"))
+        return usage("edit", QStringLiteral("--bold takes on or off"));
+    if (int rc = openForChange(Opt, Args[0]))
+        return rc;
+    int rec;
+    if (int rc = existingRow(id, rec))
+        return rc;
+    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    QString flags = CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Flags"));
+    if (color)
+        flags = SetRecColor(flags, col);
+    if (bold)
+        flags = SetRecBold(flags, b == QLatin1String("on"));
+    ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Flags"), flags);
+    return saveCurrent();
+}
+
+int CmdFind(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdFind", Args);
+    if (Args.size() != 2 || Args[1].isEmpty())
+        return usage("find", QStringLiteral("'find' takes a user name and a text"));
+    if (int rc = openUser(Opt, Args[0]))
+        return rc;
+    int tbl;
+    if (int rc = dataTable(tbl))
+        return rc;
+    const QList<FoundRow> found =
+        FindAllRecords(*CurUsDB, Args[1], !Opt.Given.contains(QStringLiteral("--titles-only")),
+                       Opt.Given.contains(QStringLiteral("--case-sensitive")));
+    if (found.isEmpty()) {
+        say(QStringLiteral("nothing matches %1").arg(quoted(Args[1])));
+        return cliNoRecord;
+    }
+    int width = 1;
+    for (const FoundRow& f : found)
+        width = std::max(width, static_cast<int>(f.IndNum.size()));
+    QByteArray out;
+    for (const FoundRow& f : found) {
+        out.append(QByteArray(std::max<qsizetype>(0, width - f.IndNum.size()), ' '));
+        appendOneLine(out, f.IndNum);
+        out.append("  ");
+        appendOneLine(out, f.Title);
+        out.append('\n');
+    }
+    writeOut(out);
+    return cliOk;
+}
+
+int CmdGenerate(const CliOptions&, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdGenerate", Args);
+    if (Args.size() > 1)
+        return usage("generate", QStringLiteral("'generate' takes at most a length"));
+    // Without a length, the one the generator dialog last used (settings entry 15).
+    const QString text = Args.isEmpty() ? (ProgConfig.UBound() >= 15 ? ProgConfig[15] : QString()) : Args[0];
+    if (Val(text) < 1 || Val(text) > INT_MAX)
+        return usage("generate",
+                     Args.isEmpty()
+                         ? QStringLiteral("the settings hold no length; give one")
+                         : QStringLiteral("the length must be a number from 1 to %1").arg(INT_MAX));
+    QString pasw = GeneratePassword(PaswLengthFromText(text));
+    QByteArray out = pasw.toLatin1();
+    WipeString(pasw);
+    out.append('\n');
+    writeOut(out);
+    sodium_memzero(out.data(), static_cast<std::size_t>(out.size()));
+    return cliOk;
+}
