@@ -4,6 +4,7 @@
 #include "tests/common/TestMain.h"
 #include "tests/records/RecordsTestKit.h"
 
+#include <QElapsedTimer>
 #include <QRandomGenerator>
 #include <QTest>
 
@@ -232,6 +233,25 @@ private slots:
         QCOMPARE(FindIndNum, 1);
         SetMsgBoxHandler(old);
         FindIndNum = 0;
+    }
+
+    // Listing 20,000 matches of 40,000 rows goes through the table once, not once per match.
+    void everyMatchOfABigTableInOnePass() {
+        TestEnv env;
+        useNewDatabase();
+        for (int i = 1; i <= 40000; ++i)
+            rec(i, i % 2 ? QStringLiteral("bank %1").arg(i) : QStringLiteral("mail %1").arg(i));
+        QElapsedTimer t;
+        t.start();
+        const QList<FoundRow> all = FindAllRecords(*CurUsDB, "BANK", true, false);
+        QVERIFY2(t.elapsed() < 2000, qPrintable(QString::number(t.elapsed())));
+        QCOMPARE(all.size(), 20000);
+        QCOMPARE(all.last().IndNum, QStringLiteral("39999"));
+        // One press that goes round the whole table and finds nothing.
+        int start = 20000;
+        t.restart();
+        QCOMPARE(find("nothing", start, true), QStringLiteral("-2"));
+        QVERIFY(t.elapsed() < 1000);
     }
 
     void everyMatchInTableOrder() {
