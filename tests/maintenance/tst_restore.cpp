@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <sys/mount.h>
 #include <sys/resource.h>
 
 namespace {
@@ -172,6 +173,40 @@ private slots:
         QVERIFY2(err.contains("Path/File access error"), qPrintable(err));
         QCOMPARE(digestOf(UsDBFilePath("anna")), before);
         QCOMPARE(titlesInFile(UsDBFilePath("anna"), md5), QStringList());
+    }
+
+    // A real full disk: the databases folder on a small tmpfs (where the system allows it).
+    void fullTmpfsLeavesTheUserFileWhole() {
+        TestEnv env;
+        firstRun();
+        const QString dbs = env.root() + "/small";
+        QDir().mkpath(dbs);
+        if (mount("tmpfs", QFile::encodeName(dbs).constData(), "tmpfs", 0, "size=256k,mode=0700") != 0)
+            QSKIP("no tmpfs can be mounted here");
+        ProgConfig[5] = dbs;
+        const QString md5 = makeUser("anna", "anna password");
+        const QByteArray before = digestOf(UsDBFilePath("anna"));
+        QDir().mkpath(backupDir());
+        writeFileText(copyOf("anna", 1), QByteArray(100 * 1024, 'c'));
+        // Fill what is left.
+        QFile filler(dbs + "/filler");
+        filler.open(QIODevice::WriteOnly);
+        while (filler.write(QByteArray(4096, 'f')) == 4096 && filler.flush()) {
+        }
+        filler.close();
+        int error = 0;
+        try {
+            RestoreBackupFile("anna_1.bdb.BACKUP");
+        } catch (const VbError& e) {
+            error = e.number();
+        }
+        argent::diag::clearSnapshot();
+        const QByteArray after = digestOf(UsDBFilePath("anna"));
+        const QStringList left = QDir(dbs).entryList(QDir::Files | QDir::Hidden);
+        umount(QFile::encodeName(dbs).constData());
+        QCOMPARE(error, 75);
+        QCOMPARE(after, before);
+        QCOMPARE(left, QStringList({"anna.bdb", "filler"}));
     }
 };
 ARGENT_TEST(RestoreTest)
