@@ -3,6 +3,7 @@
 #include "app/VbConv.h"
 #include "app/modLang.h"
 #include "diagnostics/DbgPrint.h"
+#include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Trace.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"

@@ -17,8 +17,6 @@
 //
 // Operations without a database argument work on the current user's one (CurUsDB).
 
-#include "diagnostics/ErrorTrap.h"
-
 #include <QString>
 
 class clsDatabase;
@@ -81,17 +79,8 @@ QString SetRecColor(const QString& InpStr, int Col);
 // length of Text plus 1 after the last one).
 int GetTextTillSepar(const QString& Text, QString& Buffer, const QString& separ, int& Start);
 
-// Whether a keyed collection holds an item under ObjKey: the look-up's error is
-// swallowed and means "no". (The data files manager's collection has its own overload.)
-template <class Collection> bool FindObjInCol(const Collection& Collect, const QString& ObjKey) {
-    try {
-        (void)Collect.Item(ObjKey);
-        return true;
-    } catch (const VbError&) {
-        argent::diag::clearSnapshot();
-        return false;
-    }
-}
+// FindObjInCol, the probe of a keyed collection, lives with the one collection the
+// program keys: storage/clsDataFilesManager.h.
 
 // ---- helpers for the commands that work on the tree -------------------------------------
 

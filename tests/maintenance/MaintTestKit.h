@@ -9,6 +9,7 @@
 #include "records/RecordTree.h"
 #include "storage/Md5.h"
 #include "tests/common/TestEnv.h"
+#include "tests/records/RecordsTestKit.h"
 #include "users/UserAccounts.h"
 
 #include <QCoreApplication>
@@ -74,23 +75,6 @@ inline QStringList titlesInFile(const QString& path, const QString& md5) {
         out << QStringLiteral("<does not open>");
     }
     CurUsDB = keep;
-    return out;
-}
-
-// The texts of the debug-log lines (without their time prefix).
-inline QStringList logTexts() {
-    QStringList out;
-    QFile f(DbgFilePath());
-    if (!f.open(QIODevice::ReadOnly))
-        return out;
-    for (const QByteArray& raw : f.readAll().split('\n')) {
-        QString line = QString::fromUtf8(raw);
-        if (line.endsWith(u'\r'))
-            line.chop(1);
-        const qsizetype at = line.indexOf(QStringLiteral("): "));
-        if (at >= 0)
-            out << line.mid(at + 3);
-    }
     return out;
 }
 

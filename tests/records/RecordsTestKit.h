@@ -7,6 +7,7 @@
 #include "app/ProgConfig.h"
 #include "app/modMain.h"
 #include "diagnostics/DbgPrint.h"
+#include "diagnostics/ErrorTrap.h"
 #include "storage/clsDatabase.h"
 #include "tests/common/TestEnv.h"
 #include "users/UserAccounts.h"

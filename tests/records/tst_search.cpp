@@ -4,7 +4,6 @@
 #include "tests/common/TestMain.h"
 #include "tests/records/RecordsTestKit.h"
 
-#include <QElapsedTimer>
 #include <QRandomGenerator>
 #include <QTest>
 
@@ -126,28 +125,15 @@ private slots:
         TestEnv env;
         useNewDatabase();
         rec(1, "Журнал ПОЧТЫ");
-        rec(2, "ΣΟΦΟΣ");
-        rec(3, "Mail");
-        rec(4, "Straße");
+        rec(2, "Straße");
         int start = 1;
         QCOMPARE(find("почты", start, false, false), QStringLiteral("1"));
-        start = 1;
         QCOMPARE(find("почты", start, false, true), QStringLiteral("-2"));
-        start = 1;
-        QCOMPARE(find("σοφος", start, false, false), QStringLiteral("2"));
-        start = 1;
-        QCOMPARE(find("σοφoς", start, false, false), QStringLiteral("-2")); // a Latin o
-        start = 1;
-        QCOMPARE(find("MAIL", start, false, false), QStringLiteral("3"));
-        start = 1;
-        QCOMPARE(find("MAIL", start, false, true), QStringLiteral("-2"));
-        start = 1;
-        QCOMPARE(find("STRASSE", start, false, false), QStringLiteral("-2")); // one letter for one
-        start = 1;
-        QCOMPARE(find("STRAẞE", start, false, false), QStringLiteral("4"));
+        // One character for one: ß is not "ss", but its capital is.
+        QCOMPARE(find("STRASSE", start, false, false), QStringLiteral("-2"));
+        QCOMPARE(find("STRAẞE", start, false, false), QStringLiteral("2"));
         // An empty text is in every value.
-        start = 3;
-        QCOMPARE(find("", start, true), QStringLiteral("3"));
+        QCOMPARE(find("", start, true), QStringLiteral("1"));
     }
 
     // The engine's prepared matcher against QString's own search, on texts full of
@@ -233,25 +219,6 @@ private slots:
         QCOMPARE(FindIndNum, 1);
         SetMsgBoxHandler(old);
         FindIndNum = 0;
-    }
-
-    // Listing 20,000 matches of 40,000 rows goes through the table once, not once per match.
-    void everyMatchOfABigTableInOnePass() {
-        TestEnv env;
-        useNewDatabase();
-        for (int i = 1; i <= 40000; ++i)
-            rec(i, i % 2 ? QStringLiteral("bank %1").arg(i) : QStringLiteral("mail %1").arg(i));
-        QElapsedTimer t;
-        t.start();
-        const QList<FoundRow> all = FindAllRecords(*CurUsDB, "BANK", true, false);
-        QVERIFY2(t.elapsed() < 2000, qPrintable(QString::number(t.elapsed())));
-        QCOMPARE(all.size(), 20000);
-        QCOMPARE(all.last().IndNum, QStringLiteral("39999"));
-        // One press that goes round the whole table and finds nothing.
-        int start = 20000;
-        t.restart();
-        QCOMPARE(find("nothing", start, true), QStringLiteral("-2"));
-        QVERIFY(t.elapsed() < 1000);
     }
 
     void everyMatchInTableOrder() {
