@@ -1,8 +1,7 @@
 #pragma once
 
-// Shared set-up of the record tests: a private world, a new user's empty database as
-// the current one (no file needed), rows made as the editors make them, and the lines
-// the operations wrote to the debug log.
+// Shared set-up of the record tests: a new user's empty database as the current one
+// (no file needed), rows of DataTable, and the lines written to the debug log.
 
 #include "app/ProgConfig.h"
 #include "app/modMain.h"
@@ -17,7 +16,7 @@
 #include <QTemporaryDir>
 
 // A new user's database (the template, as AddUser starts it) becomes CurUsDB.
-inline void useNewDatabase(const QString& name = QStringLiteral("anna")) {
+inline void useNewDatabase() {
     ChooseConfiguration();
     CreateProgramObjects();
     QTemporaryDir dir;
@@ -26,8 +25,8 @@ inline void useNewDatabase(const QString& name = QStringLiteral("anna")) {
     clsDatabasePtr db;
     MDFM->LoadDB(tmp, db, QString());
     MDFM->DeleteDBFromCol(tmp);
-    db->SetName(name);
-    db->SetTag(name);
+    db->SetName(QStringLiteral("anna"));
+    db->SetTag(QStringLiteral("anna"));
     CurUsDB = db;
 }
 
@@ -35,38 +34,22 @@ inline int dataTable() {
     return CurUsDB->FindTable(QStringLiteral("DataTable"));
 }
 
-// Every row of DataTable, values in column order.
 inline QList<QStringList> allRows(clsDatabase& db = *CurUsDB) {
     return db.DBView().Tables[db.FindTable(QStringLiteral("DataTable")) - 1].Records;
 }
 
-// The texts of the debug-log lines written so far (without their time prefix).
-inline QStringList logTexts() {
+// The debug-log lines starting with prefix, without their time prefix, in order.
+inline QStringList logLines(const QString& prefix = QString()) {
     QStringList out;
-    QFile f(DbgFilePath());
-    if (!f.open(QIODevice::ReadOnly))
-        return out;
-    for (const QByteArray& raw : f.readAll().split('\n')) {
-        QString line = QString::fromUtf8(raw);
-        if (line.endsWith(u'\r'))
-            line.chop(1);
+    for (const QByteArray& raw : readAllOf(DbgFilePath()).split('\n')) {
+        const QString line = QString::fromUtf8(raw).remove(u'\r');
         const qsizetype at = line.indexOf(QStringLiteral("): "));
-        if (at >= 0)
+        if (at >= 0 && line.mid(at + 3).startsWith(prefix))
             out << line.mid(at + 3);
     }
     return out;
 }
 
-// The log lines that start with a prefix, in order.
-inline QStringList logLinesStarting(const QString& prefix) {
-    QStringList out;
-    for (const QString& l : logTexts())
-        if (l.startsWith(prefix))
-            out << l;
-    return out;
-}
-
-// Removes the debug log, so that a test sees only its own lines.
 inline void clearLog() {
     QFile::remove(DbgFilePath());
 }

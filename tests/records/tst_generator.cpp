@@ -71,42 +71,49 @@ private slots:
 
     void twoCallsInOneSecondDiffer() {
         QCOMPARE(GeneratePassword(0), QString());
-        QCOMPARE(GeneratePassword(-7), QString());
         QSet<QString> seen;
         for (int i = 0; i < 50; ++i)
             seen.insert(GeneratePassword(16));
         QCOMPARE(seen.size(), 50);
-    }
-
-    void seededGeneratorGivesExact24BitDraws() {
+        // The seeded source gives exact 24-bit draws, the same for the same key.
         unsigned char key[32] = {1, 2, 3};
         PaswRandom a, b;
         a.Seed(key);
         b.Seed(key);
         for (int i = 0; i < 20000; ++i) {
-            const float x = a.Next();
+            const double x = a.Next();
             QCOMPARE(x, b.Next());
-            QVERIFY(x >= 0.0f && x < 1.0f);
-            QCOMPARE(std::ldexp(double(x), 24), std::floor(std::ldexp(double(x), 24)));
+            QVERIFY(x >= 0 && x < 1 && std::ldexp(x, 24) == std::floor(std::ldexp(x, 24)));
         }
     }
 
+    void lengthFieldRules_data() {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("length");
+        for (auto [text, length] : {std::pair{"12abc", 12},
+                                    {"2.5", 2},
+                                    {"3.5", 4},
+                                    {" 16", 16},
+                                    {"0.9", 0},
+                                    {"-3", 0},
+                                    {"", 0},
+                                    {"abc", 0},
+                                    {"99999999999", -1}})
+            QTest::newRow(text) << QString::fromLatin1(text) << length;
+    }
     void lengthFieldRules() {
-        QCOMPARE(PaswLengthFromText("12abc"), 12);
-        QCOMPARE(PaswLengthFromText("2.5"), 2);
-        QCOMPARE(PaswLengthFromText("3.5"), 4);
-        QCOMPARE(PaswLengthFromText(" 16"), 16);
-        QCOMPARE(PaswLengthFromText("0"), 0);
-        QCOMPARE(PaswLengthFromText("0.9"), 0);
-        QCOMPARE(PaswLengthFromText("-3"), 0);
-        QCOMPARE(PaswLengthFromText(""), 0);
-        QCOMPARE(PaswLengthFromText("abc"), 0);
-        QVERIFY_THROWS_EXCEPTION(VbError, PaswLengthFromText("99999999999"));
-        argent::diag::clearSnapshot();
+        QFETCH(QString, text);
+        QFETCH(int, length);
+        if (length < 0) {
+            QVERIFY_THROWS_EXCEPTION(VbError, PaswLengthFromText(text));
+            argent::diag::clearSnapshot();
+        } else {
+            QCOMPARE(PaswLengthFromText(text), length);
+        }
         for (char c : QByteArray("0123456789.%'\b"))
-            QVERIFY2(PaswLengthKeyAllowed(c), QByteArray(1, c).constData());
+            QVERIFY(PaswLengthKeyAllowed(c));
         for (char c : QByteArray("a-+ Z,e"))
-            QVERIFY2(!PaswLengthKeyAllowed(c), QByteArray(1, c).constData());
+            QVERIFY(!PaswLengthKeyAllowed(c));
     }
 
     void lastPasswordStaysOutOfReports() {
