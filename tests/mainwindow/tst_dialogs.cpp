@@ -1,7 +1,3 @@
-#include "app/MsgBox.h"
-#include "app/ProgConfig.h"
-#include "app/guiApplication.h"
-#include "app/modLang.h"
 #include "app/modMain.h"
 #include "diagnostics/frmAbout.h"
 #include "maintenance/Autobackup.h"
@@ -12,7 +8,6 @@
 #include "options/guiFolderChooser.h"
 #include "records/PaswGenerator.h"
 #include "records/RecordSearch.h"
-#include "records/RecordTree.h"
 #include "records/frmAddRecord.h"
 #include "records/frmEditFolder.h"
 #include "records/frmEditRecord.h"
@@ -20,15 +15,10 @@
 #include "records/frmPaswGenerator.h"
 #include "records/guiLookControls.h"
 #include "records/guiRecordFields.h"
-#include "storage/Md5.h"
-#include "storage/clsDatabase.h"
-#include "tests/common/TestEnv.h"
 #include "tests/common/TestMain.h"
-#include "users/UserAccounts.h"
+#include "tests/mainwindow/MainTestKit.h"
 #include "users/frmAddUser.h"
 #include "users/frmChangeUsPasw.h"
-#include "users/frmPassword.h"
-#include "users/frmSelectUser.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -39,59 +29,11 @@
 #include <QGroupBox>
 #include <QGuiApplication>
 #include <QLabel>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QPushButton>
 #include <QRadioButton>
 #include <QRegularExpression>
-#include <QTest>
 #include <QTextEdit>
 
 namespace {
-
-const QString kPasw = QStringLiteral("password1");
-
-// Modal dialogs are handed to the test's function; message boxes are recorded.
-struct Dialogs {
-    std::function<void(QDialog&)> on;
-    QStringList boxes;
-    QList<int> answers;
-    MsgBoxHandler prevBox;
-    ModalHandler prevModal;
-    Dialogs() {
-        prevBox = SetMsgBoxHandler([this](const QString& p, int, const QString&) {
-            boxes << p;
-            return answers.isEmpty() ? int(vbYes) : answers.takeFirst();
-        });
-        prevModal = SetModalHandler([this](QDialog& d) {
-            if (on)
-                on(d);
-            return d.result();
-        });
-    }
-    ~Dialogs() {
-        SetMsgBoxHandler(prevBox);
-        SetModalHandler(prevModal);
-    }
-};
-
-// A user whose rows are: 1 folder "Mail", 2 record "Box" (login "max") in it, 3 record
-// "Bank" (password "MailKey"), 4 record "Forum".
-void openUser(const TestEnv& env) {
-    ChooseConfiguration();
-    LoadLang(env.progDir() + "/Languages/English.lng");
-    ProgConfig[4] = "";
-    CreateProgramObjects();
-    QString p = kPasw;
-    AddUser(UsDBFilePath("anna"), "anna", p);
-    QCOMPARE(FullUserLoad("anna", HashString(kPasw)), 0);
-    const QString mail = GetNewIndNum(*CurUsDB);
-    AddFolderToDB("Mail", 0, mail);
-    AddRecordToDB(*CurUsDB, mail, "Box", "max", "x", "");
-    AddRecordToDB(*CurUsDB, "0", "Bank", "b", "MailKey", "");
-    AddRecordToDB(*CurUsDB, "0", "Forum", "f", "y", "");
-    SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
-}
 
 // One of every dialog, opened over the main window (the user of openUser loaded).
 std::vector<std::unique_ptr<QDialog>> everyDialog(frmMain& w) {
@@ -111,11 +53,6 @@ std::vector<std::unique_ptr<QDialog>> everyDialog(frmMain& w) {
     return forms;
 }
 
-QString rowValue(const QString& id, const QString& field) {
-    const int tbl = CurUsDB->FindTable("DataTable");
-    return CurUsDB->GetTblFldValNm(tbl, FindDataRow(*CurUsDB, id), field);
-}
-
 } // namespace
 
 class DialogsTest : public QObject {
@@ -123,11 +60,11 @@ class DialogsTest : public QObject {
 private slots:
     void findStepsAndWrapsRound() {
         TestEnv env;
-        openUser(env);
+        makeUser(env);
         frmMain w;
         w.Form_Load();
-        QCOMPARE(FullUserLoad("anna", HashString(kPasw)), 0);
-        Dialogs d;
+        openUser();
+        Script d;
         QStringList selected;
         d.on = [&](QDialog& dlg) {
             auto* f = qobject_cast<frmFind*>(&dlg);
@@ -157,8 +94,8 @@ private slots:
 
     void generatorDialog() {
         TestEnv env;
-        openUser(env);
-        Dialogs d;
+        makeUser(env);
+        Script d;
         ProgConfig[10] = "1";
         frmPaswGenerator g;
         // The key filter: digits, and the three odd codes that always passed.
@@ -189,11 +126,11 @@ private slots:
 
     void editorsWriteTheRowAndTheNode() {
         TestEnv env;
-        openUser(env);
+        makeUser(env);
         frmMain w;
         w.Form_Load();
-        QCOMPARE(FullUserLoad("anna", HashString(kPasw)), 0);
-        Dialogs d;
+        openUser();
+        Script d;
         QString generated;
         int colourCalls = 0;
         d.on = [&](QDialog& dlg) {
@@ -272,26 +209,26 @@ private slots:
         QVERIFY(mail->font(0).bold());
         w.SetDropHighlight(mail);
         w.mnuContextTrvAddRec_Click();
-        QTreeWidgetItem* shop = w.NodeByKey("5key");
+        QTreeWidgetItem* shop = w.NodeByKey("6key");
         QVERIFY(shop);
         QCOMPARE(shop->parent(), mail);
         QCOMPARE(mail->indexOfChild(shop), mail->childCount() - 1);
-        QCOMPARE(rowValue("5", "Login"), QStringLiteral("me"));
-        QCOMPARE(rowValue("5", "Image"), QStringLiteral("1key"));
+        QCOMPARE(rowValue("6", "Login"), QStringLiteral("me"));
+        QCOMPARE(rowValue("6", "Image"), QStringLiteral("1key"));
     }
 
     void restorePutsACopyBack() {
         TestEnv env;
-        openUser(env);
+        makeUser(env);
         frmMain w;
         w.Form_Load();
-        QCOMPARE(FullUserLoad("anna", HashString(kPasw)), 0);
+        openUser();
         ProgConfig[13] = "3";
         DoAutobackup(CurUsDB);
-        ChangeDataTableField("IndNum", "4", "Title", "Changed");
+        ChangeDataTableField("IndNum", "5", "Title", "Changed");
         SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
         DoAutobackup(CurUsDB);
-        Dialogs d;
+        Script d;
         d.on = [&](QDialog& dlg) {
             auto* r = qobject_cast<frmRestore*>(&dlg);
             QVERIFY(r);
@@ -314,18 +251,18 @@ private slots:
         QCOMPARE(d.boxes, QStringList({Texts(225), Texts(223), Texts(223), Texts(224)}));
         // The user is open again with the copy's content, in the tree as well.
         QCOMPARE(CurUser, QStringLiteral("anna"));
-        QCOMPARE(rowValue("4", "Title"), QStringLiteral("Forum"));
-        QCOMPARE(w.NodeByKey("4key")->text(0), QStringLiteral("Forum"));
+        QCOMPARE(rowValue("5", "Title"), QStringLiteral("Forum"));
+        QCOMPARE(w.NodeByKey("5key")->text(0), QStringLiteral("Forum"));
     }
 
     void portableCopyWithProgress() {
         TestEnv env;
-        openUser(env);
+        makeUser(env);
         writeFileText(env.progDir() + "/ArgentPasswordMngr", "program");
         writeFileText(env.progDir() + "/argentpm", "cli");
         frmMain w;
         w.Form_Load();
-        Dialogs d;
+        Script d;
         const QString stick = env.root() + "/stick";
         QDir().mkpath(stick);
         QString title;
@@ -355,11 +292,11 @@ private slots:
     void noCaptionIsClipped() {
         QFETCH(QString, language);
         TestEnv env;
-        openUser(env);
+        makeUser(env);
         LoadLang(env.progDir() + "/Languages/" + language + ".lng");
         frmMain w;
         w.Form_Load();
-        QCOMPARE(FullUserLoad("anna", HashString(kPasw)), 0);
+        openUser();
         std::vector<std::unique_ptr<QDialog>> forms = everyDialog(w);
         const QString shots = qEnvironmentVariable("ARGENT_SHOTS");
         QStringList clipped;
@@ -383,11 +320,11 @@ private slots:
     // button keeps an English text.
     void everyDialogInRussian() {
         TestEnv env;
-        openUser(env);
+        makeUser(env);
         LoadLang(env.progDir() + "/Languages/Russian.lng");
         frmMain w;
         w.Form_Load();
-        QCOMPARE(FullUserLoad("anna", HashString(kPasw)), 0);
+        openUser();
         std::vector<std::unique_ptr<QWidget>> forms;
         for (auto& d : everyDialog(w))
             forms.emplace_back(d.release());

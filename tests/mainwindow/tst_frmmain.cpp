@@ -6,6 +6,7 @@
 #include "mainwindow/frmMain.h"
 #include "tests/common/TestEnv.h"
 #include "tests/common/TestMain.h"
+#include "tests/mainwindow/MainTestKit.h"
 #include "tray/frmSysTray.h"
 #include "tray/guiModTray.h"
 #include "users/UserAccounts.h"
@@ -18,20 +19,6 @@
 #include <QToolBar>
 
 namespace {
-// Answers message boxes from a script and remembers what they said.
-struct ScriptedBoxes {
-    QList<int> answers;
-    QStringList asked;
-    MsgBoxHandler previous;
-    ScriptedBoxes() {
-        previous = SetMsgBoxHandler([this](const QString& p, int, const QString&) {
-            asked << p;
-            return answers.isEmpty() ? int(vbOK) : answers.takeFirst();
-        });
-    }
-    ~ScriptedBoxes() { SetMsgBoxHandler(previous); }
-};
-
 void startWith(const TestEnv& env, const QString& language) {
     ChooseConfiguration();
     CreateProgramObjects();
@@ -121,19 +108,19 @@ private slots:
     void closingAsksOnceAndSaves() {
         TestEnv env;
         startWith(env, "English");
-        ScriptedBoxes boxes;
+        Script boxes;
         frmMain w;
         w.Form_Load();
         boxes.answers = {vbNo};
         QVERIFY(!w.close());
         QVERIFY(w.isVisible());
-        QCOMPARE(boxes.asked, QStringList{Texts(1)});
+        QCOMPARE(boxes.boxes, QStringList{Texts(1)});
         QVERIFY(!QFile::exists(ProgCfgPath));
 
         w.resize(640, 480);
         boxes.answers = {vbYes};
         QVERIFY(w.close());
-        QCOMPARE(boxes.asked.size(), 2);
+        QCOMPARE(boxes.boxes.size(), 2);
         StrMass saved;
         QCOMPARE(LoadConfig(ProgCfgPath, saved), 0);
         QCOMPARE(saved[16], QStringLiteral("9600"));
@@ -145,14 +132,14 @@ private slots:
         startWith(env, "English");
         ProgConfig[12] = "1";
         SetTrayAvailableOverride(1);
-        ScriptedBoxes boxes;
+        Script boxes;
         frmMain w;
         w.Form_Load();
         QVERIFY(DoUnloadTIcon);
         QVERIFY(TrayObject());
         QVERIFY(!w.close());
         QVERIFY(!w.isVisible());
-        QVERIFY(boxes.asked.isEmpty());
+        QVERIFY(boxes.boxes.isEmpty());
         QVERIFY(!QFile::exists(ProgCfgPath));
         // The tray brings it back, and its menu runs the window's commands by key.
         frmSysTray* tray = TrayObject();
@@ -166,11 +153,11 @@ private slots:
         tray->Menu()->actions().at(0)->trigger();
         QVERIFY(w.isVisible());
         w.m_frmSysTray_MenuClick(9, "Nonsense");
-        QCOMPARE(boxes.asked, QStringList{"Clicked item with key Nonsense"});
+        QCOMPARE(boxes.boxes, QStringList{"Clicked item with key Nonsense"});
         // Exit asks, and then ends without a second question, removing the icon.
         boxes.answers = {vbYes};
         tray->Menu()->actions().at(6)->trigger();
-        QCOMPARE(boxes.asked.size(), 2);
+        QCOMPARE(boxes.boxes.size(), 2);
         QVERIFY(QFile::exists(ProgCfgPath));
         QVERIFY(!DoUnloadTIcon);
         QVERIFY(!TrayObject());
@@ -182,16 +169,16 @@ private slots:
         startWith(env, "English");
         ProgConfig[12] = "1";
         SetTrayAvailableOverride(0);
-        ScriptedBoxes boxes;
+        Script boxes;
         frmMain w;
         w.Form_Load();
-        QCOMPARE(boxes.asked, QStringList{Texts(246)});
+        QCOMPARE(boxes.boxes, QStringList{Texts(246)});
         QVERIFY(!DoUnloadTIcon);
         // The close box asks as without tray mode, instead of hiding the window for good.
         boxes.answers = {vbNo};
         QVERIFY(!w.close());
         QVERIFY(w.isVisible());
-        QCOMPARE(boxes.asked.size(), 2);
+        QCOMPARE(boxes.boxes.size(), 2);
         SetTrayAvailableOverride(-1);
     }
 };
