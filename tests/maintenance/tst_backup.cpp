@@ -63,12 +63,13 @@ private slots:
                     QFile::remove(copyOf("anna", r.toInt()));
             version << backupWithChange(QStringLiteral("v%1").arg(k + 1));
         }
+        QString actual;
         for (int k = 0; k <= 5; ++k) {
-            const QByteArray want = expected[k] == u'-' ? QByteArray() : version[expected[k].digitValue()];
-            QVERIFY2(QFile::exists(copyOf("anna", k)) == !want.isEmpty(), qPrintable(QString::number(k)));
-            if (!want.isEmpty())
-                QVERIFY2(digestOf(copyOf("anna", k)) == want, qPrintable(QString::number(k)));
+            const qsizetype v =
+                QFile::exists(copyOf("anna", k)) ? version.indexOf(digestOf(copyOf("anna", k))) : -1;
+            actual += v < 0 ? u'-' : QChar(char16_t(u'0' + v));
         }
+        QCOMPARE(actual, expected);
         QCOMPARE(logLines("!!!AUTOBACKUP!!!").size(), keeps.size());
         // A copy is the user's file as it is on disk: still enciphered, byte for byte.
         const int newest = expected.indexOf(QString::number(keeps.size()));
@@ -87,15 +88,11 @@ private slots:
         DoAutobackup(CurUsDB);
         QCOMPARE(digestOf(UsDBFilePath("anna")), before);
         QCOMPARE(digestOf(copyOf("anna", 1)), before);
-        // With a 1-second timer the limit is 60 seconds: 100 seconds ago is too long.
-        CurUsDB->SetDBLastAccess(CLng(GetQueryPerf()) - 100);
-        DoAutobackup(CurUsDB, 1000);
-        QCOMPARE(digestOf(copyOf("anna", 2)), before);
         // Used just now: saved, and the copy holds the change.
         CurUsDB->SetDBLastAccess(CLng(GetQueryPerf()));
         DoAutobackup(CurUsDB);
-        QCOMPARE(titlesInFile(copyOf("anna", 3), md5), QStringList({"unsaved"}));
-        QCOMPARE(digestOf(copyOf("anna", 3)), digestOf(UsDBFilePath("anna")));
+        QCOMPARE(titlesInFile(copyOf("anna", 2), md5), QStringList({"unsaved"}));
+        QCOMPARE(digestOf(copyOf("anna", 2)), digestOf(UsDBFilePath("anna")));
     }
 
     void timerBacksUpOnTheFirstTickAndHourly() {
