@@ -13,7 +13,6 @@
 #include <QDir>
 #include <QProcess>
 #include <QRandomGenerator>
-#include <QRegularExpression>
 #include <QTest>
 #include <QThread>
 
@@ -33,20 +32,26 @@ void useFolder(const QString& folder) {
     CreateProgramObjects();
 }
 
-// Version g of the database: 5 + g % 7 records, each naming g, the table tag g.
+// Version g of the database: 5 + g % 7 records of about 2 KB, each naming g; the table tag g.
+QStringList row(int i, int g) {
+    return {QString::number(i + 1),
+            "0",
+            "2",
+            QStringLiteral("version %1").arg(g),
+            "login",
+            QString(40, QChar('a' + g % 26)),
+            QStringLiteral("record %1 of %2").arg(i).arg(g) + QString(2000, u'.'),
+            "1key",
+            "0|0"};
+}
+
 void fillVersion(clsDatabase& db, int g) {
     QList<int> all;
     for (int r = 1; r <= db.GetTblRecNum(1); ++r)
         all << r;
     db.DeleteRecs(1, all);
-    for (int i = 0; i < 5 + g % 7; ++i) {
-        const int r = db.AddRecord(1);
-        db.SetTblRecord(1, r,
-                        {QString::number(i + 1), "0", "2", QStringLiteral("version %1").arg(g), "login",
-                         QString(40, QChar('a' + g % 26)),
-                         QStringLiteral("record %1 of %2").arg(i).arg(g) + QString(2000, u'.'), "1key",
-                         "0|0"});
-    }
+    for (int i = 0; i < 5 + g % 7; ++i)
+        db.SetTblRecord(1, db.AddRecord(1), row(i, g));
     db.SetTblTag(1, QString::number(g));
 }
 
@@ -56,32 +61,39 @@ int versionOf(clsDatabase& db) {
     if (db.GetTblRecNum(1) != 5 + g % 7)
         return -1;
     for (int r = 1; r <= db.GetTblRecNum(1); ++r)
-        if (db.GetTblFldVal(1, r, 4) != QStringLiteral("version %1").arg(g) ||
-            db.GetTblFldVal(1, r, 7) !=
-                QStringLiteral("record %1 of %2").arg(r - 1).arg(g) + QString(2000, u'.'))
+        if (db.GetTblRecord(1, r) != row(r - 1, g))
             return -1;
     return g;
 }
 
-// Child: opens the user and saves new versions until it is killed.
-int saveForeverChild(int& argc, char** argv) {
-    QCoreApplication app(argc, argv);
+// In a child: the user "Kill" in the folder and with the password given as arguments,
+// loaded; returns the file key, empty when it does not load.
+QString loadKillUser() {
     const QStringList args = QCoreApplication::arguments().mid(1);
     useFolder(args.value(0));
     const QString key = GetTruePasw(args.value(1));
-    if (LoadUser(UsDBFilePath("Kill"), key) != 2)
+    return LoadUser(UsDBFilePath("Kill"), key) == 2 ? key : QString();
+}
+
+void say(const char* what, int g) {
+    std::printf("%s %d\n", what, g);
+    std::fflush(stdout);
+}
+
+// Child: saves new versions until it is killed.
+int saveForeverChild(int& argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    const QString key = loadKillUser();
+    if (key.isEmpty())
         return 3;
     int g = CurUsDB->GetTblTag(1).toInt();
-    std::printf("ready\n");
-    std::fflush(stdout);
+    say("ready", g);
     for (;;) {
         fillVersion(*CurUsDB, ++g);
-        std::printf("saving %d\n", g);
-        std::fflush(stdout);
+        say("saving", g);
         if (SaveUsDB(CurUsDB, key) != 1)
             return 4;
-        std::printf("saved %d\n", g);
-        std::fflush(stdout);
+        say("saved", g);
     }
 }
 ARGENT_CHILD("save-forever", saveForeverChild)
@@ -89,12 +101,9 @@ ARGENT_CHILD("save-forever", saveForeverChild)
 // Child: adds records and saves with a file size limit below what the save needs.
 int fullDiskChild(int& argc, char** argv) {
     QCoreApplication app(argc, argv);
-    const QStringList args = QCoreApplication::arguments().mid(1);
-    useFolder(args.value(0));
-    const QString key = GetTruePasw(args.value(1));
-    if (LoadUser(UsDBFilePath("Kill"), key) != 2)
+    const QString key = loadKillUser();
+    if (key.isEmpty())
         return 3;
-    fillVersion(*CurUsDB, 1000);
     for (int i = 0; i < 3000; ++i)
         CurUsDB->SetTblRecord(1, CurUsDB->AddRecord(1), QStringList(9, QString(40, 'x')));
     std::signal(SIGXFSZ, SIG_IGN);
@@ -104,6 +113,15 @@ int fullDiskChild(int& argc, char** argv) {
 }
 ARGENT_CHILD("full-disk", fullDiskChild)
 
+// A user "Kill" in a fresh folder; md5 becomes the kept hash. Returns the folder.
+QString makeKillUser(TestEnv& env, QString& md5) {
+    const QString folder = env.root() + "/dbs";
+    QDir().mkpath(folder);
+    useFolder(folder);
+    AddUser(UsDBFilePath("Kill"), "Kill", md5);
+    return folder;
+}
+
 } // namespace
 
 class KillSaveTest : public QObject {
@@ -111,11 +129,8 @@ class KillSaveTest : public QObject {
 private slots:
     void killedWhileSavingLosesNothing() {
         TestEnv env;
-        const QString folder = env.root() + "/dbs";
-        QDir().mkpath(folder);
-        useFolder(folder);
         QString md5 = "kill password";
-        AddUser(UsDBFilePath("Kill"), "Kill", md5);
+        const QString folder = makeKillUser(env, md5);
         const QString key = GetTruePasw(md5);
         QCOMPARE(LoadUser(UsDBFilePath("Kill"), key), 2);
         fillVersion(*CurUsDB, 1);
@@ -129,7 +144,7 @@ private slots:
             QVERIFY(p.waitForStarted());
             while (!p.canReadLine())
                 QVERIFY2(p.waitForReadyRead(10000), "the child did not get ready");
-            QCOMPARE(p.readLine(), QByteArray("ready\n"));
+            QVERIFY(p.readLine().startsWith("ready "));
             QThread::usleep(QRandomGenerator::global()->bounded(15000));
             p.kill();
             QVERIFY(p.waitForFinished());
@@ -156,28 +171,19 @@ private slots:
         }
         // A kill between writing the new copy and renaming it over the file can leave that
         // copy beside the file; it is never taken for a user.
-        QStringList left = QDir(folder).entryList(QDir::Files | QDir::Hidden);
-        left.removeOne("Kill.bdb");
-        for (const QString& f : left)
-            QVERIFY2(QRegularExpression("^Kill\\.bdb\\.\\w{6}$").match(f).hasMatch(), qPrintable(f));
         StrMass users;
         FindUsers(folder, users);
         QCOMPARE(users.Items, QStringList{"Kill"});
-        qInfo("%d kills: %d during a save, %d after the new file was in place but before the report, %d left "
-              "an "
-              "unfinished copy beside the file",
-              kKills, duringSave, newerThanReported, static_cast<int>(left.size()));
+        qInfo("%d kills, %d during a save, %d after the rename but before the report", kKills, duringSave,
+              newerThanReported);
         QVERIFY(duringSave > kKills / 4);
         QVERIFY(known > 1);
     }
 
     void fullDiskKeepsTheOldFile() {
         TestEnv env;
-        const QString folder = env.root() + "/dbs";
-        QDir().mkpath(folder);
-        useFolder(folder);
         QString md5 = "disk password";
-        AddUser(UsDBFilePath("Kill"), "Kill", md5);
+        const QString folder = makeKillUser(env, md5);
         const QByteArray before = readAllOf(UsDBFilePath("Kill"));
         QProcess p;
         p.setEnvironment(env.childEnv("full-disk"));
