@@ -4,7 +4,6 @@
 
 #include "app/ProgConfig.h"
 #include "app/modMain.h"
-#include "storage/Md5.h"
 #include "tests/common/TestEnv.h"
 #include "tests/common/TestMain.h"
 #include "users/UserAccounts.h"
@@ -136,12 +135,11 @@ private slots:
         fillVersion(*CurUsDB, 1);
         QCOMPARE(SaveUsDB(CurUsDB, key), 1);
 
-        int known = 1, duringSave = 0, newerThanReported = 0;
+        int known = 1, duringSave = 0;
         for (int kill = 0; kill < kKills; ++kill) {
             QProcess p;
             p.setEnvironment(env.childEnv("save-forever"));
             p.start(QCoreApplication::applicationFilePath(), {folder, md5});
-            QVERIFY(p.waitForStarted());
             while (!p.canReadLine())
                 QVERIFY2(p.waitForReadyRead(10000), "the child did not get ready");
             QVERIFY(p.readLine().startsWith("ready "));
@@ -163,10 +161,7 @@ private slots:
             CreateProgramObjects();
             QCOMPARE(LoadUser(UsDBFilePath("Kill"), key), 2);
             const int g = versionOf(*CurUsDB);
-            QVERIFY2(g == reported || g == reported + 1,
-                     qPrintable(
-                         QStringLiteral("kill %1: version %2, reported %3").arg(kill).arg(g).arg(reported)));
-            newerThanReported += g == reported + 1;
+            QVERIFY2(g == reported || g == reported + 1, qPrintable(QString::number(kill)));
             known = g;
         }
         // A kill between writing the new copy and renaming it over the file can leave that
@@ -174,8 +169,6 @@ private slots:
         StrMass users;
         FindUsers(folder, users);
         QCOMPARE(users.Items, QStringList{"Kill"});
-        qInfo("%d kills, %d during a save, %d after the rename but before the report", kKills, duringSave,
-              newerThanReported);
         QVERIFY(duringSave > kKills / 4);
         QVERIFY(known > 1);
     }
