@@ -1,5 +1,6 @@
 #include "mainwindow/CheckActivity.h"
 #include "mainwindow/frmMain.h"
+#include "mainwindow/guiSessionWatch.h"
 #include "tests/common/TestMain.h"
 #include "tests/mainwindow/MainTestKit.h"
 
@@ -230,6 +231,13 @@ private slots:
         g_now += 5000;
         w.tmrTimer_Timer();
         QVERIFY(!w.IsLocked());
+        // But the desktop locking its screen or going to sleep locks at once.
+        auto* watch = w.findChild<SessionWatch*>();
+        QVERIFY(watch);
+        QMetaObject::invokeMethod(watch, "screenSaverActiveChanged", Q_ARG(bool, false));
+        QVERIFY(!w.IsLocked());
+        QMetaObject::invokeMethod(watch, "prepareForSleep", Q_ARG(bool, true));
+        QVERIFY(w.IsLocked());
     }
 };
 
