@@ -48,8 +48,11 @@ template <class T> HiddenArg hideValue(const T&) {
     return {};
 }
 
-template <class T> void captureValue(TraceValue& v, const T& x) {
+// Strings and lists that are variables of the call are referred to; a temporary one (an
+// expression written into the macro) is copied, since it ends before the call does.
+template <class T> void captureValue(TraceValue& v, T&& x) {
     using U = std::decay_t<T>;
+    constexpr bool temporary = !std::is_lvalue_reference_v<T>;
     if constexpr (std::is_same_v<U, bool>) {
         v.kind = TraceValue::Bool;
         v.i = x ? 1 : 0;
@@ -62,9 +65,15 @@ template <class T> void captureValue(TraceValue& v, const T& x) {
     } else if constexpr (std::is_floating_point_v<U>) {
         v.kind = TraceValue::Double;
         v.d = static_cast<double>(x);
+    } else if constexpr (std::is_same_v<U, QString> && temporary) {
+        v.kind = TraceValue::Str;
+        v.s = x;
     } else if constexpr (std::is_same_v<U, QString>) {
         v.kind = TraceValue::StrRef;
         v.ref = &x;
+    } else if constexpr (std::is_same_v<U, QStringList> && temporary) {
+        v.kind = TraceValue::Str;
+        v.s = x.join(QStringLiteral(", "));
     } else if constexpr (std::is_same_v<U, QStringList>) {
         v.kind = TraceValue::Lines;
         v.lines = &x;
@@ -135,14 +144,14 @@ void leaveFrameSlow(int depth);
 class FrameGuard {
 public:
     template <class... Args>
-    FrameGuard(const char* name, int kind, [[maybe_unused]] const char* const* names, const Args&... args) {
+    FrameGuard(const char* name, int kind, [[maybe_unused]] const char* const* names, Args&&... args) {
         FrameStack& st = frameStack();
         Frame& f = st.push();
         f.name = name;
         f.kind = kind;
         f.paramCount = 0;
         f.localCount = 0;
-        (capture(f, names, args), ...);
+        (capture(f, names, std::forward<Args>(args)), ...);
         m_depth = st.depth;
     }
     ~FrameGuard() {
@@ -179,12 +188,12 @@ public:
     }
 
 private:
-    template <class T> void capture(Frame& f, const char* const* names, const T& x) {
+    template <class T> void capture(Frame& f, const char* const* names, T&& x) {
         if (f.paramCount >= kMaxTraceParams)
             return;
         f.paramNames[f.paramCount] = names[f.paramCount];
         TraceValue& v = f.params[f.paramCount];
-        captureValue(v, x);
+        captureValue(v, std::forward<T>(x));
         if (v.kind == TraceValue::Str)
             f.ownsText = true;
         ++f.paramCount;
