@@ -6,7 +6,9 @@
 #include "diagnostics/ErrorTrap.h"
 
 #include <QDialog>
+#include <QHBoxLayout>
 #include <QMessageBox>
+#include <QPushButton>
 
 ArgentApplication::ArgentApplication(int& argc, char** argv) : QApplication(argc, argv) {
     setApplicationName(QStringLiteral("ArgentPasswordMngr"));
@@ -91,4 +93,12 @@ ModalHandler SetModalHandler(ModalHandler Handler) {
     ModalHandler old = std::move(modalHandler());
     modalHandler() = std::move(Handler);
     return old;
+}
+
+QHBoxLayout* DialogButtonRow(std::initializer_list<QPushButton*> Buttons) {
+    auto* row = new QHBoxLayout;
+    row->addStretch(1);
+    for (QPushButton* b : Buttons)
+        row->addWidget(b);
+    return row;
 }

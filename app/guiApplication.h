@@ -25,3 +25,8 @@ class QDialog;
 int ShowModal(QDialog& Dialog);
 using ModalHandler = std::function<int(QDialog& Dialog)>;
 ModalHandler SetModalHandler(ModalHandler Handler);
+
+class QHBoxLayout;
+class QPushButton;
+// The row of buttons at the foot of a dialog, to the right.
+QHBoxLayout* DialogButtonRow(std::initializer_list<QPushButton*> Buttons);

@@ -82,10 +82,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     auto* langRow = new QHBoxLayout;
     langRow->addWidget(lblLangCap);
     langRow->addWidget(cboLanguage, 1);
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    buttons->addWidget(cmdOk);
-    buttons->addWidget(cmdCancel);
+    auto* buttons = DialogButtonRow({cmdOk, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addWidget(lblDBPathCap);

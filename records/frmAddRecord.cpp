@@ -30,10 +30,7 @@ frmAddRecord::frmAddRecord(frmMain* Main, const QString& ParentID)
 
     auto* grid = new QGridLayout;
     Fields->AddTo(grid, 0);
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    buttons->addWidget(cmdOk);
-    buttons->addWidget(cmdCancel);
+    auto* buttons = DialogButtonRow({cmdOk, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addLayout(buttons);

@@ -7,6 +7,7 @@
 #include "mainwindow/frmMain.h"
 #include "records/RecordTree.h"
 #include "records/guiLookControls.h"
+#include "records/guiRecordFields.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
 
@@ -37,21 +38,9 @@ frmEditFolder::frmEditFolder(frmMain* Main, const QString& RecordID)
     auto* grid = new QGridLayout;
     grid->addWidget(lblTitleCap, 0, 0);
     grid->addWidget(txtTitle, 0, 1);
-    grid->addWidget(Look->lblIconCap, 1, 0, Qt::AlignTop);
-    grid->addWidget(Look->imcIcons, 1, 1);
-    auto* colorRow = new QHBoxLayout;
-    colorRow->addWidget(Look->picColor);
-    colorRow->addWidget(Look->cmdChangeCol);
-    colorRow->addSpacing(16);
-    colorRow->addWidget(Look->chkBold);
-    colorRow->addStretch(1);
-    grid->addWidget(Look->lblColorCap, 2, 0);
-    grid->addLayout(colorRow, 2, 1);
+    Look->AddTo(grid, 1, 1);
     grid->setColumnStretch(1, 1);
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    buttons->addWidget(cmdSaveChanges);
-    buttons->addWidget(cmdCancel);
+    auto* buttons = DialogButtonRow({cmdSaveChanges, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addStretch(1);
@@ -67,10 +56,10 @@ frmEditFolder::frmEditFolder(frmMain* Main, const QString& RecordID)
 
 void frmEditFolder::DoConfig() {
     TRACE_PROC("frmEditFolder.DoConfig");
-    const int rec = FindDataRow(*CurUsDB, QString::number(static_cast<long long>(Val(RecordID))));
+    int tbl = 0;
+    const int rec = EditorRow(RecordID, tbl);
     if (rec <= 0)
         return;
-    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
     Look->LoadFromDb(*CurUsDB, tbl, rec);
     txtTitle->setText(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Title")));
 }
@@ -86,13 +75,12 @@ void frmEditFolder::ShowFormLang() {
 
 void frmEditFolder::cmdSaveChanges_Click() {
     TRACE_PROC("frmEditFolder.cmdSaveChanges_Click");
-    const QString id = QString::number(static_cast<long long>(Val(RecordID)));
-    const int rec = FindDataRow(*CurUsDB, id);
+    int tbl = 0;
+    const int rec = EditorRow(RecordID, tbl);
     if (rec > 0) {
-        const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
         CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Title"), txtTitle->text());
         Look->WriteToRow(*CurUsDB, tbl, rec);
-        m_main->RefreshRowNode(id);
+        m_main->RefreshRowNode(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("IndNum")));
     }
     accept();
 }

@@ -35,20 +35,8 @@ frmEditRecord::frmEditRecord(frmMain* Main, const QString& RecordID)
 
     auto* grid = new QGridLayout;
     const int row = Fields->AddTo(grid, 0);
-    grid->addWidget(Look->lblIconCap, row, 0, Qt::AlignTop);
-    grid->addWidget(Look->imcIcons, row, 1, 1, 2);
-    auto* colorRow = new QHBoxLayout;
-    colorRow->addWidget(Look->picColor);
-    colorRow->addWidget(Look->cmdChangeCol);
-    colorRow->addSpacing(16);
-    colorRow->addWidget(Look->chkBold);
-    colorRow->addStretch(1);
-    grid->addWidget(Look->lblColorCap, row + 1, 0);
-    grid->addLayout(colorRow, row + 1, 1, 1, 2);
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    buttons->addWidget(cmdSaveChanges);
-    buttons->addWidget(cmdCancel);
+    Look->AddTo(grid, row, 2);
+    auto* buttons = DialogButtonRow({cmdSaveChanges, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addLayout(buttons);
@@ -63,10 +51,10 @@ frmEditRecord::frmEditRecord(frmMain* Main, const QString& RecordID)
 
 void frmEditRecord::DoConfig() {
     TRACE_PROC("frmEditRecord.DoConfig");
-    const int rec = FindDataRow(*CurUsDB, QString::number(static_cast<long long>(Val(RecordID))));
+    int tbl = 0;
+    const int rec = EditorRow(RecordID, tbl);
     if (rec <= 0)
         return;
-    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
     Look->LoadFromDb(*CurUsDB, tbl, rec);
     Fields->LoadFromRow(*CurUsDB, tbl, rec);
 }
@@ -82,13 +70,12 @@ void frmEditRecord::ShowFormLang() {
 
 void frmEditRecord::cmdSaveChanges_Click() {
     TRACE_PROC("frmEditRecord.cmdSaveChanges_Click");
-    const QString id = QString::number(static_cast<long long>(Val(RecordID)));
-    const int rec = FindDataRow(*CurUsDB, id);
+    int tbl = 0;
+    const int rec = EditorRow(RecordID, tbl);
     if (rec > 0) {
-        const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
         Fields->WriteToRow(*CurUsDB, tbl, rec);
         Look->WriteToRow(*CurUsDB, tbl, rec);
-        m_main->RefreshRowNode(id);
+        m_main->RefreshRowNode(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("IndNum")));
     }
     accept();
 }

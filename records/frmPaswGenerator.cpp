@@ -53,10 +53,7 @@ frmPaswGenerator::frmPaswGenerator(QWidget* parent) : QDialog(parent) {
     grid->addWidget(txtPasw, 1, 1, 1, 2);
     grid->addWidget(chkClipCopy, 2, 1, 1, 2);
     grid->setColumnStretch(1, 1);
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    buttons->addWidget(cmdOk);
-    buttons->addWidget(cmdCancel);
+    auto* buttons = DialogButtonRow({cmdOk, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addWidget(lblNote);

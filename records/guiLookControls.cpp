@@ -9,6 +9,8 @@
 
 #include <QCheckBox>
 #include <QEvent>
+#include <QGridLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
@@ -53,6 +55,19 @@ LookControls::LookControls(QWidget* Owner) : QObject(Owner), m_owner(Owner) {
     cmdChangeCol->setObjectName(QStringLiteral("cmdChangeCol"));
     connect(cmdChangeCol, &QPushButton::clicked, this, &LookControls::cmdChangeCol_Click);
     ShowSwatch();
+}
+
+void LookControls::AddTo(QGridLayout* Grid, int Row, int Span) {
+    Grid->addWidget(lblIconCap, Row, 0, Qt::AlignTop);
+    Grid->addWidget(imcIcons, Row, 1, 1, Span);
+    auto* colorRow = new QHBoxLayout;
+    colorRow->addWidget(picColor);
+    colorRow->addWidget(cmdChangeCol);
+    colorRow->addSpacing(16);
+    colorRow->addWidget(chkBold);
+    colorRow->addStretch(1);
+    Grid->addWidget(lblColorCap, Row + 1, 0);
+    Grid->addLayout(colorRow, Row + 1, 1, 1, Span);
 }
 
 void LookControls::ShowFormLang() {

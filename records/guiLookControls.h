@@ -6,6 +6,7 @@
 #include <QObject>
 
 class QCheckBox;
+class QGridLayout;
 class QLabel;
 class QListWidget;
 class QPushButton;
@@ -17,6 +18,9 @@ class LookControls : public QObject {
 public:
     explicit LookControls(QWidget* Owner);
     void ShowFormLang();
+    // Puts the icons and the colour row into rows Row and Row + 1 of Grid, the controls
+    // spanning Span columns after the caption column.
+    void AddTo(QGridLayout* Grid, int Row, int Span);
     // From a row: "Image" selects the icon by its 1-based index ("3key" the third),
     // "Flags" gives the swatch colour (strictly converted) and RecFlags.
     void LoadFromRow(const QString& Image, const QString& Flags);

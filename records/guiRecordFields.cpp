@@ -1,9 +1,12 @@
 #include "records/guiRecordFields.h"
 
+#include "app/VbConv.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
+#include "records/RecordTree.h"
 #include "records/frmPaswGenerator.h"
 #include "storage/clsDatabase.h"
+#include "users/UserAccounts.h"
 
 #include <QGridLayout>
 #include <QLabel>
@@ -80,4 +83,10 @@ void RecordFields::cmdGenerate_Click() {
     const QString pasw = RunPaswGenerator(m_owner);
     if (!pasw.isEmpty())
         txtPasw->setText(pasw);
+}
+
+int EditorRow(const QString& RecordID, int& TblNum) {
+    TRACE_PROC("frmEditRecord.EditorRow", RecordID);
+    TblNum = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    return FindDataRow(*CurUsDB, QString::number(static_cast<long long>(Val(RecordID))));
 }

@@ -35,3 +35,7 @@ public slots:
 private:
     QWidget* m_owner;
 };
+
+// The DataTable row of the record or folder an editor was opened for (RecordID is its
+// identifier as text); 0 when it is gone. TblNum receives the table.
+int EditorRow(const QString& RecordID, int& TblNum);

@@ -54,10 +54,7 @@ frmAddUser::frmAddUser(QWidget* parent) : QDialog(parent) {
     grid->addWidget(lblHint, 3, 1);
     grid->addWidget(chkLoadAfterAdd, 4, 0, 1, 2);
     grid->setColumnStretch(1, 1);
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    buttons->addWidget(cmdAddUser);
-    buttons->addWidget(cmdCancel);
+    auto* buttons = DialogButtonRow({cmdAddUser, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addLayout(buttons);

@@ -49,10 +49,7 @@ frmChangeUsPasw::frmChangeUsPasw(QWidget* parent) : QDialog(parent) {
     grid->addWidget(txtConfirm, 2, 1);
     grid->addWidget(lblHint, 3, 1);
     grid->setColumnStretch(1, 1);
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    buttons->addWidget(cmdOk);
-    buttons->addWidget(cmdCancel);
+    auto* buttons = DialogButtonRow({cmdOk, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addLayout(buttons);

@@ -57,10 +57,7 @@ frmPassword::frmPassword(QWidget* parent) : QDialog(parent) {
     grid->addWidget(txtPassword, 2, 1);
     grid->addWidget(lblSamplePassword, 3, 0, 1, 2);
     grid->setColumnStretch(1, 1);
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    buttons->addWidget(cmdOk);
-    buttons->addWidget(cmdCancel);
+    auto* buttons = DialogButtonRow({cmdOk, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addLayout(buttons);
