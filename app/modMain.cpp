@@ -112,7 +112,8 @@ int RemoveStaleTempCopies() {
 
 QString TempFolderProblem() {
     TRACE_PROC("modMain.TempFolderProblem");
-    const QString dir = GetWindowsTemp();
+    QString dir = GetWindowsTemp();
+    dir.chop(1);
     const QFileInfo fi(dir);
     if (!fi.exists())
         return QStringLiteral("the temporary folder %1 is missing and cannot be made").arg(dir);
