@@ -314,7 +314,17 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("user %1 exists already").arg(quoted(name)));
         return cliRefused;
     }
-    AddUser(path, name, pasw);
+    try {
+        AddUser(path, name, pasw);
+    } catch (const VbError& e) {
+        if (e.number() != vbErrPathFileAccess)
+            throw;
+        // A full disk or a folder that went away: nothing was created.
+        WipeString(pasw);
+        argent::diag::clearSnapshot();
+        say(QStringLiteral("user %1 could not be created: %2").arg(quoted(name), e.description()));
+        return cliFailed;
+    }
     WipeString(pasw);
     std::printf("User \"%s\" created.\n", name.toUtf8().constData());
     return cliOk;
