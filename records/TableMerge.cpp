@@ -41,16 +41,23 @@ qint64 numberOf(const QString& Text) {
 
 // The identifiers of a table, read once: plain numbers as numbers (-1 for any other text),
 // and the highest identifier the table handed out (its tag, or a higher row identifier).
+// With ParentCol, the parents are read in the same pass (the other side's rows make most of
+// the result, whose order is checked by parent).
 struct Ids {
     std::vector<qint64> Num;
+    std::vector<qint64> Parent;
     qint64 Top = 0;
-    Ids(const TableEntry& T, int IdCol) : Num(static_cast<size_t>(T.Records.size())) {
+    Ids(const TableEntry& T, int IdCol, int ParentCol = -1) : Num(static_cast<size_t>(T.Records.size())) {
         Top = numberOf(T.Tag);
+        if (ParentCol >= 0)
+            Parent.resize(Num.size());
         for (qsizetype i = 0; i < T.Records.size(); ++i) {
             const QStringList& r = T.Records[i];
             const qint64 v = IdCol < r.size() ? plainNumber(r[IdCol]) : -1;
             Num[static_cast<size_t>(i)] = v;
             Top = std::max(Top, v >= 0 ? v : numberOf(r.value(IdCol)));
+            if (ParentCol >= 0)
+                Parent[static_cast<size_t>(i)] = ParentCol < r.size() ? plainNumber(r[ParentCol]) : -1;
         }
     }
 };
@@ -99,10 +106,60 @@ private:
     QHash<QString, int> m_text;
 };
 
+// Our rows matched to the base. Rows that are still the very rows of the base (shared, not
+// copied: memory is made from the base, and a row nobody touched stays shared) are found by
+// walking both tables side by side, without reading them; only the other rows of ours are
+// read and indexed.
+struct OursMatch {
+    std::vector<int> BaseOf; // per row of ours: its row in the base, -1 when none was found
+    std::vector<int> OursOf; // per row of the base: its shared row in ours, -1
+    std::vector<qint64> Num; // per row of ours: the identifier when plain
+    qint64 Top = 0;
+    IdIndex Others; // the rows of ours that are not shared, by identifier
+
+    OursMatch(const TableEntry& Base, const Ids& BIds, const TableEntry& Ours, int IdCol)
+        : BaseOf(static_cast<size_t>(Ours.Records.size()), -1),
+          OursOf(static_cast<size_t>(Base.Records.size()), -1),
+          Num(static_cast<size_t>(Ours.Records.size()), -1) {
+        const qsizetype nb = Base.Records.size();
+        const qsizetype no = Ours.Records.size();
+        Top = numberOf(Ours.Tag);
+        std::vector<int> others;
+        qsizetype j = 0;
+        for (qsizetype i = 0; i < no; ++i) {
+            const QStringList& o = Ours.Records[i];
+            int match = -1;
+            // A few rows ahead: rows deleted from ours leave gaps.
+            for (qsizetype k = j; o.constData() && k < std::min(nb, j + 8); ++k)
+                if (Base.Records[k].constData() == o.constData() && Base.Records[k].size() == o.size()) {
+                    match = static_cast<int>(k);
+                    break;
+                }
+            if (match >= 0) {
+                BaseOf[static_cast<size_t>(i)] = match;
+                OursOf[static_cast<size_t>(match)] = static_cast<int>(i);
+                Num[static_cast<size_t>(i)] = BIds.Num[static_cast<size_t>(match)];
+                j = match + 1;
+            } else {
+                Num[static_cast<size_t>(i)] = IdCol < o.size() ? plainNumber(o[IdCol]) : -1;
+                others.push_back(static_cast<int>(i));
+            }
+            const qint64 v = Num[static_cast<size_t>(i)];
+            Top = std::max(Top, v >= 0 ? v : numberOf(o.value(IdCol)));
+        }
+        Others.size(Top, static_cast<qsizetype>(others.size()));
+        for (int i : others) {
+            const qint64 v = Num[static_cast<size_t>(i)];
+            Others.add(v, v >= 0 ? QString() : Ours.Records[i].value(IdCol), i);
+        }
+    }
+};
+
 struct OutRow {
     QStringList Row;
     bool ParentOurs = false; // the Parent value came from our side
     qint64 Num = -1;         // the identifier when it is a plain number
+    qint64 ParentNum = -2;   // the parent when it is a plain number; -2 not read yet
 };
 
 } // namespace
@@ -114,10 +171,10 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
     const int pCol = columnOf(layout, QStringLiteral("Parent"), 1);
     clsMergeResult res;
     clsMergeCounts& c = res.Counts;
-    const Ids bIds(Base, idCol), oIds(Ours, idCol), tIds(Theirs, idCol);
-    IdIndex bIdx, oIdx, tIdx;
+    const Ids bIds(Base, idCol), tIds(Theirs, idCol, pCol);
+    const OursMatch oIds(Base, bIds, Ours, idCol);
+    IdIndex bIdx, tIdx;
     bIdx.build(Base.Records, bIds.Num, idCol, bIds.Top);
-    oIdx.build(Ours.Records, oIds.Num, idCol, oIds.Top);
     tIdx.build(Theirs.Records, tIds.Num, idCol, tIds.Top);
 
     QList<OutRow> out;
@@ -128,17 +185,18 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
         const QString id = num >= 0 ? QString() : t.value(idCol);
         const int b = bIdx.find(num, id);
         if (b < 0) {
-            out.append({t, false, num});
+            out.append({t, false, num, tIds.Parent[static_cast<size_t>(ti)]});
             ++c.AddedTheirs;
             continue;
         }
         const QStringList& B = Base.Records[b];
-        const int o = oIdx.find(num, id);
+        const int shared = oIds.OursOf[static_cast<size_t>(b)];
+        const int o = shared >= 0 ? shared : oIds.Others.find(num, id);
         if (o < 0) {
             if (t == B) {
                 ++c.Deleted;
             } else {
-                out.append({t, false, num});
+                out.append({t, false, num, tIds.Parent[static_cast<size_t>(ti)]});
                 ++c.KeptChanged;
             }
             continue;
@@ -147,7 +205,7 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
         const bool oursChanged = O != B;
         const bool theirsChanged = t != B;
         if (!oursChanged) {
-            out.append({t, false, num});
+            out.append({t, false, num, tIds.Parent[static_cast<size_t>(ti)]});
             if (theirsChanged)
                 ++c.TakenTheirs;
         } else if (!theirsChanged) {
@@ -182,7 +240,8 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
         const QStringList& O = Ours.Records[oi];
         const qint64 oNum = oIds.Num[static_cast<size_t>(oi)];
         const QString id = oNum >= 0 ? QString() : O.value(idCol);
-        const int b = bIdx.find(oNum, id);
+        const int shared = oIds.BaseOf[static_cast<size_t>(oi)];
+        const int b = shared >= 0 ? shared : bIdx.find(oNum, id);
         const bool inTheirs = tIdx.find(oNum, id) >= 0;
         if (b >= 0) {
             if (inTheirs)
@@ -213,8 +272,10 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
         for (OutRow& r : out)
             if (r.ParentOurs) {
                 const auto m = res.NewIds.constFind(r.Row.value(pCol));
-                if (m != res.NewIds.cend())
+                if (m != res.NewIds.cend()) {
                     r.Row[pCol] = *m;
+                    r.ParentNum = -2;
+                }
             }
     res.Tag = QString::number(std::max(next - 1, baseTop));
 
@@ -257,18 +318,22 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
         while (r.size() <= pCol)
             r.append(QString());
         r[pCol] = root;
+        out[i].ParentNum = 0;
         ++c.Rehomed;
     };
     for (qsizetype i = 0; i < n; ++i) {
         const QStringList& r = out[i].Row;
-        const QString& p = pCol < r.size() ? r[pCol] : none;
-        const int at = p == root ? -1 : outIdx.find(p);
-        if (p == root || at < 0 || done[at] || at == i) {
-            if (p != root && (at < 0 || at == i))
+        qint64 pn = out[i].ParentNum;
+        if (pn == -2)
+            pn = pCol < r.size() ? plainNumber(r[pCol]) : -1;
+        const bool atRoot = pn == 0;
+        const int at = atRoot ? -1 : outIdx.find(pn, pn >= 0 ? none : (pCol < r.size() ? r[pCol] : none));
+        if (atRoot || at < 0 || done[at] || at == i) {
+            if (!atRoot && (at < 0 || at == i))
                 underRoot(i);
             place(static_cast<int>(i));
         } else {
-            waiting[p].append(static_cast<int>(i));
+            waiting[r.value(pCol)].append(static_cast<int>(i));
         }
     }
     // What is left waits on itself through a loop of moves: the first row of each loop
