@@ -1,11 +1,14 @@
 // ArgentPasswordMngr: the desktop program.
 
+#include "app/InstanceChannel.h"
 #include "app/guiApplication.h"
 #include "app/modMain.h"
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/frmError.h"
 #include "mainwindow/frmMain.h"
 #include "users/UserAccounts.h"
+
+#include <QPointer>
 
 #include <sys/prctl.h>
 
@@ -28,10 +31,17 @@ int main(int argc, char** argv) {
         main = new frmMain;
         main->setAttribute(Qt::WA_DeleteOnClose);
         main->Form_Load();
+        // A second start brings this window to the front.
+        QPointer<frmMain> window(main);
+        ListenForSecondStart([window] {
+            if (window)
+                window->mnuTrayShow_Click();
+        });
     });
     if (!started)
         return 0;
     const int rc = app.exec();
+    StopListening();
     ReleaseInstanceLock();
     return rc;
 }

@@ -5,6 +5,7 @@
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
 #include "users/UserAccounts.h"
+#include "users/guiStrengthMeter.h"
 
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -47,7 +48,10 @@ frmChangeUsPasw::frmChangeUsPasw(QWidget* parent) : QDialog(parent) {
     grid->addWidget(txtPassword, 1, 1);
     grid->addWidget(lblConfirmCap, 2, 0);
     grid->addWidget(txtConfirm, 2, 1);
-    grid->addWidget(lblHint, 3, 1);
+    ctlStrength = new StrengthMeter(txtPassword);
+    ctlStrength->SetUserWords({CurUser});
+    grid->addWidget(ctlStrength, 3, 1);
+    grid->addWidget(lblHint, 4, 1);
     grid->setColumnStretch(1, 1);
     auto* buttons = DialogButtonRow({cmdOk, cmdCancel});
     auto* lay = new QVBoxLayout(this);
@@ -70,6 +74,7 @@ void frmChangeUsPasw::ShowFormLang() {
     lblHint->setText(Texts(196));
     cmdOk->setText(Texts(197));
     cmdCancel->setText(Texts(198));
+    ctlStrength->ShowFormLang();
 }
 
 void frmChangeUsPasw::cmdOk_Click() {
