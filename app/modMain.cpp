@@ -34,19 +34,25 @@ bool makePrivateDir(const QString& path) {
     return true;
 }
 
-// A folder of our own under Base named Name: used only when it is a real directory (no
-// link) owned by this user with mode 0700; anything else - a folder someone else
-// prepared, a link, wider rights that cannot be narrowed - is left alone and a fresh
-// folder with a random suffix is made instead (once per run).
+// A real directory (no link) owned by this user with mode 0700.
+bool isPrivateDir(const QString& path) {
+    struct stat st {};
+    const QByteArray enc = QFile::encodeName(path);
+    return lstat(enc.constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == getuid() &&
+           (st.st_mode & 07777) == 0700;
+}
+
+// A folder of our own under Base named Name: used only when it is private (see above);
+// anything else - a folder someone else prepared, a link, wider rights that cannot be
+// narrowed - is left alone and a fresh folder with a random suffix is made instead, and
+// kept for the run while it stays private.
 QString privateFolder(const QString& Base, const QString& Name, QString& Fresh) {
     const QString dir = Pt(Base) + Name;
     makePrivateDir(dir);
-    struct stat st {};
-    const QByteArray enc = QFile::encodeName(dir);
-    if (lstat(enc.constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == getuid() &&
-        (st.st_mode & 07777) == 0700)
+    if (isPrivateDir(dir))
         return Pt(dir);
-    if (Fresh.isEmpty()) {
+    if (Fresh.isEmpty() || !Fresh.startsWith(Pt(Base)) || !isPrivateDir(Fresh)) {
+        Fresh.clear();
         QByteArray tpl = QFile::encodeName(Pt(Base) + Name + QStringLiteral("-XXXXXX"));
         if (mkdtemp(tpl.data()))
             Fresh = QFile::decodeName(tpl);

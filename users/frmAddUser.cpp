@@ -51,10 +51,11 @@ frmAddUser::frmAddUser(QWidget* parent) : QDialog(parent) {
     grid->addWidget(txtNewUsName, 0, 1);
     grid->addWidget(lblPaswCap, 1, 0);
     grid->addWidget(txtPasw, 1, 1);
-    grid->addWidget(lblConfirmCap, 2, 0);
-    grid->addWidget(txtConfirm, 2, 1);
+    grid->addWidget(lblConfirmCap, 3, 0);
+    grid->addWidget(txtConfirm, 3, 1);
     ctlStrength = new StrengthMeter(txtPasw);
-    grid->addWidget(ctlStrength, 3, 1);
+    // Under the new password, as wide as the form.
+    grid->addWidget(ctlStrength, 2, 0, 1, 2);
     grid->addWidget(lblHint, 4, 1);
     grid->addWidget(chkLoadAfterAdd, 5, 0, 1, 2);
     grid->setColumnStretch(1, 1);
@@ -62,7 +63,7 @@ frmAddUser::frmAddUser(QWidget* parent) : QDialog(parent) {
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addLayout(buttons);
-    setMinimumWidth(400);
+    setMinimumWidth(440);
 
     connect(cmdAddUser, &QPushButton::clicked, this, &frmAddUser::cmdAddUser_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);

@@ -46,18 +46,19 @@ frmChangeUsPasw::frmChangeUsPasw(QWidget* parent) : QDialog(parent) {
     grid->addWidget(lblUserName, 0, 1);
     grid->addWidget(lblPaswCap, 1, 0);
     grid->addWidget(txtPassword, 1, 1);
-    grid->addWidget(lblConfirmCap, 2, 0);
-    grid->addWidget(txtConfirm, 2, 1);
+    grid->addWidget(lblConfirmCap, 3, 0);
+    grid->addWidget(txtConfirm, 3, 1);
     ctlStrength = new StrengthMeter(txtPassword);
     ctlStrength->SetUserWords({CurUser});
-    grid->addWidget(ctlStrength, 3, 1);
+    // Under the new password, as wide as the form.
+    grid->addWidget(ctlStrength, 2, 0, 1, 2);
     grid->addWidget(lblHint, 4, 1);
     grid->setColumnStretch(1, 1);
     auto* buttons = DialogButtonRow({cmdOk, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addLayout(buttons);
-    setMinimumWidth(400);
+    setMinimumWidth(440);
 
     connect(cmdOk, &QPushButton::clicked, this, &frmChangeUsPasw::cmdOk_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);

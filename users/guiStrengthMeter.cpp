@@ -33,6 +33,14 @@ StrengthMeter::StrengthMeter(QLineEdit* Password, QWidget* parent) : QWidget(par
     lblWarning->setObjectName(QStringLiteral("lblWarning"));
     lblWarning->setWordWrap(true);
     lblWarning->setStyleSheet(QStringLiteral("color: #c62828"));
+    // The room of the texts is kept from the start, so that the form does not jump or
+    // cut them while the user types.
+    const int line = lblStrength->fontMetrics().lineSpacing();
+    lblStrength->setMinimumHeight(2 * line);
+    lblWarning->setMinimumHeight(3 * line);
+    QSizePolicy keep = lblWarning->sizePolicy();
+    keep.setRetainSizeWhenHidden(true);
+    lblWarning->setSizePolicy(keep);
     auto* lay = new QVBoxLayout(this);
     lay->setContentsMargins(0, 0, 0, 0);
     lay->setSpacing(2);
