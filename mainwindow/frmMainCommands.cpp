@@ -186,7 +186,6 @@ void frmMain::mnuContextTrvAddFolder_Click() {
     m_nodeById.insert(id.toInt(), node);
     parent->setExpanded(true);
     trvDatabase->setCurrentItem(node);
-    RefreshStatusCounts();
     // The new folder's name is offered for editing at once.
     m_dropHighlight = node;
     mnuContextTrvRename_Click();

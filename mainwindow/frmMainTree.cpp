@@ -290,7 +290,9 @@ QTreeWidgetItem* frmMain::InsertRowNode(const QString& IndNum) {
         parent->insertChild(0, node);
     m_nodeById.insert(static_cast<int>(Val(IndNum)), node);
     parent->setExpanded(true);
-    RefreshStatusCounts();
+    // The index is current (built by RowOf above, after the row was added).
+    if (QTreeWidgetItem* cur = trvDatabase->currentItem())
+        ShowStatusCounts(QString::number(NodeId(cur)));
     return node;
 }
 

@@ -53,10 +53,13 @@ int main(int argc, char** argv) {
         answer("error: usage: argentpm-clipkeeper --seconds N < value");
         return 2;
     }
-    // Under Wayland the X11 clipboard of XWayland is the one a process without a
-    // focused window may own; it reaches the Wayland clipboard through XWayland.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !qEnvironmentVariableIsEmpty("DISPLAY"))
+    // The X11 clipboard (under Wayland the one of XWayland) may be owned by a process
+    // without a focused window; a Wayland clipboard may not. Whatever platform the
+    // caller's environment names, the keeper serves the real desktop.
+    if (!qEnvironmentVariableIsEmpty("DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "xcb");
+    else if (!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "wayland");
     if (sodium_init() < 0) {
         answer("error: libsodium");
         return 1;
