@@ -8,6 +8,7 @@
 #include "mainwindow/frmMain.h"
 #include "users/UserAccounts.h"
 
+#include <QApplication>
 #include <QPointer>
 
 #include <sys/prctl.h>
@@ -30,13 +31,19 @@ int main(int argc, char** argv) {
             return;
         main = new frmMain;
         main->setAttribute(Qt::WA_DeleteOnClose);
-        main->Form_Load();
-        // A second start brings this window to the front.
+        // A second start brings this window to the front, from the first moment on
+        // (the password prompt of the first load included).
         QPointer<frmMain> window(main);
         ListenForSecondStart([window] {
             if (window)
                 window->mnuTrayShow_Click();
+            // A dialog waiting for an answer (the password prompt) comes up over it.
+            if (QWidget* modal = QApplication::activeModalWidget()) {
+                modal->raise();
+                modal->activateWindow();
+            }
         });
+        main->Form_Load();
     });
     if (!started)
         return 0;
