@@ -6,6 +6,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QTest>
 
 namespace {
@@ -126,6 +127,28 @@ private slots:
         QCOMPARE(copies.size(), 1);
         QCOMPARE(copies[0].toObject()["user"].toString(), QStringLiteral("anna"));
         QVERIFY(copies[0].toObject()["written"].toString().contains('T'));
+    }
+
+    // Every option a command's usage names is in the one list of the general help.
+    void helpListsEveryOption() {
+        TestEnv env;
+        CliRunner cli(env);
+        const QString all = cli({"--help"}).out;
+        const QString commands = all.section("Commands:\n", 1).section("\n\n", 0, 0);
+        static const QRegularExpression option("--[a-z-]+");
+        int checked = 0;
+        for (const QString& line : commands.split('\n')) {
+            const QString cmd = line.trimmed().section(' ', 0, 0);
+            const QString usage = cli({cmd, "--help"}).out.section("\n\n", 0, 0);
+            QVERIFY2(usage.startsWith("Usage: argentpm"), qPrintable(cmd));
+            for (auto m = option.globalMatch(usage); m.hasNext(); ++checked) {
+                const QString o = m.next().captured();
+                QVERIFY2(all.contains(QRegularExpression("\\n  (-[a-z], )?" + o + "[ \\n]")),
+                         qPrintable(cmd + " " + o));
+            }
+        }
+        QVERIFY(checked > 20);
+        QVERIFY(all.contains("--version"));
     }
 };
 ARGENT_TEST(CliScriptsTest)
