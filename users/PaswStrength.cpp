@@ -19,7 +19,9 @@ void wipe(QByteArray& b) {
 PaswStrength EstimatePaswStrength(const QString& Pasw, const QStringList& UserWords) {
     TRACE_PROC("modMain.EstimatePaswStrength", HIDDEN(Pasw));
     PaswStrength s;
-    QByteArray utf8 = Pasw.toUtf8();
+    // The estimator's work grows with the length; more characters only add strength, so
+    // the first 256 give a lower bound that keeps the meter quick on every key.
+    QByteArray utf8 = Pasw.left(256).toUtf8();
     std::vector<QByteArray> words;
     std::vector<const char*> dict;
     for (const QString& w : UserWords)
