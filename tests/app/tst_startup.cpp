@@ -17,6 +17,7 @@ namespace {
 int childMain(int& argc, char** argv) {
     QCoreApplication app(argc, argv);
     SetAppPath(qEnvironmentVariable("ARGENT_TEST_PROGDIR"));
+    SetExeFolderPath(qEnvironmentVariable("ARGENT_TEST_PROGDIR"));
     SetMsgBoxHandler([](const QString& prompt, int style, const QString&) {
         std::printf("MSGBOX %d %s\n", style, prompt.toUtf8().constData());
         return static_cast<int>(vbOK);
