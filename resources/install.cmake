@@ -41,19 +41,17 @@ endforeach()
 
 install(FILES resources/completion/argentpm.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
         RENAME argentpm)
-# zsh looks in vendor-completions under /usr (where the package installs) and in
-# site-functions elsewhere; the prefix is known only at install time.
-install(CODE "
-  if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
-    set(argent_zsh vendor-completions)
-  else()
-    set(argent_zsh site-functions)
-  endif()
-  file(INSTALL DESTINATION \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/zsh/\${argent_zsh}\"
-       TYPE FILE FILES \"${CMAKE_SOURCE_DIR}/resources/completion/_argentpm\")")
+# zsh looks in vendor-completions under /usr (where Debian's packages put theirs) and in
+# site-functions under other prefixes.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(ARGENT_ZSH_DIR ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+else()
+  set(ARGENT_ZSH_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+endif()
+install(FILES resources/completion/_argentpm DESTINATION ${ARGENT_ZSH_DIR})
 
-# The Debian package: cpack -G DEB in the build folder (see README). Its dependencies
-# are read from the shared libraries the programs link (dpkg-shlibdeps).
+# The Debian package: cpack -G DEB in the build folder (see README); it installs under /usr. Its dependencies are read from the shared libraries the programs link
+# (dpkg-shlibdeps).
 set(CPACK_PACKAGE_NAME argentpm)
 set(CPACK_PACKAGE_VENDOR "The Argent Password Manager developers")
 set(CPACK_PACKAGE_CONTACT "Argent Password Manager developers <argentpm@localhost>")
@@ -63,6 +61,7 @@ files, one per user, each protected by its master password. The desktop program
 ArgentPasswordMngr shows them as a tree of folders and records; argentpm works on
 the same files from a terminal.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_SOURCE_DIR}/resources/desktop/deb_layout.cmake)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
