@@ -19,7 +19,7 @@ src=$(cd "$(dirname "$0")/.." && pwd)
 build=$(realpath "${2:-$src/build}")
 mkdir -p "$work"
 mirror=$(sed -n 's/^URIs: *\(http[^ ]*\/debian\)$/\1/p; s/^deb \(http[^ ]*\/debian\) bookworm main.*/\1/p' \
-    /etc/apt/sources.list /etc/apt/sources.list.d/* 2>/dev/null | head -1)
+    /etc/apt/sources.list /etc/apt/sources.list.d/* 2>/dev/null | head -1 || true)
 mirror=${mirror:-http://deb.debian.org/debian}
 display=:$((70 + RANDOM % 20))
 mounts=()
