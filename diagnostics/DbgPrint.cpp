@@ -28,6 +28,21 @@ QString timeText() {
     return QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
 }
 
+// The log names deleted records' titles: only its owner reads it. A log left by an
+// older version with wider rights is narrowed once per run.
+bool openLog(QFile& f) {
+    constexpr auto kPrivate = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Append, kPrivate))
+        return false;
+    static bool narrowed = false;
+    if (!narrowed) {
+        narrowed = true;
+        if (f.permissions() != kPrivate)
+            f.setPermissions(kPrivate);
+    }
+    return true;
+}
+
 // Lines logged before the per-user folder exists (the first start of an installed copy
 // logs before it creates that folder): kept here and written with the first line that
 // finds the folder. Creating the folder for the log would make the first start look like
@@ -41,7 +56,7 @@ void appendToLog(const QByteArray& Bytes) {
         return;
     }
     QFile f(DbgFilePath());
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Append))
+    if (!openLog(f))
         RaiseError(vbErrPathFileAccess);
     const QByteArray out = g_pending + Bytes;
     if (f.write(out) != out.size())

@@ -88,10 +88,10 @@ void writeFileOver(const QString& Path, const QByteArray& Bytes, QFileDevice::Pe
 } // namespace
 
 QStringList PortableProgramFiles() {
-    return {QStringLiteral("ArgentPasswordMngr"), QStringLiteral("argentpm"),
-            QStringLiteral("start.dat"),          QStringLiteral("mainicon.ico"),
-            QStringLiteral("mainicon.png"),       QStringLiteral("readme.txt"),
-            QStringLiteral("SampleUser.bdb")};
+    return {QStringLiteral("ArgentPasswordMngr"),  QStringLiteral("argentpm"),
+            QStringLiteral("argentpm-clipkeeper"), QStringLiteral("start.dat"),
+            QStringLiteral("mainicon.ico"),        QStringLiteral("mainicon.png"),
+            QStringLiteral("readme.txt"),          QStringLiteral("SampleUser.bdb")};
 }
 
 QStringList PortableRequiredFiles() {
@@ -112,7 +112,8 @@ int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Pro
     const QString exe = Pt(ExeFolderPath());
     const QString prog = Pt(AppPath());
     const QString dbFolder = Pt(ProgConfig[5]);
-    const QStringList programs = {QStringLiteral("ArgentPasswordMngr"), QStringLiteral("argentpm")};
+    const QStringList programs = {QStringLiteral("ArgentPasswordMngr"), QStringLiteral("argentpm"),
+                                  QStringLiteral("argentpm-clipkeeper")};
 
     QStringList files;
     const QStringList required = PortableRequiredFiles();
@@ -122,7 +123,8 @@ int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Pro
     const auto sourceOf = [&](const QString& f) { return (programs.contains(f) ? exe : prog) + f; };
     QStringList programPaths;
     for (const QString& f : programs)
-        programPaths.append(exe + f);
+        if (files.contains(f))
+            programPaths.append(exe + f);
     const QList<PortableRuntimeFile> runtime = PortableRuntimeFiles(programPaths);
 
     // Progress counts work, not entries: an entry weighs one unit and one more for every

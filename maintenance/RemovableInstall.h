@@ -5,7 +5,8 @@
 // portable mode (a config.dat beside the executable).
 //
 // Layout under the target folder:
-//   ArgentPasswordMngr, argentpm    the programs (required), from the executables' folder
+//   ArgentPasswordMngr, argentpm    the programs (required), from the executables' folder,
+//   argentpm-clipkeeper             and the clipboard keeper of argentpm when it is there
 //   start.dat                       settings template (required)
 //   mainicon.ico, mainicon.png, readme.txt, SampleUser.bdb    when the program has them
 //   lib/, plugins/, qt.conf         the libraries and Qt plugins a machine without Qt

@@ -1,6 +1,6 @@
 # Installation (cmake --install, GNUInstallDirs) and the Debian package (cpack -G DEB).
 #
-#   bin/                                   ArgentPasswordMngr, argentpm
+#   bin/                                   ArgentPasswordMngr, argentpm, argentpm-clipkeeper
 #   share/argentpm/                        start.dat, SampleUser.bdb, Languages/, icons, readme.txt
 #   share/applications/                    the menu entry
 #   share/icons/hicolor/{16..256,scalable} the program's icon
@@ -13,7 +13,8 @@ set(ARGENT_APP_ID org.argentpm.ArgentPasswordMngr)
 set(ARGENT_DESKTOP_DIR ${CMAKE_SOURCE_DIR}/resources/desktop)
 set(ARGENT_GEN_DIR ${CMAKE_BINARY_DIR}/generated)
 
-install(TARGETS ArgentPasswordMngr argentpm RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# argentpm starts the clipboard keeper from its own folder.
+install(TARGETS ArgentPasswordMngr argentpm argentpm-clipkeeper RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 # The data folder: what build/bin holds beside the programs.
 install(FILES resources/start.dat resources/readme.txt resources/mainicon.ico resources/mainicon.png
