@@ -22,11 +22,15 @@ mirror=$(sed -n 's/^URIs: *\(http[^ ]*\/debian\)$/\1/p; s/^deb \(http[^ ]*\/debi
     /etc/apt/sources.list /etc/apt/sources.list.d/* 2>/dev/null | head -1 || true)
 mirror=${mirror:-http://deb.debian.org/debian}
 display=:$((70 + RANDOM % 20))
-mounts=()
 xvfb=""
+# unmount_under DIR: every mount below DIR, deepest first.
+unmount_under() {
+    { awk '{print $2}' /proc/mounts | grep "^$1/" || true; } | sort -r | while read -r m; do umount -l "$m"; done
+}
 cleanup() {
     [ -n "$xvfb" ] && kill "$xvfb" 2>/dev/null || true
-    for ((i = ${#mounts[@]} - 1; i >= 0; i--)); do umount -l "${mounts[i]}" 2>/dev/null || true; done
+    unmount_under "$work/pkg"
+    unmount_under "$work/port"
 }
 trap cleanup EXIT
 say() { printf '\n== %s\n' "$*"; }
@@ -38,17 +42,20 @@ if [ ! -d "$base/usr" ]; then
     /usr/bin/time -f "debootstrap: %e s" debootstrap --variant=minbase bookworm "$base" "$mirror" >"$work/debootstrap.log"
 fi
 
-# fresh_root NAME: a copy of the base root with /proc and the X socket folder mounted.
+# fresh_root NAME: WORK_DIR/NAME, a copy of the base root with /proc and the host's X
+# socket folder mounted. Whatever is mounted below an old copy is unmounted before it is
+# removed: the X socket folder is the host's own.
 fresh_root() {
     local r=$work/$1
-    rm -rf "$r"
+    unmount_under "$r"
+    if awk '{print $2}' /proc/mounts | grep -q "^$r/"; then fail "$r still has mounts"; fi
+    rm -rf --one-file-system "$r"
     cp -a "$base" "$r"
     cp /etc/resolv.conf "$r/etc/"
-    mount -t proc proc "$r/proc" && mounts+=("$r/proc")
-    mkdir -p "$r/tmp/.X11-unix" && mount --bind /tmp/.X11-unix "$r/tmp/.X11-unix" && mounts+=("$r/tmp/.X11-unix")
+    mount -t proc proc "$r/proc"
+    mkdir -p "$r/tmp/.X11-unix" && mount --bind /tmp/.X11-unix "$r/tmp/.X11-unix"
     chroot "$r" useradd -m anna
     chroot "$r" sh -c 'mkdir -p /tmp/rt && chmod 700 /tmp/rt && chown anna /tmp/rt'
-    echo "$r"
 }
 as_anna() { chroot "$1" su anna -c "cd; export DISPLAY=$display XDG_RUNTIME_DIR=/tmp/rt; $2"; }
 wait_window() {
@@ -75,7 +82,8 @@ say "package"
 (cd "$build" && cpack -G DEB >/dev/null)
 deb=$(ls "$build"/argentpm_*_amd64.deb)
 echo "$(basename "$deb"): $(stat -c %s "$deb") bytes; Depends: $(dpkg-deb -f "$deb" Depends)"
-r=$(fresh_root pkg)
+fresh_root pkg
+r=$work/pkg
 cp "$deb" "$r/tmp/"
 chroot "$r" apt-get update -qq
 n0=$(chroot "$r" dpkg -l | grep -c '^ii')
@@ -107,7 +115,8 @@ echo "the user's own folder stays: $(cd "$r/home/anna" && find .local/share/Arge
 
 # ---------------------------------------------------------------- 2. the portable copy
 say "portable copy"
-r=$(fresh_root port)
+fresh_root port
+r=$work/port
 chroot "$r" apt-get update -qq
 chroot "$r" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
     libx11-6 libx11-xcb1 libxcb1 libxcb-randr0 libxcb-render0 libxcb-shape0 libxcb-shm0 libxcb-sync1 \
