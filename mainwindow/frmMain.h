@@ -74,6 +74,9 @@ public:
     // the end), a changed row's node takes the row's text, image, colour and bold.
     QTreeWidgetItem* InsertRowNode(const QString& IndNum);
     void RefreshRowNode(const QString& IndNum);
+    // Nodes for the rows from FirstRec to the end of the table, added together (an
+    // import): the first one is a new folder, the others lie below it. It is selected.
+    void InsertImportedRows(int FirstRec);
 
     // The row of an identifier in the current database, 0 when there is none.
     int RowOf(const QString& IndNum) { return m_index.RowOf(*CurUsDBRef(), IndNum); }
@@ -105,6 +108,7 @@ public:
     QMenu* mnuTray = nullptr;
     QAction *mnuFileAddUser, *mnuFileDelCurUser, *mnuFileSelectUser, *mnuFileChangeUsPasw, *mnuFileSaveDB,
         *mnuFileExit, *mnuFileUnloadUser, *mnuFileBackup;
+    QAction *mnuFileImport, *mnuFileExport;
     QAction *mnuViewToolBar, *mnuViewStatusbar, *mnuViewOnTop;
     QAction *mnuToolsClearClip, *mnuToolsFind, *mnuToolsOptions, *mnuToolsGenerator, *mnuToolsFlash;
     QAction *mnuHelpContents, *mnuHelpAbout, *mnuHelpAskSupport;
@@ -128,6 +132,8 @@ public slots:
     void mnuFileSaveDB_Click();
     void mnuFileUnloadUser_Click();
     void mnuFileBackup_Click();
+    void mnuFileImport_Click();
+    void mnuFileExport_Click();
     void mnuFileExit_Click();
     void mnuViewOnTop_Click();
     void mnuViewStatusbar_Click();

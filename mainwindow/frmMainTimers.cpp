@@ -31,7 +31,8 @@ void frmMain::SetCommandStates() {
     for (QAction* a : {btnDelUser, btnFind})
         a->setEnabled(loaded);
     for (QAction* a :
-         {mnuFileDelCurUser, mnuFileSaveDB, mnuFileChangeUsPasw, mnuFileUnloadUser, mnuToolsFind})
+         {mnuFileDelCurUser, mnuFileSaveDB, mnuFileChangeUsPasw, mnuFileUnloadUser, mnuToolsFind, mnuFileImport,
+          mnuFileExport})
         a->setEnabled(loaded);
     QTreeWidgetItem* node = trvDatabase->currentItem();
     if (!loaded) {

@@ -1,0 +1,256 @@
+// Export of a user, or of one folder with everything below it, to KeePass 2 XML and to
+// KeePassXC CSV, and the checked writing of the file.
+
+#include "records/CsvReader.h"
+#include "records/ImportExport.h"
+
+#include "app/VbConv.h"
+#include "diagnostics/Trace.h"
+#include "records/RecordTree.h"
+#include "storage/clsDatabase.h"
+
+#include <QHash>
+#include <QSaveFile>
+#include <QUuid>
+#include <QXmlStreamWriter>
+
+namespace {
+
+using namespace Qt::StringLiterals;
+
+// The rows below a folder, walked depth first: a folder's records, then its folders,
+// each in table order.
+class RowTree {
+public:
+    explicit RowTree(const clsDatabase& Db) {
+        const DatabaseRecord& d = Db.DBView();
+        for (const TableEntry& t : d.Tables)
+            if (t.Name.compare("DataTable"_L1, Qt::CaseInsensitive) == 0)
+                m_t = &t;
+        if (!m_t)
+            return;
+        auto col = [this](const char* Name) {
+            return static_cast<int>(m_t->FldNames.indexOf(QLatin1String(Name)));
+        };
+        Ind = col("IndNum");
+        Par = col("Parent");
+        Type = col("Type");
+        Title = col("Title");
+        Login = col("Login");
+        Pasw = col("Password");
+        Desc = col("Description");
+        Image = col("Image");
+        Flags = col("Flags");
+        m_kids.reserve(m_t->RecNum() / 8 + 16);
+        for (int i = 0; i < m_t->RecNum(); ++i) {
+            const QString id = v(i, Ind);
+            m_kids[v(i, Par)].append(i);
+            if (!m_rowOf.contains(id))
+                m_rowOf.insert(id, i);
+        }
+        m_seen.resize(m_t->RecNum());
+    }
+    bool Ok() const { return m_t && Ind >= 0 && Par >= 0; }
+    QString v(int Row, int Col) const {
+        const QStringList& r = m_t->Records[Row];
+        return Col >= 0 && Col < r.size() ? r[Col] : QString();
+    }
+    bool IsRecord(int Row) const { return v(Row, Type).trimmed() == "2"_L1; }
+    int RowOf(const QString& Id) const { return m_rowOf.value(Id, -1); }
+    // Children of a folder not met before: a damaged file with a loop ends, not repeats.
+    QList<int> Kids(const QString& Id) {
+        QList<int> out;
+        for (int r : m_kids.value(Id))
+            if (!m_seen[r]) {
+                m_seen[r] = true;
+                out.append(r);
+            }
+        return out;
+    }
+
+    int Ind = -1, Par = -1, Type = -1, Title = -1, Login = -1, Pasw = -1, Desc = -1, Image = -1, Flags = -1;
+
+private:
+    const TableEntry* m_t = nullptr;
+    QHash<QString, QList<int>> m_kids;
+    QHash<QString, int> m_rowOf;
+    std::vector<bool> m_seen;
+};
+
+QString newUuid() {
+    return QString::fromLatin1(QUuid::createUuid().toRfc4122().toBase64());
+}
+
+// XML 1.0 has no place for most control characters: they are left out.
+QString xmlSafe(const QString& S) {
+    for (QChar c : S)
+        if (c.unicode() < 0x20 && c != u'\t' && c != u'\n' && c != u'\r') {
+            QString out;
+            for (QChar d : S)
+                if (d.unicode() >= 0x20 || d == u'\t' || d == u'\n' || d == u'\r')
+                    out.append(d);
+            return out;
+        }
+    return S;
+}
+
+class XmlExport {
+public:
+    XmlExport(RowTree& T, QByteArray& Out, ExpCounts& C) : m_t(T), m_w(&Out), m_c(C) {
+        m_w.setAutoFormatting(true);
+        m_w.setAutoFormattingIndent(-1); // one tab
+    }
+    void Run(const QString& RootID, const QString& RootName) {
+        m_w.writeStartDocument();
+        m_w.writeStartElement("KeePassFile"_L1);
+        m_w.writeStartElement("Meta"_L1);
+        m_w.writeTextElement("Generator"_L1, "ArgentPasswordMngr"_L1);
+        m_w.writeTextElement("DatabaseName"_L1, xmlSafe(RootName));
+        m_w.writeEndElement();
+        m_w.writeStartElement("Root"_L1);
+        group(RootID, RootName, -1);
+        m_w.writeEndElement();
+        m_w.writeEndElement();
+        m_w.writeEndDocument();
+    }
+
+private:
+    void string(const char* Key, const QString& Value, bool Protect = false) {
+        m_w.writeStartElement("String"_L1);
+        m_w.writeTextElement("Key"_L1, QLatin1String(Key));
+        m_w.writeStartElement("Value"_L1);
+        if (Protect)
+            m_w.writeAttribute("ProtectInMemory"_L1, "True"_L1);
+        m_w.writeCharacters(xmlSafe(Value));
+        m_w.writeEndElement();
+        m_w.writeEndElement();
+    }
+    // The row's look as custom data, when it is not that of a new row.
+    void look(int Row, const char* DefaultImage) {
+        const QString flags = m_t.v(Row, m_t.Flags), image = m_t.v(Row, m_t.Image);
+        const bool ownFlags = !flags.isEmpty() && flags != "0|0"_L1;
+        const bool ownImage = !image.isEmpty() && image != QLatin1String(DefaultImage);
+        if (!ownFlags && !ownImage)
+            return;
+        m_w.writeStartElement("CustomData"_L1);
+        auto item = [this](const char* Key, const QString& Value) {
+            m_w.writeStartElement("Item"_L1);
+            m_w.writeTextElement("Key"_L1, QLatin1String(Key));
+            m_w.writeTextElement("Value"_L1, xmlSafe(Value));
+            m_w.writeEndElement();
+        };
+        if (ownFlags)
+            item("ArgentPM.Flags", flags);
+        if (ownImage)
+            item("ArgentPM.Image", image);
+        m_w.writeEndElement();
+    }
+    void entry(int Row) {
+        ++m_c.Records;
+        m_w.writeStartElement("Entry"_L1);
+        m_w.writeTextElement("UUID"_L1, newUuid());
+        m_w.writeTextElement("IconID"_L1, "0"_L1);
+        int col = 0, bits = 0;
+        GetSepatRecOptns(m_t.v(Row, m_t.Flags), col, bits);
+        if (col != 0)
+            m_w.writeTextElement(
+                "ForegroundColor"_L1,
+                QStringLiteral("#%1")
+                    .arg(((col & 0xFF) << 16) | (col & 0xFF00) | ((col >> 16) & 0xFF), 6, 16, QChar(u'0'))
+                    .toUpper());
+        string("Notes", m_t.v(Row, m_t.Desc));
+        string("Password", m_t.v(Row, m_t.Pasw), true);
+        string("Title", m_t.v(Row, m_t.Title));
+        string("URL", QString());
+        string("UserName", m_t.v(Row, m_t.Login));
+        look(Row, "1key");
+        m_w.writeEndElement();
+    }
+    void group(const QString& Id, const QString& Name, int Row) {
+        m_w.writeStartElement("Group"_L1);
+        m_w.writeTextElement("UUID"_L1, newUuid());
+        m_w.writeTextElement("Name"_L1, xmlSafe(Name));
+        m_w.writeTextElement("IconID"_L1, "48"_L1);
+        if (Row >= 0)
+            look(Row, "2key");
+        const QList<int> kids = m_t.Kids(Id);
+        for (int r : kids)
+            if (m_t.IsRecord(r))
+                entry(r);
+        for (int r : kids)
+            if (!m_t.IsRecord(r)) {
+                ++m_c.Folders;
+                group(m_t.v(r, m_t.Ind), m_t.v(r, m_t.Title), r);
+            }
+        m_w.writeEndElement();
+    }
+
+    RowTree& m_t;
+    QXmlStreamWriter m_w;
+    ExpCounts& m_c;
+};
+
+void csvGroup(RowTree& T, const QString& Id, const QString& Path, QString& Out, ExpCounts& C) {
+    const QList<int> kids = T.Kids(Id);
+    for (int r : kids)
+        if (T.IsRecord(r)) {
+            ++C.Records;
+            AppendCsvRecord(Out, {Path, T.v(r, T.Title), T.v(r, T.Login), T.v(r, T.Pasw), QString(),
+                                  T.v(r, T.Desc), QString(), u"0"_s, QString(), QString()});
+        }
+    for (int r : kids)
+        if (!T.IsRecord(r)) {
+            ++C.Folders;
+            csvGroup(T, T.v(r, T.Ind), Path + u'/' + T.v(r, T.Title), Out, C);
+        }
+}
+
+} // namespace
+
+QByteArray ExportRecordTree(const clsDatabase& pDB, const QString& RootID, ExpFormat Format,
+                            ExpCounts* Counts) {
+    TRACE_PROC("modImport.ExportRecordTree", RootID, static_cast<int>(Format));
+    ExpCounts c;
+    if (Counts)
+        *Counts = c;
+    RowTree t(pDB);
+    if (!t.Ok())
+        return QByteArray();
+    QString rootName = pDB.Tag();
+    if (RootID != "0"_L1) {
+        const int row = t.RowOf(RootID);
+        if (row < 0 || t.IsRecord(row))
+            return QByteArray();
+        rootName = t.v(row, t.Title);
+    }
+    QByteArray out;
+    if (Format == ExpFormat::KeePassXml) {
+        XmlExport(t, out, c).Run(RootID, rootName);
+    } else {
+        QString text;
+        AppendCsvRecord(text, {u"Group"_s, u"Title"_s, u"Username"_s, u"Password"_s, u"URL"_s, u"Notes"_s,
+                               u"TOTP"_s, u"Icon"_s, u"Last Modified"_s, u"Created"_s});
+        csvGroup(t, RootID, rootName, text, c);
+        out = text.toUtf8();
+    }
+    if (Counts)
+        *Counts = c;
+    return out;
+}
+
+bool WriteExportFile(const QString& Path, const QByteArray& Bytes, QString& Err) {
+    TRACE_PROC("modImport.WriteExportFile", Path, static_cast<long long>(Bytes.size()));
+    QSaveFile f(Path);
+    if (!f.open(QIODevice::WriteOnly)) {
+        Err = f.errorString();
+        return false;
+    }
+    // QSaveFile keeps the mode of a file it replaces: the export is private whatever was there.
+    f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    if (f.write(Bytes) != Bytes.size() || !f.commit()) {
+        Err = f.errorString();
+        f.cancelWriting();
+        return false;
+    }
+    return true;
+}
