@@ -273,9 +273,8 @@ int main(int argc, char** argv) {
         } else if (a == QLatin1String("--")) {
             words += args.mid(i + 1);
             break;
-        } else if (a.startsWith(u'-') &&
-                   (ownOptions.contains(a) || ownOptions.contains(a + u'=') ||
-                    ownOptions.contains(a.section(u'=', 0, 0) + u'='))) {
+        } else if (a.startsWith(u'-') && (ownOptions.contains(a) || ownOptions.contains(a + u'=') ||
+                                          ownOptions.contains(a.section(u'=', 0, 0) + u'='))) {
             const QString name = a.section(u'=', 0, 0);
             if (!ownOptions.contains(name + u'=')) {
                 if (a.contains(u'=')) {

@@ -14,8 +14,8 @@
 #include "records/frmEditFolder.h"
 #include "records/frmEditRecord.h"
 #include "records/frmExport.h"
-#include "records/frmImport.h"
 #include "records/frmFind.h"
+#include "records/frmImport.h"
 #include "records/frmPaswGenerator.h"
 #include "users/UserAccounts.h"
 
@@ -114,6 +114,7 @@ void frmMain::mnuFileExport_Click() {
     if (!UserLoaded())
         return;
     QTreeWidgetItem* folder = chosenFolder(trvDatabase->currentItem(), NodeByKey(QStringLiteral("0key")));
-    frmExport dlg(this, folder ? QString::number(NodeId(folder)) : QStringLiteral("0"), folder ? folder->text(0) : QString());
+    frmExport dlg(this, folder ? QString::number(NodeId(folder)) : QStringLiteral("0"),
+                  folder ? folder->text(0) : QString());
     ShowModal(dlg);
 }
