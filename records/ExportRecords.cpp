@@ -105,7 +105,7 @@ public:
         m_w.writeStartElement("KeePassFile"_L1);
         m_w.writeStartElement("Meta"_L1);
         m_w.writeTextElement("Generator"_L1, "ArgentPasswordMngr"_L1);
-        m_w.writeTextElement("DatabaseName"_L1, xmlSafe(RootName));
+        text("DatabaseName", RootName);
         m_w.writeEndElement();
         m_w.writeStartElement("Root"_L1);
         group(RootID, RootName, -1);
@@ -115,13 +115,29 @@ public:
     }
 
 private:
+    // A reader turns CR LF into LF: a CR is written as a character reference to survive.
+    void chars(const QString& Text) {
+        const QString safe = xmlSafe(Text);
+        qsizetype from = 0;
+        for (qsizetype cr = safe.indexOf(u'\r'); cr >= 0; cr = safe.indexOf(u'\r', from)) {
+            m_w.writeCharacters(safe.mid(from, cr - from));
+            m_w.writeEntityReference("#13"_L1);
+            from = cr + 1;
+        }
+        m_w.writeCharacters(from == 0 ? safe : safe.mid(from));
+    }
+    void text(const char* Element, const QString& Text) {
+        m_w.writeStartElement(QLatin1String(Element));
+        chars(Text);
+        m_w.writeEndElement();
+    }
     void string(const char* Key, const QString& Value, bool Protect = false) {
         m_w.writeStartElement("String"_L1);
         m_w.writeTextElement("Key"_L1, QLatin1String(Key));
         m_w.writeStartElement("Value"_L1);
         if (Protect)
             m_w.writeAttribute("ProtectInMemory"_L1, "True"_L1);
-        m_w.writeCharacters(xmlSafe(Value));
+        chars(Value);
         m_w.writeEndElement();
         m_w.writeEndElement();
     }
@@ -136,7 +152,7 @@ private:
         auto item = [this](const char* Key, const QString& Value) {
             m_w.writeStartElement("Item"_L1);
             m_w.writeTextElement("Key"_L1, QLatin1String(Key));
-            m_w.writeTextElement("Value"_L1, xmlSafe(Value));
+            text("Value", Value);
             m_w.writeEndElement();
         };
         if (ownFlags)
@@ -169,7 +185,7 @@ private:
     void group(const QString& Id, const QString& Name, int Row) {
         m_w.writeStartElement("Group"_L1);
         m_w.writeTextElement("UUID"_L1, newUuid());
-        m_w.writeTextElement("Name"_L1, xmlSafe(Name));
+        text("Name", Name);
         m_w.writeTextElement("IconID"_L1, "48"_L1);
         if (Row >= 0)
             look(Row, "2key");
