@@ -8,11 +8,11 @@
 #include "diagnostics/Trace.h"
 #include "records/RecordTree.h"
 #include "storage/clsDatabase.h"
+#include "users/UserAccounts.h"
 
 #include <QHash>
 #include <QSaveFile>
 #include <QUuid>
-#include <QXmlStreamWriter>
 
 namespace {
 
@@ -81,65 +81,83 @@ QString newUuid() {
     return QString::fromLatin1(QUuid::createUuid().toRfc4122().toBase64());
 }
 
-// XML 1.0 has no place for most control characters: they are left out.
-QString xmlSafe(const QString& S) {
-    for (QChar c : S)
-        if (c.unicode() < 0x20 && c != u'\t' && c != u'\n' && c != u'\r') {
-            QString out;
-            for (QChar d : S)
-                if (d.unicode() >= 0x20 || d == u'\t' || d == u'\n' || d == u'\r')
-                    out.append(d);
-            return out;
+// Text for an element of XML 1.0, in UTF-8: markup characters as references, a CR as a
+// character reference (a reader would turn CR LF into LF), control characters XML has no
+// place for left out. Bytes of multi-byte characters are never below 0x80, so the
+// escaping works on the bytes.
+void appendXmlText(QByteArray& Out, const QString& S) {
+    const QByteArray u = S.toUtf8();
+    for (char c : u) {
+        switch (c) {
+        case '&':
+            Out.append("&amp;");
+            break;
+        case '<':
+            Out.append("&lt;");
+            break;
+        case '>':
+            Out.append("&gt;");
+            break;
+        case '"':
+            Out.append("&quot;");
+            break;
+        case '\r':
+            Out.append("&#13;");
+            break;
+        default:
+            if (static_cast<unsigned char>(c) >= 0x20 || c == '\t' || c == '\n')
+                Out.append(c);
         }
-    return S;
+    }
 }
 
+// The XML is written as text: the structure is fixed and every value goes through
+// appendXmlText. Tabs indent as KeePassXC's own export does.
 class XmlExport {
 public:
-    XmlExport(RowTree& T, QByteArray& Out, ExpCounts& C) : m_t(T), m_w(&Out), m_c(C) {
-        m_w.setAutoFormatting(true);
-        m_w.setAutoFormattingIndent(-1); // one tab
-    }
+    XmlExport(RowTree& T, QByteArray& Out, ExpCounts& C) : m_t(T), m_o(Out), m_c(C) {}
     void Run(const QString& RootID, const QString& RootName) {
-        m_w.writeStartDocument();
-        m_w.writeStartElement("KeePassFile"_L1);
-        m_w.writeStartElement("Meta"_L1);
-        m_w.writeTextElement("Generator"_L1, "ArgentPasswordMngr"_L1);
+        m_o.append("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<KeePassFile>\n");
+        m_depth = 1;
+        open("Meta");
+        text("Generator", u"ArgentPasswordMngr"_s);
         text("DatabaseName", RootName);
-        m_w.writeEndElement();
-        m_w.writeStartElement("Root"_L1);
+        close("Meta");
+        open("Root");
         group(RootID, RootName, -1);
-        m_w.writeEndElement();
-        m_w.writeEndElement();
-        m_w.writeEndDocument();
+        close("Root");
+        m_o.append("</KeePassFile>\n");
     }
 
 private:
-    // A reader turns CR LF into LF: a CR is written as a character reference to survive.
-    void chars(const QString& Text) {
-        const QString safe = xmlSafe(Text);
-        qsizetype from = 0;
-        for (qsizetype cr = safe.indexOf(u'\r'); cr >= 0; cr = safe.indexOf(u'\r', from)) {
-            m_w.writeCharacters(safe.mid(from, cr - from));
-            m_w.writeEntityReference("#13"_L1);
-            from = cr + 1;
-        }
-        m_w.writeCharacters(from == 0 ? safe : safe.mid(from));
+    void indent() {
+        for (int i = 0; i < m_depth; ++i)
+            m_o.append('\t');
     }
-    void text(const char* Element, const QString& Text) {
-        m_w.writeStartElement(QLatin1String(Element));
-        chars(Text);
-        m_w.writeEndElement();
+    void open(const char* Element) {
+        indent();
+        m_o.append('<').append(Element).append(">\n");
+        ++m_depth;
+    }
+    void close(const char* Element) {
+        --m_depth;
+        indent();
+        m_o.append("</").append(Element).append(">\n");
+    }
+    void text(const char* Element, const QString& Text, const char* Attribute = nullptr) {
+        indent();
+        m_o.append('<').append(Element);
+        if (Attribute)
+            m_o.append(' ').append(Attribute);
+        m_o.append('>');
+        appendXmlText(m_o, Text);
+        m_o.append("</").append(Element).append(">\n");
     }
     void string(const char* Key, const QString& Value, bool Protect = false) {
-        m_w.writeStartElement("String"_L1);
-        m_w.writeTextElement("Key"_L1, QLatin1String(Key));
-        m_w.writeStartElement("Value"_L1);
-        if (Protect)
-            m_w.writeAttribute("ProtectInMemory"_L1, "True"_L1);
-        chars(Value);
-        m_w.writeEndElement();
-        m_w.writeEndElement();
+        open("String");
+        text("Key", QLatin1String(Key));
+        text("Value", Value, Protect ? "ProtectInMemory=\"True\"" : nullptr);
+        close("String");
     }
     // The row's look as custom data, when it is not that of a new row.
     void look(int Row, const char* DefaultImage) {
@@ -148,45 +166,44 @@ private:
         const bool ownImage = !image.isEmpty() && image != QLatin1String(DefaultImage);
         if (!ownFlags && !ownImage)
             return;
-        m_w.writeStartElement("CustomData"_L1);
+        open("CustomData");
         auto item = [this](const char* Key, const QString& Value) {
-            m_w.writeStartElement("Item"_L1);
-            m_w.writeTextElement("Key"_L1, QLatin1String(Key));
+            open("Item");
+            text("Key", QLatin1String(Key));
             text("Value", Value);
-            m_w.writeEndElement();
+            close("Item");
         };
         if (ownFlags)
             item("ArgentPM.Flags", flags);
         if (ownImage)
             item("ArgentPM.Image", image);
-        m_w.writeEndElement();
+        close("CustomData");
     }
     void entry(int Row) {
         ++m_c.Records;
-        m_w.writeStartElement("Entry"_L1);
-        m_w.writeTextElement("UUID"_L1, newUuid());
-        m_w.writeTextElement("IconID"_L1, "0"_L1);
+        open("Entry");
+        text("UUID", newUuid());
+        text("IconID", u"0"_s);
         int col = 0, bits = 0;
         GetSepatRecOptns(m_t.v(Row, m_t.Flags), col, bits);
         if (col != 0)
-            m_w.writeTextElement(
-                "ForegroundColor"_L1,
-                QStringLiteral("#%1")
-                    .arg(((col & 0xFF) << 16) | (col & 0xFF00) | ((col >> 16) & 0xFF), 6, 16, QChar(u'0'))
-                    .toUpper());
+            text("ForegroundColor",
+                 QStringLiteral("#%1")
+                     .arg(((col & 0xFF) << 16) | (col & 0xFF00) | ((col >> 16) & 0xFF), 6, 16, QChar(u'0'))
+                     .toUpper());
         string("Notes", m_t.v(Row, m_t.Desc));
         string("Password", m_t.v(Row, m_t.Pasw), true);
         string("Title", m_t.v(Row, m_t.Title));
         string("URL", QString());
         string("UserName", m_t.v(Row, m_t.Login));
         look(Row, "1key");
-        m_w.writeEndElement();
+        close("Entry");
     }
     void group(const QString& Id, const QString& Name, int Row) {
-        m_w.writeStartElement("Group"_L1);
-        m_w.writeTextElement("UUID"_L1, newUuid());
+        open("Group");
+        text("UUID", newUuid());
         text("Name", Name);
-        m_w.writeTextElement("IconID"_L1, "48"_L1);
+        text("IconID", u"48"_s);
         if (Row >= 0)
             look(Row, "2key");
         const QList<int> kids = m_t.Kids(Id);
@@ -198,12 +215,13 @@ private:
                 ++m_c.Folders;
                 group(m_t.v(r, m_t.Ind), m_t.v(r, m_t.Title), r);
             }
-        m_w.writeEndElement();
+        close("Group");
     }
 
     RowTree& m_t;
-    QXmlStreamWriter m_w;
+    QByteArray& m_o;
     ExpCounts& m_c;
+    int m_depth = 0;
 };
 
 void csvGroup(RowTree& T, const QString& Id, const QString& Path, QString& Out, ExpCounts& C) {
@@ -248,6 +266,7 @@ QByteArray ExportRecordTree(const clsDatabase& pDB, const QString& RootID, ExpFo
                                u"TOTP"_s, u"Icon"_s, u"Last Modified"_s, u"Created"_s});
         csvGroup(t, RootID, rootName, text, c);
         out = text.toUtf8();
+        WipeString(text);
     }
     if (Counts)
         *Counts = c;

@@ -76,6 +76,19 @@ int firstNonUtf8Line(const QByteArray& Bytes) {
     return 0;
 }
 
+// The counts of what was read, or nothing at all when the reading failed.
+bool finishImport(bool Ok, ImpFormat Format, ImpData& Out) {
+    if (!Ok) {
+        Out = ImpData();
+        return false;
+    }
+    Out.Format = Format;
+    Out.Folders = Out.Records = 0;
+    for (const ImpRow& r : Out.Rows)
+        ++(r.Folder ? Out.Folders : Out.Records);
+    return true;
+}
+
 } // namespace
 
 QString ImpFormatName(ImpFormat Format) {
@@ -266,15 +279,7 @@ bool ParseImport(const QByteArray& Bytes, ImpFormat Format, const CsvMapping& Ma
         ok = ParseCsvImport(Bytes, Format, Map, Out, Err, Progress);
         break;
     }
-    if (!ok) {
-        Out = ImpData();
-        return false;
-    }
-    Out.Format = Format;
-    Out.Folders = Out.Records = 0;
-    for (const ImpRow& r : Out.Rows)
-        ++(r.Folder ? Out.Folders : Out.Records);
-    return true;
+    return finishImport(ok, Format, Out);
 }
 
 bool ReadImportFile(const QString& Path, ImpFormat Format, const CsvMapping& Map, ImpData& Out, ImpError& Err,
@@ -286,6 +291,11 @@ bool ReadImportFile(const QString& Path, ImpFormat Format, const CsvMapping& Map
         Err = ImpError{impCantRead, 0,
                        QFileInfo(Path).isDir() ? QStringLiteral("it is a folder") : f.errorString()};
         return false;
+    }
+    if (Format == ImpFormat::KeePassXml ||
+        (Format == ImpFormat::Detect && DetectImportFormat(f.peek(4096)) == ImpFormat::KeePassXml)) {
+        Err = ImpError();
+        return finishImport(ParseKeePassXmlFile(f, Out, Err, Progress), ImpFormat::KeePassXml, Out);
     }
     const QByteArray bytes = f.readAll();
     if (f.error() != QFileDevice::NoError) {

@@ -34,6 +34,7 @@
 
 #include <functional>
 
+class QIODevice;
 class clsDatabase;
 
 enum class ImpFormat { Detect, KeePassXml, KeePassXcCsv, BitwardenJson, BrowserCsv, GenericCsv };
@@ -109,7 +110,8 @@ CsvMapping GuessCsvMapping(const QStringList& Header);
 bool ParseCsvMapping(const QString& Spec, const QStringList& Header, CsvMapping& Out, QString& Bad);
 
 // Reads a file whole. Format Detect detects it; a generic CSV without a mapping uses
-// GuessCsvMapping. False with Err filled when it cannot be read; Out is then empty.
+// GuessCsvMapping. False with Err filled when it cannot be read; Out is then empty. XML is
+// read from the file as it goes, the other formats from its bytes.
 bool ReadImportFile(const QString& Path, ImpFormat Format, const CsvMapping& Map, ImpData& Out, ImpError& Err,
                     const ImpProgress& Progress = {});
 bool ParseImport(const QByteArray& Bytes, ImpFormat Format, const CsvMapping& Map, ImpData& Out,
@@ -119,6 +121,7 @@ QStringList ReadCsvHeader(const QByteArray& Bytes);
 
 // The parsers, one per format (Bytes without any checks of what they hold).
 bool ParseKeePassXml(const QByteArray& Bytes, ImpData& Out, ImpError& Err, const ImpProgress& Progress);
+bool ParseKeePassXmlFile(QIODevice& Device, ImpData& Out, ImpError& Err, const ImpProgress& Progress);
 bool ParseBitwardenJson(const QByteArray& Bytes, ImpData& Out, ImpError& Err);
 bool ParseCsvImport(const QByteArray& Bytes, ImpFormat Format, const CsvMapping& Map, ImpData& Out,
                     ImpError& Err, const ImpProgress& Progress);

@@ -18,6 +18,9 @@ class KeePassXmlParser {
 public:
     KeePassXmlParser(const QByteArray& Bytes, ImpData& Out, const ImpProgress& Progress)
         : m_x(Bytes), m_out(Out), m_progress(Progress), m_total(Bytes.size()) {}
+    // From a file, read as it goes: a large export is never held whole, nor decoded whole.
+    KeePassXmlParser(QIODevice* Device, ImpData& Out, const ImpProgress& Progress)
+        : m_x(Device), m_out(Out), m_progress(Progress), m_total(Device->size()) {}
 
     bool Run(ImpError& Err) {
         if (!m_x.readNextStartElement())
@@ -276,5 +279,11 @@ private:
 bool ParseKeePassXml(const QByteArray& Bytes, ImpData& Out, ImpError& Err, const ImpProgress& Progress) {
     TRACE_PROC("modImport.ParseKeePassXml", static_cast<long long>(Bytes.size()));
     KeePassXmlParser p(Bytes, Out, Progress);
+    return p.Run(Err);
+}
+
+bool ParseKeePassXmlFile(QIODevice& Device, ImpData& Out, ImpError& Err, const ImpProgress& Progress) {
+    TRACE_PROC("modImport.ParseKeePassXmlFile", static_cast<long long>(Device.size()));
+    KeePassXmlParser p(&Device, Out, Progress);
     return p.Run(Err);
 }

@@ -21,8 +21,6 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-#include <sodium.h>
-
 namespace {
 
 // The formats in the order of the list; item 0 detects.
@@ -162,17 +160,14 @@ void frmImport::LoadFile(const QString& Path) {
     TRACE_PROC("frmImport.LoadFile", Path);
     m_path = Path;
     txtFile->setText(Path);
-    sodium_memzero(m_bytes.data(), static_cast<std::size_t>(m_bytes.size()));
-    m_bytes.clear();
-    m_readError.clear();
+    // The file is read whole when it is parsed; here only its start, for the format and
+    // a generic CSV's header row.
+    m_start.clear();
     QFile f(Path);
-    if (!QFileInfo(Path).isFile() || !f.open(QIODevice::ReadOnly))
-        m_readError = QFileInfo(Path).isDir() ? QStringLiteral("%1: is a folder").arg(Path) : f.errorString();
-    else
-        m_bytes = f.readAll();
-    // A generic CSV's columns come from its header row.
+    if (QFileInfo(Path).isFile() && f.open(QIODevice::ReadOnly))
+        m_start = f.read(1 << 16);
     m_filling = true;
-    const QStringList header = ReadCsvHeader(m_bytes);
+    const QStringList header = ReadCsvHeader(m_start);
     const CsvMapping guess = GuessCsvMapping(header);
     const int guessed[5] = {guess.Title, guess.Login, guess.Password, guess.Notes, guess.Group};
     for (int i = 0; i < 5; ++i) {
@@ -189,11 +184,9 @@ void frmImport::Parse() {
     TRACE_PROC("frmImport.Parse");
     m_ok = false;
     m_data = ImpData();
-    if (!m_readError.isEmpty()) {
-        m_err = ImpError{impCantRead, 0, m_readError};
-    } else if (!m_path.isEmpty()) {
+    if (!m_path.isEmpty()) {
         const ImpFormat format = ChosenFormat();
-        const ImpFormat seen = format == ImpFormat::Detect ? DetectImportFormat(m_bytes) : format;
+        const ImpFormat seen = format == ImpFormat::Detect ? DetectImportFormat(m_start) : format;
         fraColumns->setVisible(seen == ImpFormat::GenericCsv);
         CsvMapping map;
         if (seen == ImpFormat::GenericCsv) {
@@ -204,7 +197,7 @@ void frmImport::Parse() {
             map.Group = cboColumn[4]->currentIndex() - 1;
         }
         Progress progress(this, Texts(337));
-        m_ok = ParseImport(m_bytes, format, map, m_data, m_err, progress.Callback());
+        m_ok = ReadImportFile(m_path, format, map, m_data, m_err, progress.Callback());
     }
     ShowSummary();
 }
@@ -255,7 +248,6 @@ void frmImport::cmdOk_Click() {
     done.replace(QLatin1String("%1"), ImportFolderName(m_path));
     done.replace(QLatin1String("%2"), QString::number(m_data.Folders));
     done.replace(QLatin1String("%3"), QString::number(m_data.Records));
-    sodium_memzero(m_bytes.data(), static_cast<std::size_t>(m_bytes.size()));
     m_data = ImpData();
     accept();
     MsgBox(done, vbInformation);

@@ -49,8 +49,7 @@ private:
     frmMain* m_main;
     QString m_parentTitle;
     QString m_path;
-    QByteArray m_bytes;
-    QString m_readError; // why the file could not be read, when it could not
+    QByteArray m_start; // the first bytes of the file
     ImpData m_data;
     ImpError m_err;
     bool m_ok = false;
