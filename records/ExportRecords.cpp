@@ -282,7 +282,9 @@ bool WriteExportFile(const QString& Path, const QByteArray& Bytes, QString& Err)
     }
     // QSaveFile keeps the mode of a file it replaces: the export is private whatever was there.
     f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    if (f.write(Bytes) != Bytes.size() || !f.commit()) {
+    // Qt's commit does not report a flush that failed (a full disk under a small file):
+    // the flush is checked first.
+    if (f.write(Bytes) != Bytes.size() || !f.flush() || !f.commit()) {
         Err = f.errorString();
         f.cancelWriting();
         return false;

@@ -8,6 +8,8 @@
 #include <QTest>
 
 #include <climits>
+#include <csignal>
+#include <sys/resource.h>
 
 namespace {
 
@@ -322,6 +324,20 @@ private slots:
         // A folder that is a file: refused with a reason, nothing else touched.
         QVERIFY(!WriteExportFile(path + "/x.xml", "more", why));
         QVERIFY(!why.isEmpty());
+        QCOMPARE(readAllOf(path), QByteArray("new"));
+        // No room for the new file, small or large: the old one stays whole.
+        rlimit old{};
+        getrlimit(RLIMIT_FSIZE, &old);
+        auto prev = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit small = old;
+        small.rlim_cur = 100;
+        setrlimit(RLIMIT_FSIZE, &small);
+        const bool smallOk = WriteExportFile(path, QByteArray(3000, 'x'), why);
+        const bool largeOk = WriteExportFile(path, QByteArray(300000, 'x'), why);
+        setrlimit(RLIMIT_FSIZE, &old);
+        std::signal(SIGXFSZ, prev);
+        QVERIFY(!smallOk);
+        QVERIFY(!largeOk);
         QCOMPARE(readAllOf(path), QByteArray("new"));
     }
 };
