@@ -188,7 +188,7 @@ const Command kCommands[] = {
      "--format= --into= --map="},
     {"export", CmdExport,
      "Usage: argentpm [--databases DIR] export NAME [--format xml|csv] [--folder ID]\n"
-     "                [-o FILE] [--password-stdin]\n"
+     "                [-o|--output FILE] [--password-stdin]\n"
      "\n"
      "Writes the folders and records of user NAME, or of its folder ID with everything\n"
      "in it, as KeePass 2 XML (the default; KeePassXC imports it) or KeePassXC CSV, to\n"
@@ -256,7 +256,12 @@ void printUsage(FILE* out) {
                "  --color COLOR     edit: the title's colour in the tree\n"
                "  --bold on|off     edit: whether the title is bold\n"
                "  --titles-only     find: look in titles only\n"
-               "  --case-sensitive  find: tell upper and lower case apart\n",
+               "  --case-sensitive  find: tell upper and lower case apart\n"
+               "  --format FORMAT   import: the file's format; export: xml or csv\n"
+               "  --into ID         import: the folder that takes the new folder\n"
+               "  --map SPEC        import: the columns of a CSV (title=COLUMN,...)\n"
+               "  --folder ID       export: one folder with everything in it\n"
+               "  -o, --output FILE export: the file to write, instead of standard output\n",
                out);
     std::fputs(kCommonHelp, out);
 }
