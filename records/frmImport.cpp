@@ -15,6 +15,7 @@
 #include <QFileInfo>
 #include <QGridLayout>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProgressDialog>
@@ -119,6 +120,7 @@ frmImport::frmImport(frmMain* Main, const QString& ParentID, const QString& Pare
         if (txtFile->text() != m_path)
             LoadFile(txtFile->text());
     });
+    txtFile->installEventFilter(this);
     connect(cboFormat, &QComboBox::currentIndexChanged, this, [this] { Parse(); });
     connect(cmdOk, &QPushButton::clicked, this, &frmImport::cmdOk_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);
@@ -141,6 +143,18 @@ void frmImport::ShowFormLang() {
     }
     cmdOk->setText(Texts(335));
     cmdCancel->setText(Texts(149));
+}
+
+bool frmImport::eventFilter(QObject* Watched, QEvent* Event) {
+    if (Watched == txtFile && Event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent*>(Event)->key();
+        if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+            if (txtFile->text() != m_path)
+                LoadFile(txtFile->text());
+            return true;
+        }
+    }
+    return QDialog::eventFilter(Watched, Event);
 }
 
 ImpFormat frmImport::ChosenFormat() const {

@@ -41,6 +41,11 @@ public slots:
     void cmdBrowse_Click();
     void cmdOk_Click();
 
+protected:
+    // Enter in the file field reads the file; it does not press Import before the user
+    // has seen what was found.
+    bool eventFilter(QObject* Watched, QEvent* Event) override;
+
 private:
     void Parse();
     void ShowSummary();

@@ -37,7 +37,12 @@ private slots:
             f->LoadFile(env.root() + "/bad.json");
             refused = f->lblSummary->text();
             QVERIFY(!f->cmdOk->isEnabled());
-            f->LoadFile(fixture("generic.csv"));
+            // Enter in the file field reads the file and imports nothing yet.
+            f->show();
+            f->txtFile->setText(fixture("generic.csv"));
+            QTest::keyClick(f->txtFile, Qt::Key_Return);
+            QVERIFY(f->FileUnderstood());
+            QCOMPARE(f->NewFolderID, QString());
             QVERIFY(f->fraColumns->isVisibleTo(f));
             f->cboColumn[2]->setCurrentIndex(3); // the password is in "Secret"
             f->cboColumn[4]->setCurrentIndex(5); // the folders in "Where"
