@@ -84,7 +84,8 @@ int SaveConfig(const QString& FPath) {
     if (!f.open(QIODevice::WriteOnly))
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + FPath);
     f.setPermissions(kPrivateFile);
-    if (f.write(out) != out.size() || !f.commit())
+    // commit() does not report a failed flush of a small file on a full disk.
+    if (f.write(out) != out.size() || !f.flush() || !f.commit())
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + FPath);
     return 0;
 }

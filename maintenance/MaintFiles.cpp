@@ -37,7 +37,8 @@ void CopyFileOver(const QString& From, const QString& To, std::optional<QFileDev
         out.cancelWriting();
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + To);
     }
-    if (!out.commit())
+    // commit() does not report a failed flush of a small file on a full disk.
+    if (!out.flush() || !out.commit())
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + To);
 }
 

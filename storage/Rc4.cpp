@@ -86,7 +86,8 @@ bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const 
         out.cancelWriting();
         return false;
     }
-    return out.commit();
+    // commit() does not report a failed flush of a small file on a full disk.
+    return out.flush() && out.commit();
 }
 
 } // namespace

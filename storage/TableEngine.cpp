@@ -148,7 +148,8 @@ int TableEngine::SaveDatabase(const DatabaseRecord& db, const QString& Path, con
     bool ok = f.open(QIODevice::WriteOnly);
     if (ok) {
         f.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
-        ok = f.write(image) == image.size() && f.commit();
+        // commit() does not report a failed flush of a small file on a full disk.
+        ok = f.write(image) == image.size() && f.flush() && f.commit();
     }
     WipeBytes(image);
     return ok ? tbeOk : tbeIoError;
