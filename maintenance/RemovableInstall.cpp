@@ -10,7 +10,6 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
-#include <QSaveFile>
 
 #include <QSet>
 
@@ -82,11 +81,7 @@ int copyDirInto(const QString& from_dir, const QString& to_dir, bool PrivateData
 // Writes a small file in one step (see CopyFileOver), error 75 when it cannot.
 void writeFileOver(const QString& Path, const QByteArray& Bytes, QFileDevice::Permissions Perms) {
     TRACE_PROC("modMain.WriteFileOver", Path);
-    QSaveFile f(Path);
-    if (!f.open(QIODevice::WriteOnly))
-        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
-    f.setPermissions(Perms);
-    if (f.write(Bytes) != Bytes.size() || !f.commit())
+    if (!WriteFileChecked(Path, Bytes, Perms))
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
 }
 
