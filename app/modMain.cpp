@@ -11,6 +11,7 @@
 #include "diagnostics/Trace.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -19,6 +20,10 @@
 
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
 #include <unistd.h>
 
 QByteArray CustomColors;
@@ -108,6 +113,49 @@ QString GetWindowsTemp() {
         base = QDir::tempPath();
     static QString fresh;
     return privateFolder(base, QStringLiteral("argentpm-tmp-") + QString::number(getuid()), fresh);
+}
+
+int RemoveStaleTempCopies() {
+    TRACE_PROC("modMain.RemoveStaleTempCopies");
+    const QString dir = GetWindowsTemp();
+    const QFileInfo di(dir);
+    if (!di.isDir())
+        return 0;
+    int removed = 0;
+    const QFileInfoList entries =
+        QDir(dir).entryInfoList({QStringLiteral("psc*")}, QDir::Files | QDir::Hidden);
+    for (const QFileInfo& fi : entries) {
+        // "psc<pid>_XXXXXX.tmp"; a name without a process id comes from an older build and
+        // is stale once it is a minute old (a copy lives for one load or save).
+        const QString name = fi.fileName();
+        const qsizetype bar = name.indexOf(u'_');
+        bool hasPid = false;
+        const qint64 pid = bar > 3 ? name.mid(3, bar - 3).toLongLong(&hasPid) : 0;
+        bool stale;
+        if (hasPid && pid > 0)
+            stale = pid != getpid() && ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+        else
+            stale = fi.lastModified().secsTo(QDateTime::currentDateTime()) > 60;
+        if (stale && QFile::remove(fi.absoluteFilePath()))
+            ++removed;
+    }
+    if (removed > 0)
+        DbgPrint(QStringLiteral("Stale temporary copies removed: %1").arg(removed));
+    return removed;
+}
+
+QString TempFolderProblem() {
+    TRACE_PROC("modMain.TempFolderProblem");
+    QString dir = GetWindowsTemp();
+    dir.chop(1);
+    const QFileInfo fi(dir);
+    if (!fi.exists())
+        return QStringLiteral("the temporary folder %1 is missing and cannot be made").arg(dir);
+    if (!fi.isDir())
+        return QStringLiteral("the temporary folder %1 is a file, not a folder").arg(dir);
+    if (!fi.isWritable())
+        return QStringLiteral("the temporary folder %1 cannot be written").arg(dir);
+    return QString();
 }
 
 QString StripNulls(QString& OriginalStr) {
@@ -217,6 +265,7 @@ bool Main(const std::function<void()>& CreateProgramObjects) {
     LoadLang(Pt(AppPath()) + QStringLiteral("Languages/") + ProgConfig[14] + QStringLiteral(".lng"));
     DbgPrint(QStringLiteral("Language Loading... Ok"));
 
+    RemoveStaleTempCopies();
     if (CreateProgramObjects)
         CreateProgramObjects();
     return true;

@@ -158,8 +158,8 @@ const Command kCommands[] = {
      "Puts the backup copy BACKUP_FILE_NAME (see 'backups') back as its user's\n"
      "database, replacing the user's file in one step; the user is the part of the name\n"
      "before the first \"_\". Every backup copy stays. Asks first on the terminal, or\n"
-     "goes ahead with --yes. A desktop program that has the user open keeps its own\n"
-     "copy in memory and writes it on its next save.\n"},
+     "goes ahead with --yes. A desktop program that has the user open takes the\n"
+     "restored file in, keeping only the changes it had not saved yet.\n"},
     {"delete-backup", CmdDeleteBackup,
      "Usage: argentpm [--databases DIR] delete-backup BACKUP_FILE_NAME [--yes]\n"
      "\n"
@@ -209,8 +209,11 @@ const char kCommonHelp[] = "\n"
                            "3 wrong password, 4 no such user, 5 damaged user file, 6 no such record,\n"
                            "7 refused (user exists, password too short, passwords differ or not confirmed),\n"
                            "8 no such backup copy, 9 a setting the command needs is not usable,\n"
+                           "10 another program held the user's file for more than 10 s (nothing changed),\n"
                            "11 no desktop clipboard, or it could not be set,\n"
-                           "70 an unexpected error (a report is written beside the debug log).\n";
+                           "70 an unexpected error (a report is written beside the debug log).\n"
+                           "Commands that change a user's file take turns with every other program\n"
+                           "writing it (the desktop program, other argentpm runs) and wait up to 10 s.\n";
 
 void printUsage(FILE* out) {
     TRACE_PROC("modCli.PrintUsage");

@@ -10,7 +10,6 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
-#include <QSaveFile>
 
 #include <QSet>
 
@@ -35,6 +34,8 @@ template <typename Weight> int countWeight(const QString& Folder, Weight weightO
     while (it.hasNext()) {
         it.next();
         const QFileInfo& fi = it.fileInfo();
+        if (fi.fileName().endsWith(QLatin1String(".bdb.lock")))
+            continue;
         if (fi.isDir())
             n += fi.isSymLink() ? 0 : 1;
         else
@@ -62,6 +63,9 @@ int copyDirInto(const QString& from_dir, const QString& to_dir, bool PrivateData
                 continue;
             MakeFolder(to_dir + name, PrivateData ? kPrivateDirPerms : fi.permissions());
             folders.append(name);
+        } else if (PrivateData && name.startsWith(u'.') && name.endsWith(QLatin1String(".bdb.lock"))) {
+            // A user's lock file belongs to this folder's writers, not to the copy.
+            continue;
         } else {
             CopyFileOver(from_dir + name, to_dir + name, filePerms);
         }
@@ -77,11 +81,7 @@ int copyDirInto(const QString& from_dir, const QString& to_dir, bool PrivateData
 // Writes a small file in one step (see CopyFileOver), error 75 when it cannot.
 void writeFileOver(const QString& Path, const QByteArray& Bytes, QFileDevice::Permissions Perms) {
     TRACE_PROC("modMain.WriteFileOver", Path);
-    QSaveFile f(Path);
-    if (!f.open(QIODevice::WriteOnly))
-        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
-    f.setPermissions(Perms);
-    if (f.write(Bytes) != Bytes.size() || !f.commit())
+    if (!WriteFileChecked(Path, Bytes, Perms))
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
 }
 

@@ -1,12 +1,13 @@
 #include "options/AutorunManagement.h"
 
+#include "app/CheckedWrite.h"
 #include "app/modMain.h"
+#include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
 QString AutorunEntryPath() {
     QString config = qEnvironmentVariable("XDG_CONFIG_HOME");
@@ -58,12 +59,11 @@ QString DesktopExecArg(const QString& Arg) {
     return desktopString(out).replace(u'%', QStringLiteral("%%"));
 }
 
-void AutorunManagement(bool Autorun) {
+bool AutorunManagement(bool Autorun) {
     TRACE_PROC("modMain.AutorunManagement", Autorun);
     const QString path = AutorunEntryPath();
     if (!Autorun) {
-        QFile::remove(path);
-        return;
+        return !QFileInfo::exists(path) || QFile::remove(path);
     }
     const QString exec = DesktopExecArg(Pt(ExeFolderPath()) + QStringLiteral("ArgentPasswordMngr"));
     // An installed copy's icon is in the icon theme; a portable copy names its own file.
@@ -82,9 +82,8 @@ void AutorunManagement(bool Autorun) {
                                          "X-Argent-Run-Name=Quillon Lockholt\n")
                               .arg(exec, icon);
     QDir().mkpath(QFileInfo(path).absolutePath());
-    QSaveFile f(path);
-    if (!f.open(QIODevice::WriteOnly))
-        return;
-    f.write(entry.toUtf8());
-    f.commit();
+    if (WriteFileChecked(path, entry.toUtf8(), kPrivateFilePerms | QFile::ReadGroup | QFile::ReadOther))
+        return true;
+    DbgPrint(QStringLiteral("Autostart entry not written: ") + path);
+    return false;
 }

@@ -6,9 +6,10 @@
 // $XDG_CONFIG_HOME/autostart/ArgentPasswordMngr.desktop that runs this program. Its Name
 // is the program as users see it in their session settings; the name the value had in
 // the Windows Run key stays in the key X-Argent-Run-Name ("Quillon Lockholt").
-// true writes it, false deletes it. Failures pass silently, like the settings they
-// stand for (the box in the options dialog keeps its state either way).
-void AutorunManagement(bool Autorun);
+// true writes it (checked, replacing the old entry only when the new one is whole), false
+// deletes it. Returns false when that failed (written to the debug log); the box in the
+// options dialog keeps its state either way.
+bool AutorunManagement(bool Autorun);
 
 // Where the entry lives.
 QString AutorunEntryPath();
