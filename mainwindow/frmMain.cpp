@@ -8,6 +8,7 @@
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
 #include "mainwindow/guiActivitySource.h"
+#include "mainwindow/guiEndSession.h"
 #include "mainwindow/guiSessionWatch.h"
 #include "options/AutorunManagement.h"
 #include "storage/clsDatabase.h"
@@ -15,6 +16,7 @@
 #include "tray/guiModTray.h"
 #include "users/UserAccounts.h"
 #include "users/frmPassword.h"
+#include "users/guiOpenUser.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -23,6 +25,7 @@
 #include <QLabel>
 #include <QMenuBar>
 #include <QScreen>
+#include <QSessionManager>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QTextEdit>
@@ -118,7 +121,11 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
     m_activity = m_guiActivity.get();
     m_session = new SessionWatch(this);
     connect(m_session, &SessionWatch::lockRequested, this, &frmMain::LockNow);
+    m_endWatch = new EndSessionWatch(this);
+    connect(m_endWatch, &EndSessionWatch::terminateRequested, this, &frmMain::EndSession);
+    connect(qApp, &QGuiApplication::commitDataRequest, this, [this](QSessionManager&) { CommitSessionData(); });
     SetUserView(this);
+    SetSaveFirstHandler([this] { return SaveCurUser() >= 0; });
 }
 
 void frmMain::BuildMenus() {
@@ -331,6 +338,7 @@ void frmMain::ShowFormLang() {
         b->setText(b->toolTip());
     btnFind->setText(btnFind->toolTip());
     setWindowTitle(Texts(158));
+    UpdateTitle();
     trvDatabase->setAccessibleName(Texts(159));
     txtValue->setAccessibleName(Texts(160));
     tlbToolbar->setWindowTitle(Texts(161));
@@ -403,7 +411,7 @@ void frmMain::Form_Load() {
         if (AskUserPassword(this, ProgConfig[4]) == 1) {
             QString pasw = FrmPaswEnetered;
             FrmPaswEnetered.clear();
-            FullUserLoad(ProgConfig[4], pasw);
+            OpenUser(this, ProgConfig[4], pasw);
             WipeString(pasw);
         }
     }
@@ -418,10 +426,14 @@ void frmMain::Form_Load() {
 
 void frmMain::closeEvent(QCloseEvent* e) {
     TRACE_PROC("frmMain.Form_QueryUnload");
+    if (m_unloaded) {
+        e->accept();
+        return;
+    }
     // Tray mode holds only while the icon is there to bring the window back.
     const bool trayMode = ProgConfig[12] == QStringLiteral("1") && DoUnloadTIcon;
     if (!CloseConfirmed && !trayMode) {
-        if (MsgBox(Texts(1), vbYesNo | vbQuestion) == vbNo) {
+        if (MsgBox(Texts(1), vbYesNo | vbQuestion) != vbYes) {
             e->ignore();
             return;
         }
@@ -448,9 +460,15 @@ void frmMain::closeEvent(QCloseEvent* e) {
 
 bool frmMain::Form_Unload() {
     TRACE_PROC("frmMain.Form_Unload");
-    if (CurUsDB && !CurUsDB->Name().isEmpty() && SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0) {
-        MsgBox(Texts(247), vbCritical);
+    if (UserLoaded() && SaveCurUser() < 0)
         return false;
+    // Changes the lock could not save are tried once more.
+    if (m_unsavedDB) {
+        if (SaveUsDB(m_unsavedDB, GetTruePasw(CurUsPasw)) < 0) {
+            MsgBox(Texts(247), vbCritical);
+            return false;
+        }
+        m_unsavedDB.reset();
     }
     if (DoUnloadTIcon)
         TrayIconManagement(2);
@@ -465,4 +483,5 @@ bool frmMain::Form_Unload() {
 frmMain::~frmMain() {
     if (UserView() == this)
         SetUserView(nullptr);
+    SetSaveFirstHandler(nullptr);
 }

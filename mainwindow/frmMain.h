@@ -23,6 +23,7 @@ class QToolBar;
 class IActivitySource;
 class GuiActivitySource;
 class SessionWatch;
+class EndSessionWatch;
 class clsDatabase;
 
 // The tree, with moves by drag and drop handed to the main window.
@@ -77,6 +78,23 @@ public:
 
     // The row of an identifier in the current database, 0 when there is none.
     int RowOf(const QString& IndNum) { return m_index.RowOf(*CurUsDBRef(), IndNum); }
+
+    // Saving. Every save of the window goes through SaveCurUser, which says what went
+    // wrong; the result is SaveUsDB's. AfterChange follows every change the window makes:
+    // with settings entry 22 on, it saves at once. The title carries " *" while memory
+    // differs from the file.
+    int SaveCurUser();
+    void AfterChange();
+    bool HasUnsavedChanges() const;
+    void UpdateTitle();
+    static bool SaveAfterEveryChange();
+    // The tree built again from the database, keeping the expanded folders, the
+    // selection (the root when its row is gone) and the scroll position.
+    void RebuildTreeKeepingState();
+    // A termination signal: settings and database saved as Exit does, without its
+    // question, then the program ends. The desktop session's commit saves the same.
+    void EndSession(int Signal);
+    void CommitSessionData();
 
     // Inactivity: the source of input (tests give their own) and the lock.
     void SetActivitySource(IActivitySource* Source);
@@ -169,11 +187,15 @@ private:
     // Saving on the way out: the database, geometry and settings. False when the
     // database could not be written (the window then stays).
     bool Form_Unload();
+    void MarkSaved();
+    // Closes every open dialog; each counts as declined.
+    void CloseDialogs();
     void Form_Paint();
     void ForgetNodes(QTreeWidgetItem* Node);
     void SetCommandStates();
     void ShowStatusCounts(const QString& IndNum);
     bool UserLoaded() const;
+    bool SameUserOpen(const clsDatabase* Asked) const;
     static clsDatabase* CurUsDBRef();
     QTreeWidgetItem* CommandNode() const;
     int TreeOrderPosition(QTreeWidgetItem* Parent, QTreeWidgetItem* Node) const;
@@ -192,4 +214,10 @@ private:
     std::unique_ptr<GuiActivitySource> m_guiActivity;
     IActivitySource* m_activity = nullptr;
     SessionWatch* m_session = nullptr;
+    EndSessionWatch* m_endWatch = nullptr;
+    // The tables as last loaded or saved (tag and records of each), for the title's mark.
+    const clsDatabase* m_savedDb = nullptr;
+    QList<QPair<QString, QList<QStringList>>> m_savedTables;
+    bool m_ending = false;
+    bool m_unloaded = false;
 };

@@ -41,6 +41,11 @@ bool frmMain::UserLoaded() const {
     return CurUsDB && CurUsDB->TabNum() != 0 && !CurUser.isEmpty();
 }
 
+// After a question: the database it was asked about is still the open one.
+bool frmMain::SameUserOpen(const clsDatabase* Asked) const {
+    return !m_locked && UserLoaded() && CurUsDB.get() == Asked;
+}
+
 // The node a tree command acts on: the drop-highlight node while it is still in the tree.
 QTreeWidgetItem* frmMain::CommandNode() const {
     if (!UserLoaded() || !m_dropHighlight)
@@ -66,10 +71,17 @@ void frmMain::mnuFileChangeUsPasw_Click() {
     TRACE_PROC("frmMain.mnuFileChangeUsPasw_Click");
     if (!UserLoaded())
         return;
-    if (MsgBox(Texts(22), vbYesNo | vbQuestion) == vbNo)
+    const clsDatabase* db = CurUsDB.get();
+    if (MsgBox(Texts(22), vbYesNo | vbQuestion) != vbYes || !SameUserOpen(db))
+        return;
+    // What is open goes to the file under the old password first, changes made
+    // elsewhere with it; the new password then applies to all of it.
+    if (SaveCurUser() < 0)
         return;
     frmChangeUsPasw dlg(this);
     ShowModal(dlg);
+    MarkSaved();
+    UpdateTitle();
 }
 
 void frmMain::mnuFileDelCurUser_Click() {
@@ -78,7 +90,12 @@ void frmMain::mnuFileDelCurUser_Click() {
         MsgBox(Texts(6), vbInformation);
         return;
     }
-    if (MsgBox(Texts(11) + QStringLiteral(" \"") + CurUser + u'"', vbYesNo | vbQuestion) == vbNo)
+    const clsDatabase* db = CurUsDB.get();
+    const QString user = CurUser;
+    if (MsgBox(Texts(11) + QStringLiteral(" \"") + user + u'"', vbYesNo | vbQuestion) != vbYes)
+        return;
+    // Still the user the question named, still open (the lock may have closed it).
+    if (!SameUserOpen(db) || CurUser != user)
         return;
     DeleteUser(CurUser, CurUsDBPath);
     UnloadUser();
@@ -90,9 +107,7 @@ void frmMain::mnuFileSaveDB_Click() {
     TRACE_PROC("frmMain.mnuFileSaveDB_Click");
     if (!UserLoaded())
         return;
-    if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0)
-        MsgBox(Texts(247), vbCritical);
-    else
+    if (SaveCurUser() >= 0)
         MsgBox(Texts(21), vbInformation);
 }
 
@@ -100,14 +115,18 @@ void frmMain::mnuFileUnloadUser_Click() {
     TRACE_PROC("frmMain.mnuFileUnloadUser_Click");
     if (!UserLoaded())
         return;
-    if (MsgBox(Texts(139), vbOKCancel) != vbOK)
+    const clsDatabase* db = CurUsDB.get();
+    if (MsgBox(Texts(139), vbOKCancel) != vbOK || !SameUserOpen(db))
+        return;
+    // Closing keeps what was changed: a user that cannot be saved stays open.
+    if (SaveCurUser() < 0)
         return;
     UnloadUser();
 }
 
 void frmMain::mnuFileExit_Click() {
     TRACE_PROC("frmMain.mnuFileExit_Click");
-    if (MsgBox(Texts(1), vbYesNo | vbQuestion) == vbNo)
+    if (MsgBox(Texts(1), vbYesNo | vbQuestion) != vbYes || m_locked)
         return;
     CloseConfirmed = true;
     close();
@@ -183,6 +202,7 @@ void frmMain::mnuContextTrvAddFolder_Click() {
     m_nodeById.insert(id.toInt(), node);
     parent->setExpanded(true);
     trvDatabase->setCurrentItem(node);
+    AfterChange();
     // The new folder's name is offered for editing at once.
     m_dropHighlight = node;
     mnuContextTrvRename_Click();
@@ -193,17 +213,21 @@ void frmMain::mnuContextTrvDelFolder_Click() {
     QTreeWidgetItem* node = CommandNode();
     if (!node || node == m_root)
         return;
-    if (MsgBox(Texts(17), vbYesNo | vbQuestion) == vbNo)
+    const clsDatabase* db = CurUsDB.get();
+    const QString id = QString::number(NodeId(node));
+    if (MsgBox(Texts(17), vbYesNo | vbQuestion) != vbYes)
         return;
-    // The node may have gone while the question was open (a lock, say).
-    if (CommandNode() != node)
+    // The row may have gone while the question was open (the lock, a change made
+    // elsewhere and merged), and the tree may have been built anew.
+    if (!SameUserOpen(db) || RowOf(id) <= 0 || !(node = NodeByKey(id + QStringLiteral("key"))))
         return;
-    DelRecordTreeFromDataTable(QStringLiteral("IndNum"), QString::number(NodeId(node)),
-                               QStringLiteral("Parent"));
+    DelRecordTreeFromDataTable(QStringLiteral("IndNum"), id, QStringLiteral("Parent"));
+    m_index.Invalidate();
     ForgetNodes(node);
     delete node;
     m_dropHighlight = nullptr;
     trvDatabase_Click();
+    AfterChange();
 }
 
 void frmMain::mnuContextTrvDelRec_Click() {
@@ -229,6 +253,7 @@ void frmMain::trvDatabase_AfterLabelEdit(QTreeWidgetItem* Node, int Column) {
                          Node->text(0));
     if (NodeId(Node) == m_curRecord)
         trvDatabase_Click();
+    AfterChange();
 }
 
 void frmMain::mnuContextValCopy(const QString& FieldName) {
@@ -349,6 +374,5 @@ void frmMain::MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target) {
     Target->insertChild(TreeOrderPosition(Target, Node), Node);
     Target->setExpanded(true);
     trvDatabase->setCurrentItem(Node);
-    if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0)
-        MsgBox(Texts(247), vbCritical);
+    SaveCurUser();
 }

@@ -16,6 +16,7 @@
 #include "tray/guiModTray.h"
 #include "users/UserAccounts.h"
 #include "users/frmPassword.h"
+#include "users/guiOpenUser.h"
 
 #include <QApplication>
 #include <QDialog>
@@ -64,6 +65,7 @@ void frmMain::SetCommandStates() {
 void frmMain::tmrTimer_Timer() {
     TRACE_PROC("frmMain.tmrTimer_Timer");
     SetCommandStates();
+    UpdateTitle();
     if (CfgSwitchOn(ProgConfig[11]) && CheckActivity(*m_activity) == actIdle && !m_locked)
         LockNow();
 }
@@ -72,11 +74,8 @@ void frmMain::LockNow() {
     TRACE_PROC("frmMain.LockNow");
     if (m_locked || !UserLoaded())
         return;
-    // Every other window closes; the main window hides.
-    for (QWidget* w : QApplication::topLevelWidgets()) {
-        if (auto* d = qobject_cast<QDialog*>(w); d && d->isVisible())
-            d->done(QDialog::Rejected);
-    }
+    // Every other window closes, declined; the main window hides.
+    CloseDialogs();
     m_locked = true;
     if (frmSysTray* tray = TrayObject()) {
         for (int i = 0; i < tray->MenuCount(); ++i) {
@@ -131,9 +130,11 @@ void frmMain::Form_Paint() {
             // The password is right; the open database is the newer one.
             CurUsDB = std::move(m_unsavedDB);
             ShowUsDB(*CurUsDB);
-            MsgBox(Texts(247), vbCritical);
+            // It is not in the file yet: try again, and say so when it still fails.
+            m_savedDb = nullptr;
+            SaveCurUser();
         } else {
-            FullUserLoad(CurUser, pasw);
+            OpenUser(this, CurUser, pasw);
         }
         WipeString(pasw);
         if (frmSysTray* tray = TrayObject())
@@ -153,5 +154,10 @@ void frmMain::Form_Paint() {
 
 void frmMain::tmrAutobackup_Timer() {
     TRACE_PROC("frmMain.tmrAutobackup_Timer");
+    // The copy is made from the file: the window saves first through its own path, which
+    // deals with changes made elsewhere. A user that cannot be saved now gets its copy at
+    // a later tick.
+    if (UserLoaded() && AutobackupTickCount % 60 == 0 && SaveCurUser() < 0)
+        return;
     AutobackupTick(tmrAutobackup->interval());
 }

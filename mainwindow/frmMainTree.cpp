@@ -119,6 +119,7 @@ void frmMain::ClearUsTree() {
     m_index.Invalidate();
     sbPanel->clear();
     SetCommandStates();
+    UpdateTitle();
 }
 
 void frmMain::ClearUsValue() {
@@ -135,6 +136,8 @@ void frmMain::ShowUsDB(clsDatabase& UsDB) {
     btnDelRec->setEnabled(false);
     ShowStatusCounts(QStringLiteral("0"));
     SetCommandStates();
+    MarkSaved();
+    UpdateTitle();
 }
 
 void frmMain::ShowUsDBInTreeView(clsDatabase& UsDB) {

@@ -40,6 +40,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     chkTrayMode = named(new QCheckBox, "chkTrayMode");
     chkPaswProtect = named(new QCheckBox, "chkPaswProtect");
     chkDBBackup = named(new QCheckBox, "chkDBBackup");
+    chkSaveAfterChange = named(new QCheckBox, "chkSaveAfterChange");
     txtDBPath = named(new QLineEdit, "txtDBPath");
     txtDBPath->setReadOnly(true);
     txtInactMin = named(new QLineEdit, "txtInactMin");
@@ -74,6 +75,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     grid->addWidget(chkDBBackup, row++, 0, 1, 3);
     grid->addWidget(lblBackCopiesCap, row, 1);
     grid->addWidget(txtBackCopies, row++, 2);
+    grid->addWidget(chkSaveAfterChange, row++, 0, 1, 3);
     grid->setColumnMinimumWidth(0, 20);
     grid->setColumnStretch(1, 1);
     auto* pathRow = new QHBoxLayout;
@@ -98,6 +100,8 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     connect(chkTrayMode, &QCheckBox::clicked, this, &frmOptions::chkTrayMode_Click);
     connect(chkPaswProtect, &QCheckBox::clicked, this, &frmOptions::chkPaswProtect_Click);
     connect(chkDBBackup, &QCheckBox::clicked, this, &frmOptions::chkDBBackup_Click);
+    // Any change of state counts, by click, key or accessibility tool alike.
+    connect(chkSaveAfterChange, &QCheckBox::toggled, this, &frmOptions::chkSaveAfterChange_Change);
     connect(txtInactMin, &QLineEdit::textEdited, this, &frmOptions::txtInactMin_Change);
     connect(txtBackCopies, &QLineEdit::textEdited, this, &frmOptions::txtBackCopies_Change);
     connect(cboLanguage, &QComboBox::activated, this, &frmOptions::cboLanguage_Click);
@@ -125,6 +129,10 @@ void frmOptions::DoConfig() {
     };
     load(chkPaswProtect, txtInactMin, ProgConfig[11]);
     load(chkDBBackup, txtBackCopies, ProgConfig[13]);
+    {
+        const QSignalBlocker quiet(chkSaveAfterChange);
+        chkSaveAfterChange->setChecked(CfgExtra(22, QStringLiteral("1")) != QStringLiteral("0"));
+    }
     const QStringList langs = QDir(Pt(AppPath()) + QStringLiteral("Languages"))
                                   .entryList({QStringLiteral("*.lng")}, QDir::Files, QDir::Name);
     QSignalBlocker block(cboLanguage);
@@ -141,6 +149,7 @@ void frmOptions::ShowFormLang() {
     chkLoadLUser->setText(Texts(80));
     chkTrayMode->setText(Texts(81));
     chkDBBackup->setText(Texts(82));
+    chkSaveAfterChange->setText(Texts(262));
     lblDBPathCap->setText(Texts(83));
     lblInactMinCap->setText(Texts(84));
     lblBackCopiesCap->setText(Texts(85));
@@ -168,6 +177,11 @@ void frmOptions::chkLoadLUser_Click() {
 void frmOptions::chkTrayMode_Click() {
     TRACE_PROC("frmOptions.chkTrayMode_Click");
     ProgConfig[12] = boxValue(chkTrayMode);
+}
+
+void frmOptions::chkSaveAfterChange_Change() {
+    TRACE_PROC("frmOptions.chkSaveAfterChange_Change");
+    SetCfgExtra(22, boxValue(chkSaveAfterChange));
 }
 
 void frmOptions::SwitchWithNumber(QCheckBox* Box, QLineEdit* Field, int Entry) {
@@ -213,7 +227,7 @@ void frmOptions::cboLanguage_Click() {
 
 void frmOptions::cmdChangeDBPath_Click() {
     TRACE_PROC("frmOptions.cmdChangeDBPath_Click");
-    if (MsgBox(Texts(19), vbYesNo | vbInformation) == vbNo)
+    if (MsgBox(Texts(19), vbYesNo | vbInformation) != vbYes)
         return;
     setEnabled(false);
     ChaneDBPath(parentWidget());

@@ -82,9 +82,23 @@ void frmChangeUsPasw::cmdOk_Click() {
         MsgBox(Texts(7), vbCritical);
         return;
     }
+    // The user the dialog was opened for is still the open one (the lock closes it).
+    if (CurUser != lblUserName->text() || !CurUsDB || CurUsDB->TabNum() == 0) {
+        reject();
+        return;
+    }
     QString pasw = txtPassword->text();
-    ChangeUsPasw(pasw);
+    QString oldPasw = CurUsPasw;
+    const int r = ChangeUsPasw(pasw);
     WipeString(pasw);
+    if (r < 0) {
+        // Not written: the file keeps the old password, and so does the program.
+        CurUsPasw = oldPasw;
+        WipeString(oldPasw);
+        MsgBox(Texts(247), vbCritical);
+        return;
+    }
+    WipeString(oldPasw);
     txtPassword->clear();
     txtConfirm->clear();
     MsgBox(Texts(23), vbInformation);
