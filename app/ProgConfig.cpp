@@ -1,5 +1,6 @@
 #include "app/ProgConfig.h"
 
+#include "app/CheckedWrite.h"
 #include "app/VbConv.h"
 #include "app/modMain.h"
 #include "diagnostics/DbgPrint.h"
@@ -9,7 +10,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
 
 StrMass ProgConfig;
 QString ProgCfgPath;
@@ -87,11 +87,7 @@ int SaveConfig(const QString& FPath) {
         out += ProgConfig[i].toUtf8();
         out += "\r\n";
     }
-    QSaveFile f(FPath);
-    if (!f.open(QIODevice::WriteOnly))
-        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + FPath);
-    f.setPermissions(kPrivateFile);
-    if (f.write(out) != out.size() || !f.commit())
+    if (!WriteFileChecked(FPath, out, kPrivateFile))
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + FPath);
     return 0;
 }

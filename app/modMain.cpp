@@ -10,6 +10,7 @@
 #include "diagnostics/Trace.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -17,6 +18,10 @@
 #include <QStandardPaths>
 
 #include <memory>
+
+#include <cerrno>
+#include <csignal>
+#include <unistd.h>
 
 QByteArray CustomColors;
 
@@ -74,6 +79,48 @@ QString GetWindowsTemp() {
     const QString dir = Pt(base) + QStringLiteral("argentpm-tmp-") + QString::number(getuid());
     makePrivateDir(dir);
     return Pt(dir);
+}
+
+int RemoveStaleTempCopies() {
+    TRACE_PROC("modMain.RemoveStaleTempCopies");
+    const QString dir = GetWindowsTemp();
+    const QFileInfo di(dir);
+    if (!di.isDir())
+        return 0;
+    int removed = 0;
+    const QFileInfoList entries =
+        QDir(dir).entryInfoList({QStringLiteral("psc*")}, QDir::Files | QDir::Hidden);
+    for (const QFileInfo& fi : entries) {
+        // "psc<pid>_XXXXXX.tmp"; a name without a process id comes from an older build and
+        // is stale once it is a minute old (a copy lives for one load or save).
+        const QString name = fi.fileName();
+        const qsizetype bar = name.indexOf(u'_');
+        bool hasPid = false;
+        const qint64 pid = bar > 3 ? name.mid(3, bar - 3).toLongLong(&hasPid) : 0;
+        bool stale;
+        if (hasPid && pid > 0)
+            stale = pid != getpid() && ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+        else
+            stale = fi.lastModified().secsTo(QDateTime::currentDateTime()) > 60;
+        if (stale && QFile::remove(fi.absoluteFilePath()))
+            ++removed;
+    }
+    if (removed > 0)
+        DbgPrint(QStringLiteral("Stale temporary copies removed: %1").arg(removed));
+    return removed;
+}
+
+QString TempFolderProblem() {
+    TRACE_PROC("modMain.TempFolderProblem");
+    const QString dir = GetWindowsTemp();
+    const QFileInfo fi(dir);
+    if (!fi.exists())
+        return QStringLiteral("the temporary folder %1 is missing and cannot be made").arg(dir);
+    if (!fi.isDir())
+        return QStringLiteral("the temporary folder %1 is a file, not a folder").arg(dir);
+    if (!fi.isWritable())
+        return QStringLiteral("the temporary folder %1 cannot be written").arg(dir);
+    return QString();
 }
 
 QString StripNulls(QString& OriginalStr) {
@@ -150,6 +197,7 @@ bool Main(const std::function<void()>& CreateProgramObjects) {
     LoadLang(Pt(AppPath()) + QStringLiteral("Languages/") + ProgConfig[14] + QStringLiteral(".lng"));
     DbgPrint(QStringLiteral("Language Loading... Ok"));
 
+    RemoveStaleTempCopies();
     if (CreateProgramObjects)
         CreateProgramObjects();
     return true;

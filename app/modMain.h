@@ -13,6 +13,12 @@ QString Pt(const QString& Path);
 bool FileExist(const QString& FileName);
 // The private temporary folder of this user (mode 0700), ending in "/".
 QString GetWindowsTemp();
+// Erases deciphered temporary copies ("psc*") left in the private temporary folder by a
+// process that was killed: those of processes that no longer run, and unnamed old ones.
+// Copies of running processes stay. Returns how many were erased.
+int RemoveStaleTempCopies();
+// Empty when the private temporary folder can be used; else why not (for a message).
+QString TempFolderProblem();
 // Cuts the text at its first NUL character, in place and in the result.
 QString StripNulls(QString& OriginalStr);
 void RemoveNullChar(QString& Text);

@@ -5,8 +5,10 @@
 
 #include "app/ProgConfig.h"
 #include "app/modMain.h"
+#include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Trace.h"
 #include "storage/Md5.h"
+#include "storage/UserFileLock.h"
 #include "users/UsDBTree.h"
 #include "users/UserAccounts.h"
 
@@ -73,6 +75,51 @@ int askNewSecret(const CliOptions& Opt, QString& Out) {
     return cliOk;
 }
 
+namespace {
+// The lock of the user this command changes; released when the process ends.
+std::unique_ptr<clsUserFileLock> g_lock;
+} // namespace
+
+int lockUser(const QString& Name) {
+    TRACE_PROC("modCli.LockUser", Name);
+    const QString path = UsDBFilePath(Name);
+    g_lock = std::make_unique<clsUserFileLock>(path);
+    if (g_lock->Acquire())
+        return cliOk;
+    if (g_lock->TimedOut()) {
+        say(QStringLiteral("another program has held the file of user %1 for more than %2 s; nothing was "
+                           "changed, try again")
+                .arg(quoted(Name))
+                .arg(kUserLockWaitMs / 1000));
+        return cliLocked;
+    }
+    say(QStringLiteral("the lock file %1 cannot be made").arg(clsUserFileLock::LockFilePath(path)));
+    return cliFailed;
+}
+
+int saveFailure(int SaveResult) {
+    TRACE_PROC("modCli.SaveFailure", SaveResult);
+    switch (SaveResult) {
+    case usLockTimeout:
+        say(QStringLiteral("another program has held the file of user %1 for more than %2 s; nothing was "
+                           "changed")
+                .arg(quoted(CurUser))
+                .arg(kUserLockWaitMs / 1000));
+        return cliLocked;
+    case usKeyChanged:
+        say(QStringLiteral("the file of user %1 no longer opens with the password given; nothing was changed")
+                .arg(quoted(CurUser)));
+        return cliWrongPasw;
+    case usFileDeleted:
+        say(QStringLiteral("the file of user %1 was deleted meanwhile; nothing was written")
+                .arg(quoted(CurUser)));
+        return cliNoUser;
+    default:
+        say(QStringLiteral("the file of user %1 could not be written; it is as it was").arg(quoted(CurUser)));
+        return cliFailed;
+    }
+}
+
 // Checks the password and makes the user current (without touching the settings, unlike
 // the desktop program: a look from the command line does not change its last user).
 int openUser(const CliOptions& Opt, const QString& Name) {
@@ -93,7 +140,16 @@ int openUser(const CliOptions& Opt, const QString& Name) {
         return rc;
     QString md5 = HashString(typed);
     WipeString(typed);
-    if (TestUsPasw(path, md5) != 1) {
+    const int test = TestUsPasw(path, md5);
+    if (test == 4) {
+        WipeString(md5);
+        const QString why = TempFolderProblem();
+        say(why.isEmpty()
+                ? QStringLiteral("the temporary folder %1 is full; nothing was read").arg(GetWindowsTemp())
+                : why);
+        return cliFailed;
+    }
+    if (test != 1) {
         WipeString(md5);
         say(QStringLiteral("wrong password for user %1 (or %2 is not a user file)").arg(quoted(Name), path));
         return cliWrongPasw;
@@ -102,6 +158,11 @@ int openUser(const CliOptions& Opt, const QString& Name) {
     const int r = LoadUser(path, GetTruePasw(md5));
     if (r < 0) {
         WipeString(md5);
+        if (r == -9) {
+            say(QStringLiteral("the temporary folder %1 is full or gone; nothing was read")
+                    .arg(GetWindowsTemp()));
+            return cliFailed;
+        }
         if (r == -2) {
             say(QStringLiteral("the file of user %1 disappeared (%2)").arg(quoted(Name), path));
             return cliNoUser;
@@ -164,14 +225,36 @@ using namespace cli;
 int CliPrepare(const CliOptions& Opt) {
     TRACE_PROC("modCli.CliPrepare", Opt.Databases);
     CreateProgramObjects();
-    ChooseConfiguration();
+    try {
+        ChooseConfiguration();
+    } catch (const VbError& e) {
+        argent::diag::clearSnapshot();
+        say(QStringLiteral("the settings file %1 cannot be read (%2)").arg(ProgCfgPath, e.description()));
+        return cliBadConfig;
+    }
+    RemoveStaleTempCopies();
+    // Settings of fewer lines than the language entry are no settings the program can run on
+    // (an emptied config.dat).
+    const bool usable = ProgConfig.UBound() >= 14;
     while (ProgConfig.UBound() < 5)
         AddElemToStrMass(ProgConfig, QString());
-    if (!Opt.Databases.isEmpty())
+    if (!Opt.Databases.isEmpty()) {
         ProgConfig[5] = QDir(Opt.Databases).absolutePath();
+    } else if (!usable) {
+        say(QStringLiteral("the settings file %1 is damaged (it holds %2 of its lines); give the databases "
+                           "folder with --databases DIR, or start ArgentPasswordMngr to set it up again")
+                .arg(ProgCfgPath)
+                .arg(ProgConfig.UBound()));
+        return cliBadConfig;
+    }
     if (ProgConfig[5].isEmpty()) {
         say(QStringLiteral("the settings name no databases folder; give one with --databases DIR"));
         return cliUsage;
+    }
+    const QFileInfo folder(ProgConfig[5]);
+    if (folder.exists() && !folder.isDir()) {
+        say(QStringLiteral("the databases folder %1 is a file, not a folder").arg(ProgConfig[5]));
+        return Opt.Databases.isEmpty() ? cliBadConfig : cliUsage;
     }
     return cliOk;
 }
@@ -221,6 +304,16 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
         QDir().mkpath(ProgConfig[5]);
         QFile::setPermissions(ProgConfig[5], QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
+    // Two programs adding the same user take turns; the second finds the first's file.
+    if (int rc = lockUser(name)) {
+        WipeString(pasw);
+        return rc;
+    }
+    if (FileExist(path)) {
+        WipeString(pasw);
+        say(QStringLiteral("user %1 exists already").arg(quoted(name)));
+        return cliRefused;
+    }
     AddUser(path, name, pasw);
     WipeString(pasw);
     std::printf("User \"%s\" created.\n", name.toUtf8().constData());
@@ -233,6 +326,8 @@ int CmdPasswd(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("'passwd' takes one user name. Try 'argentpm passwd --help'."));
         return cliUsage;
     }
+    if (int rc = lockUser(Args[0]))
+        return rc;
     if (int rc = openUser(Opt, Args[0]))
         return rc;
     // The file is written under the name the database carries; a file renamed by hand
@@ -247,11 +342,13 @@ int CmdPasswd(const CliOptions& Opt, const QStringList& Args) {
         return rc;
     const int r = ChangeUsPasw(pasw);
     WipeString(pasw);
-    if (r < 0) {
+    if (r == usWriteFailed) {
         say(QStringLiteral("the file of user %1 could not be written; it still opens with the old password")
                 .arg(quoted(Args[0])));
         return cliFailed;
     }
+    if (r < 0)
+        return saveFailure(r);
     std::printf("Password of user \"%s\" changed.\n", Args[0].toUtf8().constData());
     return cliOk;
 }
@@ -276,7 +373,12 @@ int CmdDeleteUser(const CliOptions& Opt, const QStringList& Args) {
             return cliRefused;
         }
     }
-    DeleteUser(Args[0], path);
+    if (int rc = lockUser(Args[0]))
+        return rc;
+    if (DeleteUser(Args[0], path) != 1) {
+        say(QStringLiteral("there is no user %1 in %2 any more").arg(quoted(Args[0]), ProgConfig[5]));
+        return cliNoUser;
+    }
     std::printf("User \"%s\" deleted.\n", Args[0].toUtf8().constData());
     return cliOk;
 }

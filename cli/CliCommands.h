@@ -17,6 +17,7 @@ enum CliExit {
     cliRefused = 7,   // user exists already, password too short, passwords differ, not confirmed
     cliNoBackup = 8,  // no such backup copy
     cliBadConfig = 9, // the settings hold a value the command cannot use
+    cliLocked = 10,   // another program held the user's file for more than 10 s
 };
 
 struct CliOptions {

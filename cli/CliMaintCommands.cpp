@@ -8,6 +8,7 @@
 #include "app/ProgConfig.h"
 #include "app/VbConv.h"
 #include "app/modMain.h"
+#include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Trace.h"
 #include "maintenance/Autobackup.h"
 #include "maintenance/RemovableInstall.h"
@@ -40,6 +41,23 @@ int existingCopy(const QString& Name) {
     return cliOk;
 }
 
+// Runs a file operation that raises on a failed read or write (a full disk, a folder that
+// is gone); such a failure is said plainly and is exit status 1. Any other error stays
+// unexpected.
+template <class F> int fileStep(const QString& What, F&& Fn) {
+    try {
+        Fn();
+    } catch (const VbError& e) {
+        if (e.number() != vbErrPathFileAccess && e.number() != vbErrPathNotFound &&
+            e.number() != vbErrFileNotFound)
+            throw;
+        argent::diag::clearSnapshot();
+        say(QStringLiteral("%1 failed: %2; files already there are as they were").arg(What, e.description()));
+        return cliFailed;
+    }
+    return cliOk;
+}
+
 bool confirmed(const CliOptions& Opt, const QString& Question) {
     return Opt.Yes || AskYesOnTty(Question);
 }
@@ -61,6 +79,8 @@ int CmdBackup(const CliOptions& Opt, const QStringList& Args) {
                 .arg(quoted(copies)));
         return cliBadConfig;
     }
+    if (int rc = lockUser(Args[0]))
+        return rc;
     if (int rc = openUser(Opt, Args[0]))
         return rc;
     if (CurUsDB->Name() != Args[0]) {
@@ -68,7 +88,9 @@ int CmdBackup(const CliOptions& Opt, const QStringList& Args) {
                 .arg(CurUsDBPath, quoted(CurUsDB->Name())));
         return cliFailed;
     }
-    const QString copy = DoAutobackup(CurUsDB);
+    QString copy;
+    if (int rc = fileStep(QStringLiteral("the backup copy"), [&] { copy = DoAutobackup(CurUsDB); }))
+        return rc;
     std::printf("%s\n", QFile::encodeName(copy).constData());
     return cliOk;
 }
@@ -105,7 +127,19 @@ int CmdRestore(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("nothing was restored (confirm with --yes when there is no terminal)"));
         return cliRefused;
     }
-    RestoreBackupFile(name);
+    const int r = RestoreBackupFile(name);
+    if (r == -6) {
+        say(QStringLiteral("another program has held the file of user %1 for more than 10 s; nothing was "
+                           "restored, try again")
+                .arg(quoted(user)));
+        return cliLocked;
+    }
+    if (r < 0) {
+        say(QStringLiteral("the backup copy could not be written over the file of user %1 (a full disk?); "
+                           "that file is as it was")
+                .arg(quoted(user)));
+        return cliFailed;
+    }
     std::printf("User \"%s\" restored from %s.\n", user.toUtf8().constData(), name.toUtf8().constData());
     return cliOk;
 }
@@ -150,12 +184,17 @@ int CmdInstallPortable(const CliOptions&, const QStringList& Args) {
         return cliFailed;
     }
     const bool tty = isatty(STDERR_FILENO);
-    const int n = InstallToRemovableDevice(target, [tty](int Done, int Total, const QString&) {
-        if (tty)
-            std::fprintf(stderr, "\rCopying... %d of %d", Done, Total);
+    int n = 0;
+    const int rc = fileStep(QStringLiteral("the portable copy"), [&] {
+        n = InstallToRemovableDevice(target, [tty](int Done, int Total, const QString&) {
+            if (tty)
+                std::fprintf(stderr, "\rCopying... %d of %d", Done, Total);
+        });
     });
     if (tty)
         std::fputs("\n", stderr);
+    if (rc)
+        return rc;
     std::printf("Installed to %s: %d files and folders copied. Start %s/ArgentPasswordMngr there.\n",
                 QFile::encodeName(target).constData(), n, QFile::encodeName(target).constData());
     return cliOk;

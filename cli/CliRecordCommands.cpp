@@ -46,6 +46,8 @@ int usage(const char* Command, const QString& Why) {
 // so a file renamed by hand is left alone.
 int openForChange(const CliOptions& Opt, const QString& Name) {
     TRACE_PROC("modCli.OpenForChange", Name);
+    if (int rc = lockUser(Name))
+        return rc;
     if (int rc = openUser(Opt, Name))
         return rc;
     if (CurUsDB->Name() != Name) {
@@ -59,11 +61,8 @@ int openForChange(const CliOptions& Opt, const QString& Name) {
 
 int saveCurrent() {
     TRACE_PROC("modCli.SaveCurrent");
-    if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0) {
-        say(QStringLiteral("the file of user %1 could not be written; it is as it was").arg(quoted(CurUser)));
-        return cliFailed;
-    }
-    return cliOk;
+    const int r = SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    return r < 0 ? saveFailure(r) : cliOk;
 }
 
 bool isRecordRow(int Rec) {
@@ -222,11 +221,11 @@ int CmdMv(const CliOptions& Opt, const QStringList& Args) {
         return rc;
     if (int rc = existingFolder(parent))
         return rc;
-    if (IsInRecordTree(*CurUsDB, id, parent)) {
+    // The row and everything below it go to the end of the table behind their new folder.
+    if (MoveRecordTree(*CurUsDB, id, parent) != 1) {
         say(QStringLiteral("%1 cannot go into itself or into a folder of its own").arg(id));
         return cliRefused;
     }
-    ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Parent"), parent);
     return saveCurrent();
 }
 

@@ -153,6 +153,7 @@ const char kCommonHelp[] = "\n"
                            "3 wrong password, 4 no such user, 5 damaged user file, 6 no such record,\n"
                            "7 refused (user exists, password too short, passwords differ or not confirmed),\n"
                            "8 no such backup copy, 9 a setting the command needs is not usable,\n"
+                           "10 another program held the user's file for more than 10 s (nothing changed),\n"
                            "70 an unexpected error (a report is written beside the debug log).\n";
 
 void printUsage(FILE* out) {

@@ -7,19 +7,24 @@
 // there, 75 anything that cannot be read or written (a full disk, a parent that is a
 // file, a folder that cannot be made).
 
+#include "app/CheckedWrite.h"
+
 #include <QFileDevice>
 #include <QString>
 
 #include <optional>
 
-// Mode 0600 for files and 0700 for folders that hold user data.
-inline constexpr QFileDevice::Permissions kPrivateFilePerms =
-    QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+// Mode 0600 for files (kPrivateFilePerms, app/CheckedWrite.h) and 0700 for folders that
+// hold user data.
 inline constexpr QFileDevice::Permissions kPrivateDirPerms =
     QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner;
 
-// Copies From over To (replacing it if it exists), byte for byte. Perms: the new file's
-// permissions; without them the source's.
+// Copies From over To (replacing it if it exists), byte for byte, checked (CheckedWrite.h).
+// Perms: the new file's permissions; without them the source's.
+// False when the copy could not be made: To is then as it was.
+bool TryCopyFileOver(const QString& From, const QString& To,
+                     std::optional<QFileDevice::Permissions> Perms = std::nullopt);
+// The same, raising 53 for a missing source and 75 for a copy that failed.
 void CopyFileOver(const QString& From, const QString& To,
                   std::optional<QFileDevice::Permissions> Perms = std::nullopt);
 // Creates one folder (its parent must exist); error 75 when it exists already or cannot

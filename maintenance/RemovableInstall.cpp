@@ -25,7 +25,8 @@ int countEntries(const QString& Folder) {
     QDirIterator it(Folder, kEntryFilter, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         it.next();
-        if (!(it.fileInfo().isSymLink() && it.fileInfo().isDir()))
+        if (!(it.fileInfo().isSymLink() && it.fileInfo().isDir()) &&
+            !it.fileName().endsWith(QLatin1String(".bdb.lock")))
             ++n;
     }
     return n;
@@ -50,6 +51,9 @@ int copyDirInto(const QString& from_dir, const QString& to_dir, bool PrivateData
                 continue;
             MakeFolder(to_dir + name, PrivateData ? kPrivateDirPerms : fi.permissions());
             folders.append(name);
+        } else if (PrivateData && name.startsWith(u'.') && name.endsWith(QLatin1String(".bdb.lock"))) {
+            // A user's lock file belongs to this folder's writers, not to the copy.
+            continue;
         } else {
             CopyFileOver(from_dir + name, to_dir + name, filePerms);
         }

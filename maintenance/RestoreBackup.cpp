@@ -5,6 +5,7 @@
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
 #include "maintenance/MaintFiles.h"
+#include "storage/UserFileLock.h"
 #include "users/UserAccounts.h"
 
 #include <QDir>
@@ -109,9 +110,12 @@ int RestoreBackupFile(const QString& BackupFileName) {
     if (user.isEmpty() || user == BackupFileName)
         return -3;
     // Deleting the old file and copying the backup is one replacement: until the copy
-    // is complete on disk the old file stays.
-    CopyFileOver(source, UsDBFilePath(user), kPrivateFilePerms);
-    return 1;
+    // is complete on disk the old file stays. Not while another program writes the file.
+    const QString target = UsDBFilePath(user);
+    clsUserFileLock lock(target);
+    if (!lock.Acquire())
+        return lock.TimedOut() ? -6 : -1;
+    return TryCopyFileOver(source, target, kPrivateFilePerms) ? 1 : -1;
 }
 
 int RestoreDBFromBackup(const QString& ItemText) {
@@ -125,7 +129,14 @@ int RestoreDBFromBackup(const QString& ItemText) {
     const QString wasUser = CurUser;
     QString wasKey = CurUsPasw;
     UnloadUser();
-    RestoreBackupFile(file);
+    const int r = RestoreBackupFile(file);
+    if (r < 0) {
+        // The user's file is as it was: the user who was open is open again.
+        if (!wasUser.isEmpty())
+            FullUserLoad(wasUser, wasKey);
+        WipeString(wasKey);
+        return r;
+    }
     int result = 1;
     if (!wasUser.isEmpty() && user == wasUser && FullUserLoad(user, wasKey) == 0)
         result = 0;

@@ -38,15 +38,18 @@ QString BackupUserFromItem(const QString& ItemText);
 
 // Puts the copy BackupFileName of the backup folder back as its user's file, replacing
 // that file in one step (a failure half-way leaves it whole). Does not touch the current
-// user. 1 done; -2 no such copy (not a plain name ending in ".bdb.BACKUP", or no file);
-// -3 the name has no user before its "_". File errors are raised (53, 75).
+// user. Holds the user's lock. 1 done; -2 no such copy (not a plain name ending in
+// ".bdb.BACKUP", or no file); -3 the name has no user before its "_"; -1 the copy could
+// not be written (a full disk): the user's file is as it was; -6 another program held the
+// user's file for more than 10 s.
 int RestoreBackupFile(const QString& BackupFileName);
 
 // The restore button: the current user is logged out (without saving), the copy of the
 // item replaces its user's file, and when that user was the one logged in it is opened
 // again with the key it was open with. 0 restored and open again; 1 restored, not
 // opened (another user, or the copy was made under an older password: ask for it);
-// -2 / -3 as RestoreBackupFile, and then nothing has changed, the current user included.
+// -1 / -2 / -3 / -6 as RestoreBackupFile, and then nothing has changed on disk; after -1
+// and -6 the user who was open is opened again (with the key it was open with).
 int RestoreDBFromBackup(const QString& ItemText);
 
 // The delete button: deletes the item's copy. 1 deleted, -2 no such copy.

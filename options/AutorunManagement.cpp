@@ -1,12 +1,13 @@
 #include "options/AutorunManagement.h"
 
+#include "app/CheckedWrite.h"
 #include "app/modMain.h"
+#include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
 QString AutorunEntryPath() {
     QString config = qEnvironmentVariable("XDG_CONFIG_HOME");
@@ -15,12 +16,11 @@ QString AutorunEntryPath() {
     return Pt(config) + QStringLiteral("autostart/ArgentPasswordMngr.desktop");
 }
 
-void AutorunManagement(bool Autorun) {
+bool AutorunManagement(bool Autorun) {
     TRACE_PROC("modMain.AutorunManagement", Autorun);
     const QString path = AutorunEntryPath();
     if (!Autorun) {
-        QFile::remove(path);
-        return;
+        return !QFileInfo::exists(path) || QFile::remove(path);
     }
     QString exec = Pt(AppPath()) + QStringLiteral("ArgentPasswordMngr");
     // The desktop entry format quotes arguments that hold blanks or specials.
@@ -38,9 +38,8 @@ void AutorunManagement(bool Autorun) {
                                          "X-GNOME-Autostart-enabled=true\n")
                               .arg(exec, Pt(AppPath()) + QStringLiteral("mainicon.png"));
     QDir().mkpath(QFileInfo(path).absolutePath());
-    QSaveFile f(path);
-    if (!f.open(QIODevice::WriteOnly))
-        return;
-    f.write(entry.toUtf8());
-    f.commit();
+    if (WriteFileChecked(path, entry.toUtf8(), kPrivateFilePerms | QFile::ReadGroup | QFile::ReadOther))
+        return true;
+    DbgPrint(QStringLiteral("Autostart entry not written: ") + path);
+    return false;
 }

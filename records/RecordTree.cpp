@@ -363,3 +363,73 @@ bool IsInRecordTree(clsDatabase& pDB, const QString& AncestorID, const QString& 
     }
     return false;
 }
+
+int MoveRecordTree(clsDatabase& pDB, const QString& IndNum, const QString& NewParent) {
+    TRACE_PROC("modMain.MoveRecordTree", IndNum, NewParent);
+    const int tbl = pDB.FindTable(kDataTable);
+    const int idF = pDB.FindField(tbl, QStringLiteral("IndNum"));
+    const int parentF = pDB.FindField(tbl, QStringLiteral("Parent"));
+    const int typeF = pDB.FindField(tbl, QStringLiteral("Type"));
+    if (tbl < 1 || idF < 1 || parentF < 1)
+        return 0;
+    const QList<QStringList>& recs = pDB.DBView().Tables[tbl - 1].Records;
+    // Children by parent in table order; the first row of each identifier decides.
+    QHash<QString, QList<int>> kids;
+    QHash<QString, int> rowOf;
+    kids.reserve(recs.size());
+    rowOf.reserve(recs.size());
+    for (qsizetype i = 0; i < recs.size(); ++i) {
+        const QString* id = fieldOf(recs[i], idF);
+        const QString* p = fieldOf(recs[i], parentF);
+        kids[p ? *p : QString()].append(static_cast<int>(i));
+        if (id && !rowOf.contains(*id))
+            rowOf.insert(*id, static_cast<int>(i));
+    }
+    const auto moved = rowOf.constFind(IndNum);
+    if (moved == rowOf.cend())
+        return 0;
+    if (NewParent != QLatin1String("0")) {
+        const auto target = rowOf.constFind(NewParent);
+        if (target == rowOf.cend())
+            return -2;
+        const QString* type = typeF > 0 ? fieldOf(recs[*target], typeF) : nullptr;
+        if (type && Val(*type) == 2.0)
+            return -2;
+    }
+    // The subtree in tree order; a loop in a damaged file visits each row once.
+    std::vector<char> inTree(static_cast<size_t>(recs.size()), 0);
+    QList<int> order;
+    std::vector<int> stack{*moved};
+    while (!stack.empty()) {
+        const int r = stack.back();
+        stack.pop_back();
+        if (inTree[r])
+            continue;
+        inTree[r] = 1;
+        order.append(r);
+        const QString* id = fieldOf(recs[r], idF);
+        const auto k = id ? kids.constFind(*id) : kids.cend();
+        if (k != kids.cend())
+            for (qsizetype j = k->size() - 1; j >= 0; --j)
+                stack.push_back(k->at(j));
+    }
+    const auto target = rowOf.constFind(NewParent);
+    if (NewParent == IndNum || (target != rowOf.cend() && inTree[*target]))
+        return -1;
+
+    DatabaseRecord db = pDB.DBView();
+    QList<QStringList> out;
+    out.reserve(recs.size());
+    for (qsizetype i = 0; i < recs.size(); ++i)
+        if (!inTree[i])
+            out.append(recs[i]);
+    for (int r : order)
+        out.append(recs[r]);
+    QStringList& head = out[out.size() - order.size()];
+    while (head.size() < parentF)
+        head.append(QString());
+    head[parentF - 1] = NewParent;
+    db.Tables[tbl - 1].Records = std::move(out);
+    pDB.ReplaceDB(std::move(db));
+    return 1;
+}

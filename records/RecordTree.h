@@ -84,6 +84,16 @@ int GetTextTillSepar(const QString& Text, QString& Buffer, const QString& separ,
 
 // ---- helpers for the commands that work on the tree -------------------------------------
 
+// Moves the row with identifier IndNum, with everything below it, into the folder
+// NewParent ("0" the root): its Parent becomes NewParent, and the row and its whole
+// subtree are taken out and appended at the end of the table in tree order (each folder
+// before its contents, siblings in their table order), identifiers and values unchanged.
+// So a folder made after the rows moved into it still comes before them in the table, and
+// the tree after the move is exactly what opening the user again shows. Results: 1 moved;
+// 0 no row IndNum; -1 refused: NewParent is the row itself or lies below it; -2 refused:
+// NewParent is a record or no row at all. One pass over the table.
+int MoveRecordTree(clsDatabase& pDB, const QString& IndNum, const QString& NewParent);
+
 // Row number (from 1) of the row with identifier IndNum in DataTable, 0 when none.
 int FindDataRow(clsDatabase& pDB, const QString& IndNum);
 // True when the row with identifier IndNum is AncestorID itself or lies somewhere below

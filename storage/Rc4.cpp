@@ -1,11 +1,11 @@
 #include "storage/Rc4.h"
 
+#include "app/CheckedWrite.h"
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Trace.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
 #include <sodium.h>
 
@@ -62,10 +62,9 @@ bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const 
     Rc4 rc4(key);
     sodium_memzero(key.data(), static_cast<std::size_t>(key.size()));
 
-    QSaveFile out(OutPath);
-    if (!out.open(QIODevice::WriteOnly))
+    clsCheckedFile out(OutPath);
+    if (!out.Open())
         return false;
-    out.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
     constexpr qsizetype kChunk = 1 << 20;
     QByteArray buf(kChunk, Qt::Uninitialized);
     bool readOk = true;
@@ -78,15 +77,15 @@ bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const 
         if (got == 0)
             break;
         rc4.Apply(buf.data(), got);
-        if (out.write(buf.constData(), got) != got)
+        if (!out.Write(buf.constData(), got))
             break;
     }
     sodium_memzero(buf.data(), static_cast<std::size_t>(buf.size()));
     if (!readOk) {
-        out.cancelWriting();
+        out.Cancel();
         return false;
     }
-    return out.commit();
+    return out.Commit();
 }
 
 } // namespace

@@ -3,11 +3,11 @@
 #include "storage/FileSeal.h"
 #include "storage/TableFile.h"
 
+#include "app/CheckedWrite.h"
 #include "diagnostics/Trace.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QSet>
 
 #include <algorithm>
@@ -144,12 +144,7 @@ int TableEngine::SaveDatabase(const DatabaseRecord& db, const QString& Path, con
     QByteArray image = BuildFileImage(db, Pasw, Compress);
     if (image.isEmpty())
         return tbeIoError;
-    QSaveFile f(Path);
-    bool ok = f.open(QIODevice::WriteOnly);
-    if (ok) {
-        f.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
-        ok = f.write(image) == image.size() && f.commit();
-    }
+    const bool ok = WriteFileChecked(Path, image);
     WipeBytes(image);
     return ok ? tbeOk : tbeIoError;
 }

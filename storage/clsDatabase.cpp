@@ -340,3 +340,37 @@ int clsDatabase::FindRecordInFields(int TblNum, const QList<int>& FldNums, const
     Touch();
     return lDBMngr.FindRecordInFields(lDB, TblNum, FldNums, SText, Start, CaseSens);
 }
+
+void clsDatabase::SetFileState(const DatabaseRecord& Base, const clsFileIdentity& Id) {
+    TRACE_PROC("clsDatabase.SetFileState");
+    lBase = Base;
+    lBase.Key.reset();
+    lFileId = Id;
+    lHasFileState = true;
+}
+
+bool clsDatabase::HasUnsavedChanges() const {
+    TRACE_PROC("clsDatabase.HasUnsavedChanges");
+    if (!lHasFileState)
+        return false;
+    if (lDB.Name != lBase.Name || lDB.Tag != lBase.Tag || lDB.flags != lBase.flags ||
+        lDB.Tables.size() != lBase.Tables.size())
+        return true;
+    // Rows that were not touched share their data with the base, so this is quick.
+    for (qsizetype i = 0; i < lDB.Tables.size(); ++i) {
+        const TableEntry& a = lDB.Tables[i];
+        const TableEntry& b = lBase.Tables[i];
+        if (a.Name != b.Name || a.Tag != b.Tag || a.Flags != b.Flags || a.FldNames != b.FldNames ||
+            a.Records != b.Records)
+            return true;
+    }
+    return false;
+}
+
+void clsDatabase::ReplaceDB(DatabaseRecord NewDB) {
+    TRACE_PROC("clsDatabase.ReplaceDB");
+    NewDB.Path = lDB.Path;
+    if (!NewDB.Key)
+        NewDB.Key = lDB.Key;
+    lDB = std::move(NewDB);
+}

@@ -11,6 +11,7 @@
 // read records or fields, and those that call the engine, note the time of the access.
 // Record values may be passwords: the setters keep them out of error reports.
 
+#include "storage/FileIdentity.h"
 #include "storage/TableEngine.h"
 
 #include <QString>
@@ -84,6 +85,21 @@ public:
     int FindRecordInFields(int TblNum, const QList<int>& FldNums, const QString& SText, int Start,
                            bool CaseSens);
 
+    // The file this database was last read from or written to: the structure as it was
+    // then (the base of a three-way merge) and the file's identity. Set by loading and
+    // by every save of a user file; HasFileState is false for a database never tied to
+    // a file.
+    void SetFileState(const DatabaseRecord& Base, const clsFileIdentity& Id);
+    // The structure in memory is now what the file holds (after a save).
+    void MarkSaved(const clsFileIdentity& Id) { SetFileState(lDB, Id); }
+    bool HasFileState() const { return lHasFileState; }
+    const DatabaseRecord& Base() const { return lBase; }
+    const clsFileIdentity& FileId() const { return lFileId; }
+    // True when the tables in memory differ from the base (always false without one).
+    bool HasUnsavedChanges() const;
+    // Replaces the structure (after a merge), keeping path and access time.
+    void ReplaceDB(DatabaseRecord NewDB);
+
 private:
     void Touch();
     bool TblOk(int TblNum) const { return TblNum >= 1 && TblNum <= lDB.TabNum(); }
@@ -91,6 +107,9 @@ private:
     DatabaseRecord lDB;
     int lDBLastAccess = 0;
     TableEngine lDBMngr;
+    DatabaseRecord lBase;
+    clsFileIdentity lFileId;
+    bool lHasFileState = false;
 };
 
 using clsDatabasePtr = std::shared_ptr<clsDatabase>;

@@ -11,7 +11,9 @@
 #include "storage/Md5.h"
 #include "storage/Rc4.h"
 #include "storage/TableFile.h"
+#include "storage/UserFileLock.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -103,14 +105,25 @@ QByteArray NewUserTemplate() {
                              "[End DataTable]\r\n");
 }
 
-QString GetTempFileName() {
-    TRACE_PROC("modMain.GetTempFileName");
-    QTemporaryFile f(GetWindowsTemp() + QStringLiteral("pscXXXXXX.tmp"));
+bool TryGetTempFileName(QString& Out) {
+    TRACE_PROC("modMain.TryGetTempFileName");
+    // The process id in the name tells the start-up clean-up whose copy it is.
+    QTemporaryFile f(GetWindowsTemp() +
+                     QStringLiteral("psc%1_XXXXXX.tmp").arg(QCoreApplication::applicationPid()));
     f.setAutoRemove(false);
     if (!f.open())
-        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + GetWindowsTemp());
+        return false;
     f.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
-    return f.fileName();
+    Out = f.fileName();
+    return true;
+}
+
+QString GetTempFileName() {
+    TRACE_PROC("modMain.GetTempFileName");
+    QString name;
+    if (!TryGetTempFileName(name))
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + GetWindowsTemp());
+    return name;
 }
 
 void TrueKill(const QString& FilePath) {
@@ -198,9 +211,14 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
 int TestUsPasw(const QString& UPath, const QString& Pasw) {
     TRACE_PROC("modMain.TestUsPasw", UPath, HIDDEN(Pasw));
     const QString key = GetTruePasw(Pasw);
-    const QString tmp = GetTempFileName();
+    QString tmp;
+    if (!TryGetTempFileName(tmp))
+        return 4;
     int result = 2;
-    DecryptFile(UPath, tmp, true, key);
+    if (!DecryptFile(UPath, tmp, true, key) && QFileInfo(UPath).isFile() && QFileInfo(UPath).isReadable()) {
+        TrueKill(tmp);
+        return 4;
+    }
     QFile f(tmp);
     if (f.size() > kSignatureEncLen && f.open(QIODevice::ReadOnly)) {
         QByteArray line = f.readLine(64);
@@ -218,10 +236,18 @@ int TestUsPasw(const QString& UPath, const QString& Pasw) {
 
 int LoadUser(const QString& UPath, const QString& Pasw) {
     TRACE_PROC("modMain.LoadUser", UPath, HIDDEN(Pasw));
-    const QString tmp = GetTempFileName();
+    QString tmp;
+    if (!TryGetTempFileName(tmp))
+        return -9;
+    // The identity is read before the bytes: a replacement in between makes the next
+    // save merge (harmlessly), never write over a version it did not see.
+    const clsFileIdentity id = ReadFileIdentity(UPath);
     // A missing user file leaves nothing to load: the manager then reports -2.
-    if (!DecryptFile(UPath, tmp, true, Pasw))
+    if (!DecryptFile(UPath, tmp, true, Pasw)) {
         TrueKill(tmp);
+        if (id.Exists && !id.Digest.isEmpty())
+            return -9;
+    }
     clsDatabasePtr db;
     const int r = MDFM->LoadDB(tmp, db, Pasw);
     // The deciphered copy is erased on every path, and its entry goes with it: the key
@@ -230,6 +256,7 @@ int LoadUser(const QString& UPath, const QString& Pasw) {
     MDFM->DeleteDBFromCol(tmp);
     if (r < 0)
         return r;
+    db->SetFileState(db->DBView(), id);
     if (CurUsDB && !CurUsDB->Path().isEmpty())
         SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
     CurUsDB = db;
@@ -241,6 +268,12 @@ int FullUserLoad(const QString& UsName, const QString& UsPasw) {
     CurUsDB = std::make_shared<clsDatabase>();
     const QString path = UsDBFilePath(UsName);
     const int r = LoadUser(path, GetTruePasw(UsPasw));
+    if (r == -9)
+        return 102;
+    // The first line deciphers with this password, so the key is right: the contents
+    // themselves fail their check.
+    if ((r == -4 || r == -3) && TestUsPasw(path, UsPasw) == 1)
+        return 101;
     if (r < 0)
         return r == -4 ? -1 : 100;
     CurUsPasw = UsPasw;
@@ -255,20 +288,6 @@ int FullUserLoad(const QString& UsName, const QString& UsPasw) {
     if (g_view)
         g_view->ShowUsDB(*CurUsDB);
     return 0;
-}
-
-int SaveUsDB(const clsDatabasePtr& DB, const QString& Pasw) {
-    TRACE_PROC("modMain.SaveUsDB", DB.get(), HIDDEN(Pasw));
-    // A database without a name belongs to no user: there is no file to write.
-    if (!DB || DB->Name().isEmpty())
-        return tbeNothingToSave;
-    const QString path = UsDBFilePath(DB->Name());
-    const QString tmp = GetTempFileName();
-    int r = MDFM->SaveDB(DB, tmp, Pasw, false);
-    if (r >= 0 && !EncryptFile(tmp, path, true, Pasw))
-        r = tbeIoError;
-    TrueKill(tmp);
-    return r;
 }
 
 void UnloadUser() {
@@ -290,13 +309,21 @@ int DeleteUser(const QString& UsName, const QString& UsDBPath) {
     TRACE_PROC("modMain.DeleteUser", UsName, UsDBPath);
     if (!FileExist(UsDBPath))
         return -2;
+    // Not while another program is in the middle of writing it.
+    clsUserFileLock lock(UsDBPath);
+    if (!lock.Acquire() && lock.TimedOut())
+        return usLockTimeout;
     TrueKill(UsDBPath);
     return 1;
 }
 
 int ChangeUsPasw(const QString& NewPasw) {
     TRACE_PROC("modMain.ChangeUsPasw", HIDDEN(NewPasw));
-    WipeString(CurUsPasw);
+    QString old = CurUsPasw;
     CurUsPasw = HashString(NewPasw);
-    return SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    const int r = SaveUsDBRekeyed(CurUsDB, GetTruePasw(old), GetTruePasw(CurUsPasw));
+    if (r < 0)
+        std::swap(CurUsPasw, old);
+    WipeString(old);
+    return r;
 }

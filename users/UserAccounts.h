@@ -17,6 +17,7 @@
 // a whole new version; user files are created with mode 0600.
 
 #include "app/StrMass.h"
+#include "storage/FileIdentity.h"
 #include "storage/clsDataFilesManager.h"
 #include "storage/clsDatabase.h"
 
@@ -53,27 +54,69 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw);
 // in all, followed by the MD5 text itself (64 characters).
 QString GetTruePasw(const QString& InPasw);
 // 1 when Pasw (MD5 text) opens the file at UPath, 2 for a wrong password or a file that
-// is missing, too short or not a user file.
+// is missing, too short or not a user file, 4 when the deciphered copy could not be
+// written (the temporary folder is full or gone).
 int TestUsPasw(const QString& UPath, const QString& Pasw);
 // Opens the file at UPath with the file key Pasw and makes it the current database,
 // saving the previously loaded one first. 2 loaded; below zero the manager's failure code
-// (-2 no file, -4 wrong key or changed file, -3 damaged structure, -1 unreadable).
+// (-2 no file, -4 wrong key or changed file, -3 damaged structure, -1 unreadable), or -9
+// when the deciphered copy could not be written (the temporary folder is full or gone).
+// The database keeps the file's identity and its table as read (the base of a merge).
 int LoadUser(const QString& UPath, const QString& Pasw);
 // Opens user UsName with the MD5 text UsPasw and makes it the current user: globals,
 // settings entry 4 (saved) and the view. 0 on success; -1 when the file would not open
-// with that key (-4); 100 on any other failure. A failure changes no current-user global.
+// with that key (-4); 100 on any other failure; 101 when the password is right but the
+// contents fail their check (a damaged file: offer its backup copies); 102 when the
+// temporary folder is full or missing. A failure changes no current-user global.
 int FullUserLoad(const QString& UsName, const QString& UsPasw);
-// Saves DB to the databases folder under its Name with the file key Pasw. Result: the
-// manager's save result, 1 saved; -1 when the file could not be written (a full disk,
-// a folder that is gone): the old file then stays as it was, whole; -5 when DB has no
-// name (nothing is written).
+
+// Results of the saves of a user file.
+enum UsSaveResult {
+    usSaved = 1,          // written
+    usMerged = 2,         // the file had changed elsewhere: merged with it, then written
+    usWriteFailed = -1,   // the file could not be written (full disk, folder gone): the old file is whole
+    usNothingToSave = -5, // the database has no name: nothing written
+    usLockTimeout = -6,   // another program held the user's file for more than 10 s: nothing changed
+    usKeyChanged = -7,    // the file no longer opens with this key (its password changed elsewhere)
+    usFileDeleted = -8,   // the file was deleted elsewhere: nothing written (SaveUsDBRecreate writes it)
+};
+
+// Saves DB to the databases folder under its Name with the file key Pasw, holding the
+// user's lock. When the file is no longer the one DB was read from or last written to, the
+// file's version is merged in first (records/TableMerge.h; DB then holds the merged
+// table). A file whose contents fail their check is written over (there is nothing to
+// merge from; its backups remain). Results: UsSaveResult.
 int SaveUsDB(const clsDatabasePtr& DB, const QString& Pasw);
+// SaveUsDB that writes a file deleted elsewhere again.
+int SaveUsDBRecreate(const clsDatabasePtr& DB, const QString& Pasw);
+// For a file whose password was changed elsewhere: opens it with TheirPasw (the password
+// as typed), merges and saves with that password. On success (1 or 2) the caller sets
+// CurUsPasw to the MD5 text of TheirPasw. -7 when TheirPasw does not open it either.
+int SaveUsDBWithNewKey(const clsDatabasePtr& DB, const QString& TheirPasw);
+// Takes changes made elsewhere into DB (file key Pasw), holding the user's lock: when the
+// file is not the one DB knows, its version is merged into memory (memory counts as ours;
+// with no unsaved changes that is a plain reload) and becomes DB's base. Nothing is
+// written. 0 nothing changed, 1 merged or reloaded, -1 the file cannot be read or fails
+// its check, -6, -7, -8 as for SaveUsDB.
+int RefreshUsDB(const clsDatabasePtr& DB, const QString& Pasw);
+// SaveUsDB that reads the file's version with ReadKey and writes with WriteKey (a new
+// password).
+int SaveUsDBRekeyed(const clsDatabasePtr& DB, const QString& ReadKey, const QString& WriteKey);
+// Reads a user file into Out with the file key Pasw (both layers, in memory), with the
+// identity of exactly the bytes read. Cache, when given, is the key cache of the result.
+// 1, or -2 no file, -1 unreadable, -4 wrong key or changed bytes, -3 damaged structure.
+int ReadUserFile(const QString& UPath, const QString& Pasw, DatabaseRecord& Out, clsFileIdentity& Id,
+                 std::shared_ptr<KeyCache> Cache = {});
+
 // Back to no user, without saving: globals emptied, view cleared, entry 4 emptied (saved).
 void UnloadUser();
-// 1 deleted; -2 no file at UsDBPath. The current user and MDFM are not touched.
+// 1 deleted; -2 no file at UsDBPath; -6 another program held the file for more than
+// 10 s (nothing deleted). The current user and MDFM are not touched.
 int DeleteUser(const QString& UsName, const QString& UsDBPath);
 // New password of the current user: CurUsPasw becomes its MD5 text and the database is
-// saved with the new key at once. Returns SaveUsDB's result.
+// saved with the new key at once (a version changed elsewhere is read with the old key and
+// merged). Returns SaveUsDB's result; on a failure CurUsPasw keeps the old password, which
+// still opens the file.
 int ChangeUsPasw(const QString& NewPasw);
 
 // ---- helpers -----------------------------------------------------------------------------
@@ -82,8 +125,11 @@ int ChangeUsPasw(const QString& NewPasw);
 QString UsDBFilePath(const QString& UsName);
 // The file a new user starts from, byte for byte (an empty database with one table).
 QByteArray NewUserTemplate();
-// A fresh empty file (mode 0600) in the private temporary folder, named "psc...".
+// A fresh empty file (mode 0600) in the private temporary folder, named
+// "psc<process id>_....tmp"; error 75 when none can be made.
 QString GetTempFileName();
+// The same without raising: false when the temporary folder is full, gone or no folder.
+bool TryGetTempFileName(QString& Out);
 // Deletes a file if it exists, clearing its read-only state first; error 70 when a file
 // that exists cannot be deleted.
 void TrueKill(const QString& FilePath);
