@@ -6,8 +6,8 @@
 #include "diagnostics/Trace.h"
 #include "maintenance/RestoreBackup.h"
 #include "users/UserAccounts.h"
-#include "users/guiOpenUser.h"
 #include "users/frmPassword.h"
+#include "users/guiOpenUser.h"
 
 #include <QHBoxLayout>
 #include <QLabel>

@@ -22,6 +22,7 @@
 #include <QClipboard>
 #include <QCloseEvent>
 #include <QDesktopServices>
+#include <QFileSystemWatcher>
 #include <QLabel>
 #include <QMenuBar>
 #include <QScreen>
@@ -121,9 +122,18 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
     m_activity = m_guiActivity.get();
     m_session = new SessionWatch(this);
     connect(m_session, &SessionWatch::lockRequested, this, &frmMain::LockNow);
+    m_watch = new QFileSystemWatcher(this);
+    m_refreshTimer = new QTimer(this);
+    m_refreshTimer->setSingleShot(true);
+    // A save elsewhere comes as a burst of changes of the folder: one look after it.
+    m_refreshTimer->setInterval(150);
+    connect(m_refreshTimer, &QTimer::timeout, this, &frmMain::RefreshFromFile);
+    connect(m_watch, &QFileSystemWatcher::directoryChanged, this, [this] { m_refreshTimer->start(150); });
+    connect(m_watch, &QFileSystemWatcher::fileChanged, this, [this] { m_refreshTimer->start(150); });
     m_endWatch = new EndSessionWatch(this);
     connect(m_endWatch, &EndSessionWatch::terminateRequested, this, &frmMain::EndSession);
-    connect(qApp, &QGuiApplication::commitDataRequest, this, [this](QSessionManager&) { CommitSessionData(); });
+    connect(qApp, &QGuiApplication::commitDataRequest, this,
+            [this](QSessionManager&) { CommitSessionData(); });
     SetUserView(this);
     SetSaveFirstHandler([this] { return SaveCurUser() >= 0; });
 }

@@ -14,6 +14,7 @@
 #include <memory>
 
 class QAction;
+class QFileSystemWatcher;
 class QLabel;
 class QMenu;
 class QSplitter;
@@ -31,6 +32,7 @@ class UsTreeWidget : public QTreeWidget {
     Q_OBJECT
 public:
     using QTreeWidget::QTreeWidget;
+    bool Dragging() const { return state() == DraggingState; }
 signals:
     void nodeDropped(QTreeWidgetItem* Node, QTreeWidgetItem* Target);
 
@@ -187,7 +189,11 @@ private:
     // Saving on the way out: the database, geometry and settings. False when the
     // database could not be written (the window then stays).
     bool Form_Unload();
-    void MarkSaved();
+    int SettleSave(int Result);
+    int SaveWithFileKey();
+    void ShowFileTakenIn(const QString& Message);
+    void SyncWatch();
+    void RefreshFromFile();
     // Closes every open dialog; each counts as declined.
     void CloseDialogs();
     void Form_Paint();
@@ -215,9 +221,12 @@ private:
     IActivitySource* m_activity = nullptr;
     SessionWatch* m_session = nullptr;
     EndSessionWatch* m_endWatch = nullptr;
-    // The tables as last loaded or saved (tag and records of each), for the title's mark.
-    const clsDatabase* m_savedDb = nullptr;
-    QList<QPair<QString, QList<QStringList>>> m_savedTables;
+    // Changes made to the user's file elsewhere are taken in at once.
+    QFileSystemWatcher* m_watch = nullptr;
+    QTimer* m_refreshTimer = nullptr;
+    bool m_refreshing = false;
+    // The file state last reported (key changed, file deleted), so it is reported once.
+    int m_toldFileState = 0;
     bool m_ending = false;
     bool m_unloaded = false;
 };

@@ -80,7 +80,6 @@ void frmMain::mnuFileChangeUsPasw_Click() {
         return;
     frmChangeUsPasw dlg(this);
     ShowModal(dlg);
-    MarkSaved();
     UpdateTitle();
 }
 
@@ -97,7 +96,10 @@ void frmMain::mnuFileDelCurUser_Click() {
     // Still the user the question named, still open (the lock may have closed it).
     if (!SameUserOpen(db) || CurUser != user)
         return;
-    DeleteUser(CurUser, CurUsDBPath);
+    if (DeleteUser(CurUser, CurUsDBPath) == usLockTimeout) {
+        MsgBox(Texts(264), vbExclamation);
+        return;
+    }
     UnloadUser();
     ClearUsTree();
     ClearUsValue();
@@ -364,9 +366,15 @@ void frmMain::MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target) {
     }
     if (Node->parent() == Target)
         return;
+    // The row and its whole subtree go behind every other row, so that each row still
+    // follows its folder however old the folder is.
     const QString id = QString::number(NodeId(Node));
-    ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Parent"),
-                         QString::number(NodeId(Target)));
+    const int r = MoveRecordTree(*CurUsDB, id, QString::number(NodeId(Target)));
+    m_index.Invalidate();
+    if (r == -1)
+        MsgBox(Texts(168), vbExclamation);
+    if (r != 1)
+        return;
     // The same node, with its key, text, image, colour, bold state, Tag and children,
     // under its new folder, where opening the user again would show it: folders first in
     // reverse table order, then records in table order.

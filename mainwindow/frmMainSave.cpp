@@ -5,16 +5,24 @@
 
 #include "app/MsgBox.h"
 #include "app/ProgConfig.h"
+#include "app/guiApplication.h"
 #include "app/modLang.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
+#include "storage/Md5.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
+#include "users/frmPassword.h"
 
 #include <QApplication>
 #include <QDialog>
+#include <QFileInfo>
+#include <QFileSystemWatcher>
+#include <QLabel>
+#include <QLineEdit>
 #include <QScrollBar>
 #include <QSet>
+#include <QStatusBar>
 #include <QTimer>
 
 bool frmMain::SaveAfterEveryChange() {
@@ -24,14 +32,74 @@ bool frmMain::SaveAfterEveryChange() {
 int frmMain::SaveCurUser() {
     TRACE_PROC("frmMain.SaveCurUser");
     if (!UserLoaded())
-        return tbeNothingToSave;
-    const int r = SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
-    if (r >= 0)
-        MarkSaved();
-    else if (r != tbeNothingToSave)
-        MsgBox(Texts(247), vbCritical);
+        return usNothingToSave;
+    const int r = SettleSave(SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)));
     UpdateTitle();
     return r;
+}
+
+// What the window does with the result of a save (or of taking in the file): the result
+// it ends with.
+int frmMain::SettleSave(int Result) {
+    TRACE_PROC("frmMain.SettleSave", Result);
+    const clsDatabase* db = CurUsDB.get();
+    switch (Result) {
+    case usMerged:
+        ShowFileTakenIn(Texts(263));
+        break;
+    case usWriteFailed:
+        MsgBox(Texts(247), vbCritical);
+        break;
+    case usLockTimeout:
+        MsgBox(Texts(264), vbExclamation);
+        break;
+    case usKeyChanged:
+        return SaveWithFileKey();
+    case usFileDeleted:
+        if (MsgBox(Texts(267), vbYesNo | vbQuestion) == vbYes && SameUserOpen(db))
+            return SettleSave(SaveUsDBRecreate(CurUsDB, GetTruePasw(CurUsPasw)));
+        break;
+    default:
+        break;
+    }
+    return Result;
+}
+
+// The file's password was changed elsewhere: nothing is written until the user gives
+// the file's current password, which then becomes the open user's.
+int frmMain::SaveWithFileKey() {
+    TRACE_PROC("frmMain.SaveWithFileKey");
+    const clsDatabase* db = CurUsDB.get();
+    MsgBox(Texts(265), vbExclamation);
+    if (!SameUserOpen(db))
+        return usKeyChanged;
+    frmPassword dlg(this);
+    dlg.lblUserName->setText(CurUser);
+    FrmPaswResult = 3;
+    ShowModal(dlg);
+    QString typed = dlg.txtPassword->text();
+    int r = usKeyChanged;
+    if (FrmPaswResult == 1 && SameUserOpen(db)) {
+        r = SaveUsDBWithNewKey(CurUsDB, typed);
+        if (r == usSaved || r == usMerged) {
+            WipeString(CurUsPasw);
+            CurUsPasw = HashString(typed);
+        }
+    }
+    WipeString(typed);
+    FrmPaswEnetered.clear();
+    if (r == usKeyChanged) {
+        // Cancelled: what is open stays, unsaved, and the title says so.
+        MsgBox(Texts(266), vbInformation);
+        return r;
+    }
+    return SettleSave(r);
+}
+
+void frmMain::ShowFileTakenIn(const QString& Message) {
+    m_index.Invalidate();
+    RebuildTreeKeepingState();
+    sbStatusBar->showMessage(Message, 10000);
 }
 
 void frmMain::AfterChange() {
@@ -41,33 +109,78 @@ void frmMain::AfterChange() {
     UpdateTitle();
 }
 
-// What the file holds is what memory held at the last load or save.
-void frmMain::MarkSaved() {
-    m_savedDb = CurUsDB.get();
-    m_savedTables.clear();
-    if (CurUsDB)
-        for (const TableEntry& t : CurUsDB->DBView().Tables)
-            m_savedTables.append({t.Tag, t.Records});
-}
-
 bool frmMain::HasUnsavedChanges() const {
-    if (!UserLoaded())
-        return false;
-    if (m_savedDb != CurUsDB.get())
-        return true;
-    const QList<TableEntry>& tables = CurUsDB->DBView().Tables;
-    if (tables.size() != m_savedTables.size())
-        return true;
-    for (qsizetype i = 0; i < tables.size(); ++i)
-        if (tables[i].Tag != m_savedTables[i].first || tables[i].Records != m_savedTables[i].second)
-            return true;
-    return false;
+    return UserLoaded() && CurUsDB->HasUnsavedChanges();
 }
 
 void frmMain::UpdateTitle() {
     const QString title = Texts(158) + (HasUnsavedChanges() ? QStringLiteral(" *") : QString());
     if (windowTitle() != title)
         setWindowTitle(title);
+}
+
+// While a user is open the window watches the databases folder (a save replaces the
+// file, so a watch on the file alone would end with the first save elsewhere) and the
+// file itself (a writer that changes it in place).
+void frmMain::SyncWatch() {
+    const QString file = UserLoaded() && !m_locked ? CurUsDBPath : QString();
+    const QString folder = file.isEmpty() ? QString() : QFileInfo(file).absolutePath();
+    const QStringList dirs = m_watch->directories();
+    if (dirs.value(0) != folder || dirs.size() > 1) {
+        if (!dirs.isEmpty())
+            m_watch->removePaths(dirs);
+        if (!folder.isEmpty())
+            m_watch->addPath(folder);
+    }
+    const QStringList files = m_watch->files();
+    if (files.value(0) != file || files.size() > 1) {
+        if (!files.isEmpty())
+            m_watch->removePaths(files);
+    }
+    if (!file.isEmpty() && m_watch->files().isEmpty() && QFileInfo::exists(file))
+        m_watch->addPath(file);
+}
+
+void frmMain::RefreshFromFile() {
+    TRACE_PROC("frmMain.RefreshFromFile");
+    if (!UserLoaded() || m_locked || m_refreshing)
+        return;
+    // Not under an open dialog or an edit of a label: once they are done.
+    if (QApplication::activeModalWidget() || QApplication::activePopupWidget() || m_editingLabel ||
+        trvDatabase->Dragging()) {
+        m_refreshTimer->start(500);
+        return;
+    }
+    m_refreshing = true;
+    const int r = RefreshUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    switch (r) {
+    case 1:
+        ShowFileTakenIn(Texts(268));
+        UpdateTitle();
+        break;
+    case usLockTimeout:
+        // Another writer is busy: look again shortly.
+        m_refreshTimer->start(1000);
+        break;
+    case usKeyChanged:
+    case usFileDeleted:
+        // Asked once for each time it happens.
+        if (m_toldFileState != r) {
+            m_toldFileState = r;
+            SettleSave(r);
+        }
+        break;
+    case 0:
+        m_toldFileState = 0;
+        break;
+    default:
+        DbgPrint(QStringLiteral("The user's file changed elsewhere but cannot be read: ") + CurUsDBPath);
+        break;
+    }
+    if (r == usSaved || r == 0)
+        m_toldFileState = 0;
+    m_refreshing = false;
+    SyncWatch();
 }
 
 void frmMain::RebuildTreeKeepingState() {

@@ -92,6 +92,7 @@ void frmMain::LockNow() {
     CurUsDB = std::make_shared<clsDatabase>();
     txtValue->clear();
     ClearUsTree();
+    SyncWatch();
     // With a tray icon the window hides; without one it must stay reachable, so it goes
     // to the task bar and asks for the password when it comes back.
     if (DoUnloadTIcon)
@@ -131,7 +132,6 @@ void frmMain::Form_Paint() {
             CurUsDB = std::move(m_unsavedDB);
             ShowUsDB(*CurUsDB);
             // It is not in the file yet: try again, and say so when it still fails.
-            m_savedDb = nullptr;
             SaveCurUser();
         } else {
             OpenUser(this, CurUser, pasw);

@@ -120,6 +120,8 @@ void frmMain::ClearUsTree() {
     sbPanel->clear();
     SetCommandStates();
     UpdateTitle();
+    if (!UserLoaded())
+        SyncWatch();
 }
 
 void frmMain::ClearUsValue() {
@@ -136,8 +138,9 @@ void frmMain::ShowUsDB(clsDatabase& UsDB) {
     btnDelRec->setEnabled(false);
     ShowStatusCounts(QStringLiteral("0"));
     SetCommandStates();
-    MarkSaved();
     UpdateTitle();
+    m_toldFileState = 0;
+    SyncWatch();
 }
 
 void frmMain::ShowUsDBInTreeView(clsDatabase& UsDB) {

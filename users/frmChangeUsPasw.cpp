@@ -88,17 +88,13 @@ void frmChangeUsPasw::cmdOk_Click() {
         return;
     }
     QString pasw = txtPassword->text();
-    QString oldPasw = CurUsPasw;
     const int r = ChangeUsPasw(pasw);
     WipeString(pasw);
     if (r < 0) {
         // Not written: the file keeps the old password, and so does the program.
-        CurUsPasw = oldPasw;
-        WipeString(oldPasw);
-        MsgBox(Texts(247), vbCritical);
+        MsgBox(Texts(r == usLockTimeout ? 264 : 247), r == usLockTimeout ? vbExclamation : vbCritical);
         return;
     }
-    WipeString(oldPasw);
     txtPassword->clear();
     txtConfirm->clear();
     MsgBox(Texts(23), vbInformation);

@@ -134,7 +134,8 @@ void frmSelectUser::cmdDelUser_Click() {
     // Still asked for: a list closed meanwhile (by the lock) deletes nothing.
     if (m_closed)
         return;
-    DeleteUser(name, UsDBFilePath(name));
+    if (DeleteUser(name, UsDBFilePath(name)) == usLockTimeout)
+        MsgBox(Texts(264), vbExclamation);
     LoadUsers();
 }
 

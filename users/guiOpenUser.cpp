@@ -38,15 +38,16 @@ bool SaveCurrentUserFirst() {
 int OpenUser(QWidget* Owner, const QString& UsName, const QString& UsPasw) {
     TRACE_PROC("modMain.OpenUser", UsName);
     const int r = FullUserLoad(UsName, UsPasw);
-    if (r == 0)
-        return r;
-    // The prompt checked the password against the file's first line: a file that then
-    // fails to open is damaged (a changed byte, a cut-off end).
-    if (MsgBox(Texts(260) + QStringLiteral(" \"") + UsName + u'"' + QStringLiteral("\n\n") + Texts(261),
-               vbYesNo | vbExclamation) == vbYes) {
-        frmRestore dlg(Owner);
-        dlg.ShowUserCopies(UsName);
-        ShowModal(dlg);
+    if (r == 102) {
+        MsgBox(Texts(269), vbCritical);
+    } else if (r == 101) {
+        // The right password, contents that fail their check (a changed byte, a cut-off end).
+        if (MsgBox(Texts(260) + QStringLiteral(" \"") + UsName + u'"' + QStringLiteral("\n\n") + Texts(261),
+                   vbYesNo | vbExclamation) == vbYes) {
+            frmRestore dlg(Owner);
+            dlg.ShowUserCopies(UsName);
+            ShowModal(dlg);
+        }
     }
     return r;
 }

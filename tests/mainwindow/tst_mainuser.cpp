@@ -114,19 +114,19 @@ private slots:
         w.mnuContextTrvDelRec_Click();
         QCOMPARE(CurUsDB->GetTblRecNum(tbl), 4);
 
-        // Drag and drop: not a folder into itself; Bank into Work, in table order there.
+        // Drag and drop: not a folder into itself; Bank into Work, behind what was there.
         QTreeWidgetItem* work = w.NodeByKey("3key");
         QTreeWidgetItem* bank = w.NodeByKey("4key");
         w.MoveNode(work, work);
         QCOMPARE(s.boxes.last(), Texts(168));
         w.MoveNode(bank, work);
-        QCOMPARE(childTexts(work), QStringList({"Bank", "Forum"}));
+        QCOMPARE(childTexts(work), QStringList({"Forum", "Bank"}));
         QVERIFY(bank->font(0).bold());
         // Saved at once: the user opened afresh shows the same.
         UnloadUser();
         openUser();
         QCOMPARE(rowValue("4", "Parent"), QStringLiteral("3"));
-        QCOMPARE(childTexts(w.NodeByKey("3key")), QStringList({"Bank", "Forum"}));
+        QCOMPARE(childTexts(w.NodeByKey("3key")), QStringList({"Forum", "Bank"}));
     }
 
     void commandsWithoutUserDoNothing() {

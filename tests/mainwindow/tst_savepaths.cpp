@@ -1,6 +1,7 @@
 // Nothing the window holds is lost on the way out: switching users, closing questions
 // that the lock answers, the end of the session, and the save after every change.
 
+#include "app/modMain.h"
 #include "maintenance/RestoreBackup.h"
 #include "maintenance/frmRestore.h"
 #include "mainwindow/frmMain.h"
