@@ -86,7 +86,8 @@ public:
     // with settings entry 22 on, it saves at once. The title carries " *" while memory
     // differs from the file.
     int SaveCurUser();
-    void AfterChange();
+    // Returns the save's result, 0 when it did not save.
+    int AfterChange();
     bool HasUnsavedChanges() const;
     void UpdateTitle();
     static bool SaveAfterEveryChange();

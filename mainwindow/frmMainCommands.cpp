@@ -28,6 +28,7 @@
 #include <QGuiApplication>
 #include <QStatusBar>
 #include <QTextEdit>
+#include <QTimer>
 #include <QToolBar>
 #include <QUrl>
 
@@ -204,7 +205,10 @@ void frmMain::mnuContextTrvAddFolder_Click() {
     m_nodeById.insert(id.toInt(), node);
     parent->setExpanded(true);
     trvDatabase->setCurrentItem(node);
-    AfterChange();
+    // A save that merges changes made elsewhere may renumber the new folder and builds
+    // the tree anew: its name is then left as it is.
+    if (AfterChange() == usMerged || NodeByKey(id + QStringLiteral("key")) != node)
+        return;
     // The new folder's name is offered for editing at once.
     m_dropHighlight = node;
     mnuContextTrvRename_Click();
@@ -255,7 +259,8 @@ void frmMain::trvDatabase_AfterLabelEdit(QTreeWidgetItem* Node, int Column) {
                          Node->text(0));
     if (NodeId(Node) == m_curRecord)
         trvDatabase_Click();
-    AfterChange();
+    // Saved once the tree has finished with the edited node (a merge builds it anew).
+    QTimer::singleShot(0, this, [this] { AfterChange(); });
 }
 
 void frmMain::mnuContextValCopy(const QString& FieldName) {

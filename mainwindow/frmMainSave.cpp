@@ -102,11 +102,13 @@ void frmMain::ShowFileTakenIn(const QString& Message) {
     sbStatusBar->showMessage(Message, 10000);
 }
 
-void frmMain::AfterChange() {
+int frmMain::AfterChange() {
     TRACE_PROC("frmMain.AfterChange");
+    int r = 0;
     if (UserLoaded() && SaveAfterEveryChange())
-        SaveCurUser();
+        r = SaveCurUser();
     UpdateTitle();
+    return r;
 }
 
 bool frmMain::HasUnsavedChanges() const {

@@ -6,7 +6,7 @@
 #include "maintenance/frmRestore.h"
 #include "mainwindow/frmMain.h"
 #include "options/frmOptions.h"
-#include "storage/Rc4.h"
+#include "storage/FileIdentity.h"
 #include "tests/common/TestMain.h"
 #include "tests/mainwindow/MainTestKit.h"
 #include "users/frmAddUser.h"
@@ -22,21 +22,39 @@
 
 #include <csignal>
 #include <cstdio>
+#include <unistd.h>
 
 namespace {
 
+// The rows of a user's file as read with a password (none when it does not open).
+QList<QStringList> rowsOnDisk(const QString& pasw, const QString& user = QStringLiteral("anna")) {
+    DatabaseRecord rec;
+    clsFileIdentity id;
+    if (ReadUserFile(UsDBFilePath(user), GetTruePasw(HashString(pasw)), rec, id) != 1)
+        return {};
+    return rec.Tables.value(0).Records;
+}
+
 // The title of row 1 ("Mail") as the file holds it, without touching the open user.
-QString titleOnDisk(const QString& user = QStringLiteral("anna")) {
-    clsDatabasePtr db;
-    const QString tmp = GetTempFileName();
-    DecryptFile(UsDBFilePath(user), tmp, true, GetTruePasw(HashString(kUserPasw)));
-    const int r = MDFM->LoadDB(tmp, db, GetTruePasw(HashString(kUserPasw)));
-    TrueKill(tmp);
-    MDFM->DeleteDBFromCol(tmp);
-    if (r < 0)
-        return QStringLiteral("<unreadable>");
-    const int row = FindDataRow(*db, "1");
-    return row > 0 ? db->GetTblFldValNm(db->FindTable("DataTable"), row, "Title") : QStringLiteral("<gone>");
+QString titleOnDisk() {
+    for (const QStringList& row : rowsOnDisk(kUserPasw))
+        if (row.value(0) == "1")
+            return row.value(3);
+    return QStringLiteral("<gone>");
+}
+
+// argentpm on the test's databases folder, its password lines on standard input.
+QString argentpm(const TestEnv& env, const QStringList& args, const QByteArray& input) {
+    const QString exe = env.progDir() + "/argentpm";
+    if (!QFile::exists(exe))
+        QFile::copy(QStringLiteral(ARGENT_BIN_DIR "/argentpm"), exe);
+    QProcess p;
+    p.setChildProcessModifier([] { setsid(); });
+    p.start(exe, QStringList{"--databases", ProgConfig[5]} + args + QStringList{"--password-stdin"});
+    p.write(input);
+    p.closeWriteChannel();
+    p.waitForFinished(30000);
+    return p.exitCode() == 0 ? QString::fromUtf8(p.readAllStandardOutput()).trimmed() : QString();
 }
 
 void addUser(const QString& name) {
@@ -182,7 +200,7 @@ private slots:
         w.trvDatabase->setCurrentItem(mail);
         w.mnuContextTrvRename_Click();
         mail->setText(0, "Saved at once");
-        QCOMPARE(titleOnDisk(), QStringLiteral("Saved at once"));
+        QTRY_COMPARE(titleOnDisk(), QStringLiteral("Saved at once"));
         QVERIFY(!w.windowTitle().endsWith(" *"));
 
         frmOptions options(&w);
@@ -191,11 +209,52 @@ private slots:
         QCOMPARE(ProgConfig[22], QStringLiteral("0"));
         w.mnuContextTrvRename_Click();
         mail->setText(0, "Kept in memory");
+        QTest::qWait(50);
         QCOMPARE(titleOnDisk(), QStringLiteral("Saved at once"));
         QVERIFY(w.windowTitle().endsWith(" *"));
         w.mnuFileSaveDB_Click();
         QCOMPARE(titleOnDisk(), QStringLiteral("Kept in memory"));
         QVERIFY(!w.windowTitle().endsWith(" *"));
+    }
+
+    // argentpm adds a record and changes the password while the window has the user open;
+    // the window's next change is merged with both, under the password the user gives
+    // for the file; and the window shows what argentpm adds next without being asked.
+    void outsideWritersAreMergedAndShown() {
+        TestEnv env;
+        makeUser(env);
+        Script s;
+        frmMain w;
+        w.Form_Load();
+        openUser();
+        const QString outside = argentpm(env, {"add", "anna", "0", "--title", "Outside"}, "password1\n");
+        QCOMPARE(outside, QStringLiteral("6"));
+        QVERIFY(!argentpm(env, {"passwd", "anna"}, "password1\nnew password\n").isEmpty());
+
+        s.passwords = {"new password"};
+        w.SetDropHighlight(w.NodeByKey("3key"));
+        w.mnuContextTrvAddFolder_Click();
+        QCOMPARE(s.boxes, QStringList{Texts(265)});
+        QCOMPARE(CurUsPasw, HashString("new password"));
+        QVERIFY(rowsOnDisk(kUserPasw).isEmpty());
+        QMap<QString, QString> titles;
+        for (const QStringList& row : rowsOnDisk("new password")) {
+            QVERIFY2(!titles.contains(row[0]), qPrintable("identifier twice: " + row[0]));
+            titles[row[0]] = row[3];
+        }
+        QCOMPARE(titles.value("6"), QStringLiteral("Outside"));
+        QCOMPARE(titles.value("7"), QStringLiteral("Новая папка"));
+        QCOMPARE(titles.size(), 7);
+        QVERIFY(w.NodeByKey("6key") && w.NodeByKey("7key"));
+        QVERIFY(!w.windowTitle().endsWith(" *"));
+
+        w.trvDatabase->setCurrentItem(w.NodeByKey("3key"));
+        const QString next = argentpm(env, {"add", "anna", "3", "--title", "Next"}, "new password\n");
+        QCOMPARE(next, QStringLiteral("8"));
+        QTRY_VERIFY_WITH_TIMEOUT(w.NodeByKey("8key"), 1000);
+        QCOMPARE(w.NodeByKey("8key")->parent(), w.NodeByKey("3key"));
+        QCOMPARE(w.trvDatabase->currentItem(), w.NodeByKey("3key"));
+        QVERIFY(w.NodeByKey("3key")->isExpanded());
     }
 
     // SIGTERM, SIGHUP and SIGINT save what is open, as Exit does, and end the program.
