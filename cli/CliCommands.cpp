@@ -1,5 +1,6 @@
 #include "cli/CliCommands.h"
 
+#include "cli/CliScript.h"
 #include "cli/CliShared.h"
 #include "cli/CliTerminal.h"
 
@@ -11,6 +12,7 @@
 #include "storage/UserFileLock.h"
 #include "users/UsDBTree.h"
 #include "users/UserAccounts.h"
+#include "users/UserName.h"
 
 #include <QDir>
 #include <QFile>
@@ -259,7 +261,7 @@ int CliPrepare(const CliOptions& Opt) {
     return cliOk;
 }
 
-int CmdUsers(const CliOptions&, const QStringList& Args) {
+int CmdUsers(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdUsers", Args);
     if (!Args.isEmpty()) {
         say(QStringLiteral("'users' takes no arguments. Try 'argentpm users --help'."));
@@ -271,6 +273,8 @@ int CmdUsers(const CliOptions&, const QStringList& Args) {
     }
     StrMass users;
     FindUsers(ProgConfig[5], users);
+    if (wantJson(Opt))
+        return printUsersJson(users.UBound() >= 1 ? users.Items.mid(1 - users.LBound) : QStringList());
     QByteArray out;
     for (int i = 1; i <= users.UBound(); ++i) {
         appendOneLine(out, users[i]);
@@ -287,9 +291,11 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
         return cliUsage;
     }
     const QString name = Args[0];
-    if (name.isEmpty() || name.contains(u'/') || name.contains(QChar(0)) || name == QLatin1String(".") ||
-        name == QLatin1String("..")) {
-        say(QStringLiteral("%1 cannot be a user name: it must not be empty or hold \"/\"").arg(quoted(name)));
+    if (!IsValidUserName(name)) {
+        say(QStringLiteral(
+                "%1 cannot be a user name: it becomes a file name, so it must not be empty, \".\" or "
+                "\"..\", or hold \"/\"")
+                .arg(quoted(name)));
         return cliRefused;
     }
     const QString path = UsDBFilePath(name);
@@ -300,6 +306,7 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
     QString pasw;
     if (int rc = askNewSecret(Opt, pasw))
         return rc;
+    reportStrength(pasw, name);
     if (!QFileInfo(ProgConfig[5]).isDir()) {
         QDir().mkpath(ProgConfig[5]);
         QFile::setPermissions(ProgConfig[5], QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -314,7 +321,17 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("user %1 exists already").arg(quoted(name)));
         return cliRefused;
     }
-    AddUser(path, name, pasw);
+    try {
+        AddUser(path, name, pasw);
+    } catch (const VbError& e) {
+        if (e.number() != vbErrPathFileAccess)
+            throw;
+        // A full disk or a folder that went away: nothing was created.
+        WipeString(pasw);
+        argent::diag::clearSnapshot();
+        say(QStringLiteral("user %1 could not be created: %2").arg(quoted(name), e.description()));
+        return cliFailed;
+    }
     WipeString(pasw);
     std::printf("User \"%s\" created.\n", name.toUtf8().constData());
     return cliOk;
@@ -340,6 +357,7 @@ int CmdPasswd(const CliOptions& Opt, const QStringList& Args) {
     QString pasw;
     if (int rc = askNewSecret(Opt, pasw))
         return rc;
+    reportStrength(pasw, Args[0]);
     const int r = ChangeUsPasw(pasw);
     WipeString(pasw);
     if (r == usWriteFailed) {
@@ -394,6 +412,8 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
     int tbl;
     if (int rc = dataTable(tbl))
         return rc;
+    if (wantJson(Opt))
+        return printLsJson(tbl);
     const DatabaseRecord& db = CurUsDB->DBView();
     const TableEntry& t = db.Tables[tbl - 1];
     const int fId = CurUsDB->FindField(tbl, QStringLiteral("IndNum")) - 1;
@@ -431,6 +451,8 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("'show' takes a user name and a record identifier. Try 'argentpm show --help'."));
         return cliUsage;
     }
+    if (int rc = checkFieldOption(Opt, "show"))
+        return rc;
     if (int rc = openUser(Opt, Args[0]))
         return rc;
     int tbl;
@@ -442,6 +464,10 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(Args[0]), id));
         return cliNoRecord;
     }
+    if (Opt.Given.contains(QStringLiteral("--field")))
+        return printField(tbl, rec, Opt.Given.value(QStringLiteral("--field")));
+    if (wantJson(Opt))
+        return printShowJson(tbl, rec);
     TableEntry fields;
     CurUsDB->GetTable(tbl, fields);
     QByteArray out;

@@ -21,8 +21,8 @@ public:
     QCheckBox *chkStartWithWin, *chkLoadLUser, *chkTrayMode, *chkPaswProtect, *chkDBBackup;
     // Settings entry 22: the main window saves after every change it makes.
     QCheckBox* chkSaveAfterChange;
-    QLineEdit *txtDBPath, *txtInactMin, *txtBackCopies;
-    QLabel *lblDBPathCap, *lblInactMinCap, *lblBackCopiesCap, *lblLangCap, *lblLangHint;
+    QLineEdit *txtDBPath, *txtInactMin, *txtBackCopies, *txtClipClear;
+    QLabel *lblDBPathCap, *lblInactMinCap, *lblBackCopiesCap, *lblLangCap, *lblLangHint, *lblClipClearCap;
     QComboBox* cboLanguage;
     QPushButton *cmdChangeDBPath, *cmdOk, *cmdCancel;
 
@@ -35,6 +35,8 @@ public slots:
     void chkSaveAfterChange_Change();
     void txtInactMin_Change();
     void txtBackCopies_Change();
+    // Seconds a copied password stays on the clipboard (settings entry 23; 0 never clears).
+    void txtClipClear_Change();
     void cboLanguage_Click();
     void cmdChangeDBPath_Click();
     void cmdOk_Click();

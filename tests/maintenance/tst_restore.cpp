@@ -4,9 +4,6 @@
 
 #include <QTest>
 
-#include <csignal>
-#include <sys/resource.h>
-
 class RestoreTest : public QObject {
     Q_OBJECT
 private slots:
@@ -72,36 +69,6 @@ private slots:
         QCOMPARE(DeleteBackup("../evil_1.bdb.BACKUP"), -2);
         QCOMPARE(copiesOnDisk().size(), 3);
         QVERIFY(QFile::exists(ProgConfig[5] + "/evil_1.bdb.BACKUP"));
-    }
-
-    // The disk fills up while the copy is written over the user's file (a file size
-    // limit below the copy's size): the error, and the user's file as it was.
-    void fullDiskLeavesTheUserFileWhole() {
-        TestEnv env;
-        const QString md5 = openAnna();
-        for (int i = 0; i < 1000; ++i)
-            addTitle(QStringLiteral("a longer title, so that the file grows %1").arg(i));
-        DoAutobackup(CurUsDB);
-        QVERIFY(QFileInfo(copyOf("anna", 1)).size() > 16 * 1024);
-        UnloadUser();
-        makeUser("anna");
-        const QByteArray before = digestOf(UsDBFilePath("anna"));
-        std::signal(SIGXFSZ, SIG_IGN);
-        rlimit old{};
-        getrlimit(RLIMIT_FSIZE, &old);
-        const rlimit lim{16 * 1024, old.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &lim);
-        int error = 0;
-        try {
-            RestoreBackupFile("anna_1.bdb.BACKUP");
-        } catch (const VbError& e) {
-            error = e.number();
-        }
-        setrlimit(RLIMIT_FSIZE, &old);
-        argent::diag::clearSnapshot();
-        QCOMPARE(error, 75);
-        QCOMPARE(digestOf(UsDBFilePath("anna")), before);
-        QCOMPARE(titlesInFile(UsDBFilePath("anna"), md5), QStringList());
     }
 };
 ARGENT_TEST(RestoreTest)

@@ -1,0 +1,185 @@
+// The three-way merge of DataTable and the move of a subtree, as data tables. A row is
+// written "id:parent:title[:login]"; a title starting with "F" is a folder.
+
+#include "records/RecordTree.h"
+#include "records/TableMerge.h"
+#include "tests/common/TestMain.h"
+#include "tests/records/RecordsTestKit.h"
+
+#include <QTest>
+
+namespace {
+
+QStringList row(const QString& Spec) {
+    const QStringList p = Spec.split(u':');
+    const QString title = p.value(2);
+    return {p.value(0), p.value(1), title.startsWith(u'F') ? "1" : "2", title, p.value(3), "pw", "",
+            "1key",     "0|0"};
+}
+
+TableEntry table(const QString& Rows, const QString& Tag) {
+    TableEntry t;
+    t.Name = "DataTable";
+    t.FldNames = {"IndNum", "Parent", "Type", "Title", "Login", "Password", "Description", "Image", "Flags"};
+    t.Tag = Tag;
+    for (const QString& r : Rows.split(u' ', Qt::SkipEmptyParts))
+        t.Records.append(row(r));
+    return t;
+}
+
+// T with every row that equals a row of Base made that very row (as memory shares the
+// rows it never changed with the table it was read as).
+TableEntry sharing(const TableEntry& Base, TableEntry T) {
+    for (QStringList& r : T.Records)
+        for (const QStringList& b : Base.Records)
+            if (b == r) {
+                r = b;
+                break;
+            }
+    return T;
+}
+
+QString spec(const QList<QStringList>& Rows) {
+    QStringList out;
+    for (const QStringList& r : Rows)
+        out << r[0] + ":" + r[1] + ":" + r[3] + (r[4].isEmpty() ? QString() : ":" + r[4]);
+    return out.join(u' ');
+}
+
+} // namespace
+
+class MergeTest : public QObject {
+    Q_OBJECT
+private slots:
+    void merge_data() {
+        QTest::addColumn<QString>("base");
+        QTest::addColumn<QString>("ours");
+        QTest::addColumn<QString>("theirs");
+        QTest::addColumn<QString>("tags"); // base ours theirs
+        QTest::addColumn<QString>("merged");
+        QTest::addColumn<QString>("tag");
+        const QString b = "1:0:F1 2:1:a 3:0:b";
+        QTest::newRow("nothing changed") << b << b << b << "3 3 3" << b << "3";
+        QTest::newRow("changed on their side only") << b << b << "1:0:F1 2:1:A 3:0:b"
+                                                    << "3 3 3"
+                                                    << "1:0:F1 2:1:A 3:0:b"
+                                                    << "3";
+        QTest::newRow("changed on our side only") << b << "1:0:F1 2:1:a 3:0:B" << b << "3 3 3"
+                                                  << "1:0:F1 2:1:a 3:0:B"
+                                                  << "3";
+        QTest::newRow("both sides, other fields") << b << "1:0:F1 2:1:a:login 3:0:b"
+                                                  << "1:0:F1 2:0:x 3:0:b"
+                                                  << "3 3 3"
+                                                  << "1:0:F1 2:0:x:login 3:0:b"
+                                                  << "3";
+        QTest::newRow("both sides, same field: ours") << b << "1:0:F1 2:1:ours 3:0:b"
+                                                      << "1:0:F1 2:1:theirs 3:0:b"
+                                                      << "3 3 3"
+                                                      << "1:0:F1 2:1:ours 3:0:b"
+                                                      << "3";
+        QTest::newRow("deleted by us, unchanged by them") << b << "1:0:F1 3:0:b" << b << "3 3 3"
+                                                          << "1:0:F1 3:0:b"
+                                                          << "3";
+        QTest::newRow("deleted by us, changed by them") << b << "1:0:F1 3:0:b"
+                                                        << "1:0:F1 2:1:A 3:0:b"
+                                                        << "3 3 3"
+                                                        << "1:0:F1 2:1:A 3:0:b"
+                                                        << "3";
+        QTest::newRow("deleted by them, changed by us: kept at the end") << b << "1:0:F1 2:1:A 3:0:b"
+                                                                         << "1:0:F1 3:0:b"
+                                                                         << "3 3 3"
+                                                                         << "1:0:F1 3:0:b 2:1:A"
+                                                                         << "3";
+        QTest::newRow("deleted by them, unchanged by us") << b << b << "1:0:F1 2:1:a"
+                                                          << "3 3 3"
+                                                          << "1:0:F1 2:1:a"
+                                                          << "3";
+        QTest::newRow("added by us only: identifiers kept")
+            << b << b + " 4:1:new" << b << "3 4 3" << b + " 4:1:new"
+            << "4";
+        QTest::newRow("added on both sides: ours renumbered above both, children follow")
+            << b << b + " 4:0:F4 5:4:r5" << b + " 4:1:t4 5:0:t5 6:0:t6"
+            << "3 5 6" << b + " 4:1:t4 5:0:t5 6:0:t6 7:0:F4 8:7:r5"
+            << "8";
+        QTest::newRow("their handed-out identifier deleted again is not reused")
+            << b << b + " 4:1:new" << b << "3 4 5" << b + " 6:1:new"
+            << "6";
+        QTest::newRow("record added into a folder they deleted: under the root") << b << b + " 4:1:new"
+                                                                                 << "3:0:b"
+                                                                                 << "3 4 3"
+                                                                                 << "3:0:b 4:0:new"
+                                                                                 << "4";
+        QTest::newRow("our row moved into our renumbered new folder stays behind it")
+            << b << "1:0:F1 2:4:a 3:0:b 4:0:F4" << b + " 4:0:t4"
+            << "3 4 4"
+            << "1:0:F1 3:0:b 4:0:t4 5:0:F4 2:5:a"
+            << "5";
+        QTest::newRow("moves on both sides into each other: one goes under the root") << "1:0:F1 2:0:F2"
+                                                                                      << "1:2:F1 2:0:F2"
+                                                                                      << "1:0:F1 2:1:F2"
+                                                                                      << "2 2 2"
+                                                                                      << "1:0:F1 2:1:F2"
+                                                                                      << "2";
+    }
+    void merge() {
+        QFETCH(QString, base);
+        QFETCH(QString, ours);
+        QFETCH(QString, theirs);
+        QFETCH(QString, tags);
+        QFETCH(QString, merged);
+        QFETCH(QString, tag);
+        const QStringList t = tags.split(u' ');
+        const TableEntry b = table(base, t[0]);
+        for (const TableEntry& o : {table(ours, t[1]), sharing(b, table(ours, t[1]))}) {
+            const clsMergeResult r = MergeDataTable(b, o, table(theirs, t[2]));
+            QCOMPARE(spec(r.Records), merged);
+            QCOMPARE(r.Tag, tag);
+            // Identifiers stay unique.
+            QSet<QString> ids;
+            for (const QStringList& row : r.Records)
+                ids.insert(row[0]);
+            QCOMPARE(ids.size(), r.Records.size());
+        }
+    }
+
+    void move_data() {
+        QTest::addColumn<QString>("rows");
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<QString>("parent");
+        QTest::addColumn<int>("result");
+        QTest::addColumn<QString>("after");
+        const QString rows = "1:0:r1 2:0:F2 3:2:r3 4:2:F4 5:4:r5 6:0:F6";
+        QTest::newRow("record into a later folder")
+            << rows << "1"
+            << "6" << 1 << "2:0:F2 3:2:r3 4:2:F4 5:4:r5 6:0:F6 1:6:r1";
+        QTest::newRow("folder with contents, in tree order")
+            << rows << "2"
+            << "6" << 1 << "1:0:r1 6:0:F6 2:6:F2 3:2:r3 4:2:F4 5:4:r5";
+        QTest::newRow("to the root") << rows << "4"
+                                     << "0" << 1 << "1:0:r1 2:0:F2 3:2:r3 6:0:F6 4:0:F4 5:4:r5";
+        QTest::newRow("into itself") << rows << "2"
+                                     << "2" << -1 << rows;
+        QTest::newRow("into its own descendant") << rows << "2"
+                                                 << "4" << -1 << rows;
+        QTest::newRow("onto a record") << rows << "6"
+                                       << "3" << -2 << rows;
+        QTest::newRow("no such row") << rows << "9"
+                                     << "0" << 0 << rows;
+    }
+    void move() {
+        QFETCH(QString, rows);
+        QFETCH(QString, id);
+        QFETCH(QString, parent);
+        QFETCH(int, result);
+        QFETCH(QString, after);
+        TestEnv env;
+        useNewDatabase();
+        for (const QString& r : rows.split(u' '))
+            CurUsDB->SetTblRecord(dataTable(), CurUsDB->AddRecord(dataTable()), row(r));
+        QCOMPARE(MoveRecordTree(*CurUsDB, id, parent), result);
+        QCOMPARE(spec(allRows()), after);
+    }
+};
+
+ARGENT_TEST(MergeTest)
+#include "tst_merge.moc"
