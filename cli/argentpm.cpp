@@ -186,19 +186,14 @@ const char kCommonHelp[] = "\n"
                            "3 wrong password, 4 no such user, 5 damaged user file, 6 no such record,\n"
                            "7 refused (user exists, password too short, passwords differ or not confirmed),\n"
                            "8 no such backup copy, 9 a setting the command needs is not usable,\n"
-                           "10 another program held the user's file for more than 10 s (nothing changed),
-                           "
-                           "11 no desktop clipboard, or it could not be set,
-                           "
-                           "70 an unexpected error (a report is written beside the debug log).
-                           "
-                           "Commands that change a user's file take turns with every other program
-                           "
-                           "writing it (the desktop program, other argentpm runs) and wait up to 10 s.
-                           ";
+                           "10 another program held the user's file for more than 10 s (nothing changed),\n"
+                           "11 no desktop clipboard, or it could not be set,\n"
+                           "70 an unexpected error (a report is written beside the debug log).\n"
+                           "\n"
+                           "Commands that change a user's file take turns with every other program\n"
+                           "writing it (the desktop program, other argentpm runs) and wait up to 10 s.\n";
 
-    void
-    printUsage(FILE * out) {
+void printUsage(FILE* out) {
     TRACE_PROC("modCli.PrintUsage");
     std::fputs("Usage: argentpm [--databases DIR] COMMAND [ARGUMENTS]\n"
                "\n"
