@@ -3,6 +3,7 @@
 #include "app/MsgBox.h"
 #include "app/guiApplication.h"
 #include "app/modLang.h"
+#include "app/modMain.h"
 #include "diagnostics/Trace.h"
 #include "maintenance/frmRestore.h"
 #include "storage/TableEngine.h"
@@ -39,7 +40,8 @@ int OpenUser(QWidget* Owner, const QString& UsName, const QString& UsPasw) {
     TRACE_PROC("modMain.OpenUser", UsName);
     const int r = FullUserLoad(UsName, UsPasw);
     if (r == 102) {
-        MsgBox(Texts(269), vbCritical);
+        const QString why = TempFolderProblem();
+        MsgBox(Texts(269) + (why.isEmpty() ? QString() : QStringLiteral("\n\n") + why), vbCritical);
     } else if (r == 101) {
         // The right password, contents that fail their check (a changed byte, a cut-off end).
         if (MsgBox(Texts(260) + QStringLiteral(" \"") + UsName + u'"' + QStringLiteral("\n\n") + Texts(261),
