@@ -235,7 +235,12 @@ void frmMain::EndSession(int Signal) {
     if (Form_Unload()) {
         m_unloaded = true;
         close();
-        QCoreApplication::quit();
+        // Every event loop ends, the main one too, even one that has not started yet
+        // (a signal during the first password prompt).
+        auto* ender = new QTimer(qApp);
+        connect(ender, &QTimer::timeout, qApp, [] { QCoreApplication::exit(0); });
+        ender->start(50);
+        QCoreApplication::exit(0);
         return;
     }
     CloseConfirmed = false;
