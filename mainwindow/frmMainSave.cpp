@@ -58,6 +58,7 @@ int frmMain::SettleSave(int Result) {
     case usFileDeleted:
         if (MsgBox(Texts(267), vbYesNo | vbQuestion) == vbYes && SameUserOpen(db))
             return SettleSave(SaveUsDBRecreate(CurUsDB, GetTruePasw(CurUsPasw)));
+        m_toldFileState = usFileDeleted;
         break;
     default:
         break;
@@ -89,7 +90,9 @@ int frmMain::SaveWithFileKey() {
     WipeString(typed);
     FrmPaswEnetered.clear();
     if (r == usKeyChanged) {
-        // Cancelled: what is open stays, unsaved, and the title says so.
+        // Cancelled: what is open stays, unsaved, and the title says so; watching the
+        // file does not ask again until it changes once more.
+        m_toldFileState = usKeyChanged;
         MsgBox(Texts(266), vbInformation);
         return r;
     }

@@ -255,6 +255,20 @@ private slots:
         QCOMPARE(w.NodeByKey("8key")->parent(), w.NodeByKey("3key"));
         QCOMPARE(w.trvDatabase->currentItem(), w.NodeByKey("3key"));
         QVERIFY(w.NodeByKey("3key")->isExpanded());
+
+        // Changed once more elsewhere and the prompt cancelled: nothing is written, the
+        // change stays open and the title says so, and nobody asks again.
+        QVERIFY(!argentpm(env, {"passwd", "anna"}, "new password\nthird password\n").isEmpty());
+        s.boxes.clear();
+        w.trvDatabase->setCurrentItem(w.NodeByKey("3key"));
+        w.mnuContextTrvRename_Click();
+        w.NodeByKey("3key")->setText(0, "Not written");
+        QTest::qWait(600);
+        QCOMPARE(s.boxes, QStringList({Texts(265), Texts(266)}));
+        QVERIFY(w.windowTitle().endsWith(" *"));
+        QCOMPARE(rowsOnDisk("third password").size(), 8);
+        for (const QStringList& row : rowsOnDisk("third password"))
+            QVERIFY(row[3] != "Not written");
     }
 
     // SIGTERM, SIGHUP and SIGINT save what is open, as Exit does, and end the program.
