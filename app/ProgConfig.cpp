@@ -24,33 +24,26 @@ const bool g_registered = [] {
 constexpr auto kPrivateFile = QFile::ReadOwner | QFile::WriteOwner;
 constexpr auto kPrivateDir = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
 
-// A portable copy that was moved: entry 5 still names the databases folder under the
-// program folder's old place. Find the old place by the program folder's own name and
-// put the rest of the path under the folder the program runs from now.
+// The drive fix of a portable copy. Its settings name the databases folder by the path
+// the copy had when it was made (entry 5 = <copy>/DataBases), and entry 24 remembers that
+// copy folder. When the copy runs from another place (the drive mounted elsewhere, the
+// folder moved), a databases folder that is exactly the copy's own DataBases follows the
+// copy; any other folder in entry 5 is left alone. Entry 24 then names the folder the
+// copy runs from, so that settings saved now stay a matching pair.
 void RebaseDatabasesFolder(StrMass& pOptions) {
     TRACE_PROC("modMain.RebaseDatabasesFolder", pOptions.Items);
-    if (pOptions.UBound() < 5)
+    if (pOptions.UBound() < kCfgPortableOrigin || pOptions[kCfgPortableOrigin].isEmpty())
         return;
     const QString app = QDir::cleanPath(AppPath());
-    const QString db = pOptions[5];
-    if (db.isEmpty() || !db.startsWith(u'/'))
+    const QString origin = QDir::cleanPath(pOptions[kCfgPortableOrigin]);
+    if (origin == app)
         return;
-    if (Pt(QDir::cleanPath(db)).startsWith(Pt(app)))
+    pOptions[kCfgPortableOrigin] = app;
+    if (QDir::cleanPath(pOptions[5]) != Pt(origin) + QStringLiteral("DataBases"))
         return;
-    const QString appName = app.section(u'/', -1);
-    const QStringList parts = QDir::cleanPath(db).split(u'/');
-    // parts[0] is the empty text before the leading "/".
-    for (qsizetype k = parts.size() - 1; k >= 1; --k) {
-        if (parts[k] != appName)
-            continue;
-        QString rest = parts.mid(k + 1).join(u'/');
-        QString rebased = rest.isEmpty() ? app : app + u'/' + rest;
-        if (db.endsWith(u'/'))
-            rebased = Pt(rebased);
-        pOptions[5] = rebased;
-        DbgPrint(QStringLiteral("Databases folder moved with the program: ") + rebased);
-        return;
-    }
+    const QString rebased = Pt(app) + QStringLiteral("DataBases");
+    pOptions[5] = pOptions[5].endsWith(u'/') ? Pt(rebased) : rebased;
+    DbgPrint(QStringLiteral("Databases folder moved with the program: ") + pOptions[5]);
 }
 } // namespace
 

@@ -11,17 +11,24 @@
 //   8 find: case sensitive ("1"/"0")
 //   9 find: titles only ("1"/"0")
 //  10 generator copies to the clipboard ("1"/"0")
-// Entries after 20 are this program's own; a file without them reads their defaults:
+// Entries after 20 are this program's own; a file may end before them, and then reads
+// their defaults:
 //  21 report server ("host[:port]")      22 save after every change ("1"/"0", 1)
+//  24 a portable copy's folder: where the copy was made, or last ran from (empty in
+//     other settings). Loading the settings beside the program re-bases entry 5 when it
+//     names <entry 24>/DataBases and the copy now runs from elsewhere (see LoadConfig).
 
 #include "app/StrMass.h"
 
 #include <QString>
 
+inline constexpr int kCfgPortableOrigin = 24;
+
 extern StrMass ProgConfig;
 extern QString ProgCfgPath;
 
-// Appends every line of the file to pOptions: 0 read, -2 no such file.
+// Appends every line of the file to pOptions: 0 read, -2 no such file. Settings read from
+// the program folder (a portable copy) get the drive fix of entry 5 described above.
 int LoadConfig(const QString& FPath, StrMass& pOptions);
 // Writes every element of ProgConfig, one line each, replacing the file. Returns 0.
 int SaveConfig(const QString& FPath);

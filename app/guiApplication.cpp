@@ -12,6 +12,8 @@
 
 ArgentApplication::ArgentApplication(int& argc, char** argv) : QApplication(argc, argv) {
     setApplicationName(QStringLiteral("ArgentPasswordMngr"));
+    // The menu entry's name: a Wayland compositor matches the window to it (icon, name).
+    setDesktopFileName(QStringLiteral("org.argentpm.ArgentPasswordMngr"));
     SetMsgBoxHandler(GuiMsgBox);
 }
 

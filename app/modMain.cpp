@@ -30,6 +30,7 @@ QByteArray CustomColors;
 
 namespace {
 QString g_appPath;
+QString g_exePath;
 std::unique_ptr<QLockFile> g_instanceLock;
 
 bool makePrivateDir(const QString& path) {
@@ -170,14 +171,45 @@ void RemoveNullChar(QString& Text) {
     StripNulls(Text);
 }
 
+QString FindProgramFolder(const QString& exeDir, const QStringList& DataFolders) {
+    const auto holdsStart = [](const QString& dir) {
+        return QFileInfo(Pt(dir) + QStringLiteral("start.dat")).isFile();
+    };
+    if (holdsStart(exeDir))
+        return exeDir;
+    for (const QString& d : DataFolders)
+        if (holdsStart(d))
+            return QDir::cleanPath(d);
+    return exeDir;
+}
+
+QString ExeFolderPath() {
+    if (g_exePath.isEmpty() && QCoreApplication::instance())
+        g_exePath = QCoreApplication::applicationDirPath();
+    return g_exePath;
+}
+
+void SetExeFolderPath(const QString& Path) {
+    g_exePath = Path;
+}
+
 QString AppPath() {
-    if (g_appPath.isEmpty() && QCoreApplication::instance())
-        g_appPath = QCoreApplication::applicationDirPath();
+    if (g_appPath.isEmpty() && !ExeFolderPath().isEmpty()) {
+        const QString exe = ExeFolderPath();
+        // ARGENT_DATA_FROM_BIN: the data folder relative to the folder of the programs
+        // (../share/argentpm); ARGENT_DATA_DIR: the same folder under the built-for prefix.
+        g_appPath = FindProgramFolder(
+            exe, {exe + QStringLiteral("/" ARGENT_DATA_FROM_BIN), QStringLiteral(ARGENT_DATA_DIR)});
+    }
     return g_appPath;
 }
 
 void SetAppPath(const QString& Path) {
     g_appPath = Path;
+}
+
+bool ProgramBesideExe() {
+    return QDir::cleanPath(AppPath()) == QDir::cleanPath(ExeFolderPath());
 }
 
 QString AppDataFolder() {

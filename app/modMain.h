@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 
@@ -23,10 +24,23 @@ QString TempFolderProblem();
 QString StripNulls(QString& OriginalStr);
 void RemoveNullChar(QString& Text);
 
-// The program folder: where the executable (and start.dat, Languages/, ...) lives.
+// The program folder: start.dat, SampleUser.bdb, Languages/, the icon and readme.txt.
+// It is the executable's own folder when that holds start.dat (the build tree, a
+// portable copy); otherwise the installed data folder <prefix>/share/argentpm, found
+// relative to the executable first (a package moved as a whole) and then at the prefix
+// the program was built for.
 QString AppPath();
 // Points the program folder elsewhere (tests, and the portable-copy check).
 void SetAppPath(const QString& Path);
+// The folder of the running executables (ArgentPasswordMngr and argentpm).
+QString ExeFolderPath();
+void SetExeFolderPath(const QString& Path);
+// True when the program folder is the executables' own folder (the build tree or a
+// portable copy), false for an installed copy, whose data folder is shared and read-only.
+bool ProgramBesideExe();
+// The choice AppPath makes, for an executable folder: exeDir when it holds start.dat,
+// else the first of DataFolders that does, else exeDir.
+QString FindProgramFolder(const QString& exeDir, const QStringList& DataFolders);
 // The per-user data folder of an installed copy: $XDG_DATA_HOME/ArgentPM.
 QString UserFolderPath();
 // The folder that holds the per-user folder ($XDG_DATA_HOME, default ~/.local/share).

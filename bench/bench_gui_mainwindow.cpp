@@ -2,7 +2,7 @@
 // load, tree filled with the root expanded, first paint), clicking a record, deleting a
 // folder of 10,000 records, and scrolling through the whole tree expanded.
 //
-//   QT_QPA_PLATFORM=offscreen build/bin/bench_gui_mainwindow
+//   QT_QPA_PLATFORM=offscreen build/bench/bench_gui_mainwindow
 
 #include "app/MsgBox.h"
 #include "app/ProgConfig.h"
@@ -92,6 +92,9 @@ int main(int argc, char** argv) {
     qputenv("XDG_DATA_HOME", QFile::encodeName(home.path()));
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path() + "/config"));
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(home.path()));
+    // The program's resources are those of the build tree.
+    SetAppPath(QStringLiteral(ARGENT_BIN_DIR));
+    SetExeFolderPath(QStringLiteral(ARGENT_BIN_DIR));
     ChooseConfiguration();
     LoadLang(Pt(AppPath()) + "Languages/English.lng");
     ProgConfig[4] = "";

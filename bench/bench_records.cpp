@@ -187,6 +187,7 @@ int main(int argc, char** argv) {
                 n = a.toInt();
         QTemporaryDir dir;
         SetAppPath(dir.path()); // the debug log goes there
+        SetExeFolderPath(dir.path());
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(dir.path()));
         ProgConfig.Reset();
         for (int i = 1; i <= 20; ++i)

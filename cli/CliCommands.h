@@ -59,3 +59,7 @@ int CmdBackups(const CliOptions& Opt, const QStringList& Args);
 int CmdRestore(const CliOptions& Opt, const QStringList& Args);
 int CmdDeleteBackup(const CliOptions& Opt, const QStringList& Args);
 int CmdInstallPortable(const CliOptions& Opt, const QStringList& Args);
+
+// Import and export (CliImportExport.cpp).
+int CmdImport(const CliOptions& Opt, const QStringList& Args);
+int CmdExport(const CliOptions& Opt, const QStringList& Args);

@@ -171,9 +171,11 @@ int CmdInstallPortable(const CliOptions&, const QStringList& Args) {
         return usage("install-portable", QStringLiteral("'install-portable' takes one target folder"));
     const QString target = QDir(Args[0]).absolutePath();
     for (const QString& f : PortableRequiredFiles()) {
-        if (!QFileInfo(Pt(AppPath()) + f).isFile()) {
-            say(QStringLiteral("%1 is missing beside argentpm (%2); there is nothing to copy")
-                    .arg(quoted(f), AppPath()));
+        // The programs are beside argentpm, start.dat in the program folder (the same
+        // folder but for an installed copy).
+        const QString folder = f == QLatin1String("start.dat") ? AppPath() : ExeFolderPath();
+        if (!QFileInfo(Pt(folder) + f).isFile()) {
+            say(QStringLiteral("%1 is missing in %2; there is nothing to copy").arg(quoted(f), folder));
             return cliFailed;
         }
     }

@@ -349,3 +349,12 @@ int CmdGenerate(const CliOptions&, const QStringList& Args) {
     sodium_memzero(out.data(), static_cast<std::size_t>(out.size()));
     return cliOk;
 }
+
+namespace cli {
+int openUserForChange(const CliOptions& Opt, const QString& Name) {
+    return openForChange(Opt, Name);
+}
+int saveUserChange() {
+    return saveCurrent();
+}
+} // namespace cli

@@ -27,5 +27,9 @@ int dataTable(int& Tbl);
 // A text on one line of output: line breaks and tabs become blanks.
 void appendOneLine(QByteArray& Out, const QString& Text);
 void writeOut(const QByteArray& Bytes);
+// The user opened for a change, and the change saved, as every changing command does it
+// (CliRecordCommands.cpp).
+int openUserForChange(const CliOptions& Opt, const QString& Name);
+int saveUserChange();
 
 } // namespace cli

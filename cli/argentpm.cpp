@@ -172,6 +172,29 @@ const Command kCommands[] = {
      "copies, and settings that make the copy portable into TARGET_DIR (a removable\n"
      "drive, say), so that the program runs from there with those users. A folder that\n"
      "holds a copy already (a DataBases folder) is refused.\n"},
+    {"import", CmdImport,
+     "Usage: argentpm [--databases DIR] import NAME FILE [--format FORMAT] [--into ID]\n"
+     "                [--map FIELD=COLUMN,...] [--password-stdin]\n"
+     "\n"
+     "Imports the folders and entries of FILE into a new folder, named after the file, in\n"
+     "the folder ID of user NAME (0, the top, by default), and prints its identifier and\n"
+     "the counts. FORMAT is found from the contents unless given: keepass-xml (KeePass 2\n"
+     "XML export), keepassxc-csv, bitwarden-json (unencrypted), browser-csv (Chrome,\n"
+     "Firefox, Edge, Safari) or csv (any CSV with a header row). The columns of a csv are\n"
+     "guessed from their names, or given with --map: FIELD is title, login, password,\n"
+     "notes or group (a folder path with \"/\"), COLUMN a header name or a number from 1.\n"
+     "What has no field of its own (URL, TOTP, custom fields, tags) goes into the\n"
+     "description. A file that cannot be read whole changes nothing.\n",
+     "--format= --into= --map="},
+    {"export", CmdExport,
+     "Usage: argentpm [--databases DIR] export NAME [--format xml|csv] [--folder ID]\n"
+     "                [-o|--output FILE] [--password-stdin]\n"
+     "\n"
+     "Writes the folders and records of user NAME, or of its folder ID with everything\n"
+     "in it, as KeePass 2 XML (the default; KeePassXC imports it) or KeePassXC CSV, to\n"
+     "standard output or to FILE (created readable by its owner only). The export holds\n"
+     "every password in plain text.\n",
+     "--format= --folder= --output= -o="},
 };
 
 const char kCommonHelp[] = "\n"
@@ -189,7 +212,6 @@ const char kCommonHelp[] = "\n"
                            "10 another program held the user's file for more than 10 s (nothing changed),\n"
                            "11 no desktop clipboard, or it could not be set,\n"
                            "70 an unexpected error (a report is written beside the debug log).\n"
-                           "\n"
                            "Commands that change a user's file take turns with every other program\n"
                            "writing it (the desktop program, other argentpm runs) and wait up to 10 s.\n";
 
@@ -221,6 +243,8 @@ void printUsage(FILE* out) {
                "  restore BACKUP_FILE_NAME         put a backup copy back\n"
                "  delete-backup BACKUP_FILE_NAME   delete a backup copy\n"
                "  install-portable TARGET_DIR      copy the program with its users to a drive\n"
+               "  import NAME FILE                 import a file of another password manager\n"
+               "  export NAME                      write a user's records as KeePass XML or CSV\n"
                "\n"
                "'argentpm COMMAND --help' describes one command.\n"
                "\n"
@@ -235,7 +259,12 @@ void printUsage(FILE* out) {
                "  --color COLOR     edit: the title's colour in the tree\n"
                "  --bold on|off     edit: whether the title is bold\n"
                "  --titles-only     find: look in titles only\n"
-               "  --case-sensitive  find: tell upper and lower case apart\n",
+               "  --case-sensitive  find: tell upper and lower case apart\n"
+               "  --format FORMAT   import: the file's format; export: xml or csv\n"
+               "  --into ID         import: the folder that takes the new folder\n"
+               "  --map SPEC        import: the columns of a CSV (title=COLUMN,...)\n"
+               "  --folder ID       export: one folder with everything in it\n"
+               "  -o, --output FILE export: the file to write, instead of standard output\n",
                out);
     std::fputs(kCommonHelp, out);
 }
@@ -299,9 +328,8 @@ int main(int argc, char** argv) {
         } else if (a == QLatin1String("--")) {
             words += args.mid(i + 1);
             break;
-        } else if (a.startsWith(QLatin1String("--")) &&
-                   (ownOptions.contains(a) || ownOptions.contains(a + u'=') ||
-                    ownOptions.contains(a.section(u'=', 0, 0) + u'='))) {
+        } else if (a.startsWith(u'-') && (ownOptions.contains(a) || ownOptions.contains(a + u'=') ||
+                                          ownOptions.contains(a.section(u'=', 0, 0) + u'='))) {
             const QString name = a.section(u'=', 0, 0);
             if (!ownOptions.contains(name + u'=')) {
                 if (a.contains(u'=')) {

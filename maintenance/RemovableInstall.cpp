@@ -5,11 +5,16 @@
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Trace.h"
 #include "maintenance/MaintFiles.h"
+#include "maintenance/PortableRuntime.h"
 
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
+#include <QSaveFile>
 
+#include <QSet>
+
+#include <algorithm>
 #include <optional>
 
 namespace {
@@ -19,15 +24,23 @@ constexpr QFileDevice::Permissions kPublicDirPerms =
     QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::ExeOther;
 constexpr auto kEntryFilter = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
 
-// Entries CopyDir would copy under a folder (for the progress total).
-int countEntries(const QString& Folder) {
+constexpr QFileDevice::Permissions kPublicFilePerms = QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                      QFileDevice::ReadUser | QFileDevice::WriteUser |
+                                                      QFileDevice::ReadGroup | QFileDevice::ReadOther;
+
+// The weight of what CopyDir would copy under a folder (for the progress total).
+template <typename Weight> int countWeight(const QString& Folder, Weight weightOf) {
     int n = 0;
     QDirIterator it(Folder, kEntryFilter, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         it.next();
-        if (!(it.fileInfo().isSymLink() && it.fileInfo().isDir()) &&
-            !it.fileName().endsWith(QLatin1String(".bdb.lock")))
-            ++n;
+        const QFileInfo& fi = it.fileInfo();
+        if (fi.fileName().endsWith(QLatin1String(".bdb.lock")))
+            continue;
+        if (fi.isDir())
+            n += fi.isSymLink() ? 0 : 1;
+        else
+            n += weightOf(fi.size());
     }
     return n;
 }
@@ -66,13 +79,24 @@ int copyDirInto(const QString& from_dir, const QString& to_dir, bool PrivateData
     return count;
 }
 
+// Writes a small file in one step (see CopyFileOver), error 75 when it cannot.
+void writeFileOver(const QString& Path, const QByteArray& Bytes, QFileDevice::Permissions Perms) {
+    TRACE_PROC("modMain.WriteFileOver", Path);
+    QSaveFile f(Path);
+    if (!f.open(QIODevice::WriteOnly))
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
+    f.setPermissions(Perms);
+    if (f.write(Bytes) != Bytes.size() || !f.commit())
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
+}
+
 } // namespace
 
 QStringList PortableProgramFiles() {
-    return {QStringLiteral("ArgentPasswordMngr"), QStringLiteral("argentpm"),
-            QStringLiteral("start.dat"),          QStringLiteral("mainicon.ico"),
-            QStringLiteral("mainicon.png"),       QStringLiteral("readme.txt"),
-            QStringLiteral("SampleUser.bdb")};
+    return {QStringLiteral("ArgentPasswordMngr"),  QStringLiteral("argentpm"),
+            QStringLiteral("argentpm-clipkeeper"), QStringLiteral("start.dat"),
+            QStringLiteral("mainicon.ico"),        QStringLiteral("mainicon.png"),
+            QStringLiteral("readme.txt"),          QStringLiteral("SampleUser.bdb")};
 }
 
 QStringList PortableRequiredFiles() {
@@ -88,27 +112,75 @@ int CopyDir(const QString& from_dir, const QString& to_dir, bool PrivateData,
 int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Progress) {
     TRACE_PROC("modMain.InstallToRemovableDevice", TargPath);
     const QString targ = Pt(QFileInfo(TargPath).absoluteFilePath());
+    // The programs come from their own folder, the rest from the program folder: the two
+    // differ for an installed copy (bin/ and share/argentpm/).
+    const QString exe = Pt(ExeFolderPath());
     const QString prog = Pt(AppPath());
     const QString dbFolder = Pt(ProgConfig[5]);
+    const QStringList programs = {QStringLiteral("ArgentPasswordMngr"), QStringLiteral("argentpm"),
+                                  QStringLiteral("argentpm-clipkeeper")};
 
     QStringList files;
     const QStringList required = PortableRequiredFiles();
     for (const QString& f : PortableProgramFiles())
-        if (required.contains(f) || QFileInfo(prog + f).isFile())
+        if (required.contains(f) || QFileInfo(prog + f).isFile() || QFileInfo(exe + f).isFile())
             files.append(f);
-    const int total = static_cast<int>(files.size()) + 2 + countEntries(dbFolder) +
-                      countEntries(prog + QStringLiteral("Languages")) + 1;
+    const auto sourceOf = [&](const QString& f) { return (programs.contains(f) ? exe : prog) + f; };
+    QStringList programPaths;
+    for (const QString& f : programs)
+        if (files.contains(f))
+            programPaths.append(exe + f);
+    const QList<PortableRuntimeFile> runtime = PortableRuntimeFiles(programPaths);
+
+    // Progress counts work, not entries: an entry weighs one unit and one more for every
+    // 64 KiB it holds, so that the libraries (tens of megabytes) move the bar as much as
+    // they take time.
+    const auto weightOf = [](qint64 Size) { return 1 + static_cast<int>(Size / 65536); };
+    int total = 1 + 3; // config.dat; the folders DataBases, Languages and qt.conf
+    for (const QString& f : files)
+        total += weightOf(QFileInfo(sourceOf(f)).size());
+    for (const PortableRuntimeFile& r : runtime)
+        total += weightOf(r.Size);
+    total += countWeight(dbFolder, weightOf) + countWeight(prog + QStringLiteral("Languages"), weightOf);
+    QSet<QString> runtimeFolders;
+    for (const PortableRuntimeFile& r : runtime)
+        for (QString d = QFileInfo(r.Target).path(); d != QLatin1String("."); d = QFileInfo(d).path())
+            runtimeFolders.insert(d);
+    total += static_cast<int>(runtimeFolders.size());
+
     int done = 0;
+    int count = 0;
     auto step = [&](const QString& item) {
-        ++done;
+        ++count;
+        const QFileInfo fi(item);
+        done += fi.isDir() ? 1 : weightOf(fi.size());
         if (Progress)
-            Progress(done, total, item);
+            Progress(std::min(done, total), total, item);
     };
 
     for (const QString& f : files) {
-        CopyFileOver(prog + f, targ + f);
+        CopyFileOver(sourceOf(f), targ + f);
         step(targ + f);
     }
+
+    // The libraries and plugins, in folders of their own: a copy over an older one
+    // replaces each file.
+    QStringList folders(runtimeFolders.cbegin(), runtimeFolders.cend());
+    std::sort(folders.begin(), folders.end());
+    for (const QString& d : folders) {
+        if (!QFileInfo(targ + d).isDir()) {
+            MakeFolder(targ + d, kPublicDirPerms);
+            step(targ + d);
+        } else {
+            ++done;
+        }
+    }
+    for (const PortableRuntimeFile& r : runtime) {
+        CopyFileOver(r.Source, targ + r.Target, kPublicFilePerms);
+        step(targ + r.Target);
+    }
+    writeFileOver(targ + QStringLiteral("qt.conf"), PortableQtConf(), kPublicFilePerms);
+    step(targ + QStringLiteral("qt.conf"));
 
     const QString dbTarget = targ + QStringLiteral("DataBases");
     MakeFolder(dbTarget, kPrivateDirPerms);
@@ -121,16 +193,25 @@ int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Pro
     step(langTarget);
     CopyDir(prog + QStringLiteral("Languages"), langTarget, false, step);
 
-    // The copy's settings: the running ones, but naming the copy's own databases folder.
-    // The program's own settings (in memory and on disk) stay as they are.
-    const QString oldFolder = ProgConfig[5];
+    // The copy's settings: the running ones, but naming the copy's own databases folder,
+    // and the folder the copy is made into (entry 24), by which a copy that is later
+    // mounted elsewhere finds that folder again. Entries the running settings end
+    // before take the defaults of start.dat. The program's own settings (in memory and
+    // on disk) stay as they are.
     struct Restore {
-        QString& slot;
-        QString value;
+        StrMass& slot;
+        StrMass value;
         ~Restore() { slot = value; }
-    } restore{ProgConfig[5], oldFolder};
+    } restore{ProgConfig, ProgConfig};
+    StrMass defaults;
+    LoadConfig(prog + QStringLiteral("start.dat"), defaults);
+    while (ProgConfig.UBound() < kCfgPortableOrigin) {
+        const int k = ProgConfig.UBound() + 1;
+        AddElemToStrMass(ProgConfig, k <= defaults.UBound() ? defaults[k] : QString());
+    }
     ProgConfig[5] = dbTarget;
+    ProgConfig[kCfgPortableOrigin] = QDir::cleanPath(targ);
     SaveConfig(targ + QStringLiteral("config.dat"));
     step(targ + QStringLiteral("config.dat"));
-    return done;
+    return count;
 }

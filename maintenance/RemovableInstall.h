@@ -5,17 +5,21 @@
 // portable mode (a config.dat beside the executable).
 //
 // Layout under the target folder:
-//   ArgentPasswordMngr, argentpm    the programs (required)
+//   ArgentPasswordMngr, argentpm    the programs (required), from the executables' folder,
+//   argentpm-clipkeeper             and the clipboard keeper of argentpm when it is there
 //   start.dat                       settings template (required)
 //   mainicon.ico, mainicon.png, readme.txt, SampleUser.bdb    when the program has them
+//   lib/, plugins/, qt.conf         the libraries and Qt plugins a machine without Qt
+//                                   lacks (see PortableRuntime.h)
 //   DataBases/                      the whole databases folder, backups included (0700,
 //                                   files 0600)
 //   Languages/                      the language files
 //   config.dat                      the running settings with entry 5 = <target>/DataBases
-//                                   (0600); a copy that is later mounted elsewhere finds
-//                                   its folder again through the program folder's name
+//                                   and entry 24 = <target> (0600); a copy that is later
+//                                   mounted elsewhere re-bases entry 5 (see LoadConfig)
 //
-// The program files are written first, each replacing what is there; then DataBases is
+// The program files, libraries and plugins are written first, each replacing what is
+// there; then DataBases is
 // created, and a target that has one already (a second install into the same folder)
 // stops there with error 75. Nothing is rolled back: what was copied stays. The running
 // program's own settings are not changed.
@@ -25,7 +29,8 @@
 
 #include <functional>
 
-// Progress: entries copied so far, the number there are in all, and the one just copied.
+// Progress: work done so far and in all (an entry weighs one unit plus one per 64 KiB),
+// and the entry just copied.
 using InstallProgress = std::function<void(int Done, int Total, const QString& Item)>;
 
 // The program's own files, in the order they are copied, and which of them must be there.

@@ -168,6 +168,9 @@ void frmMain::BuildMenus() {
     mnuFileUnloadUser = item(mnufile, "mnuFileUnloadUser");
     mnuFileBackup = item(mnufile, "mnuFileBackup");
     mnufile->addSeparator();
+    mnuFileImport = item(mnufile, "mnuFileImport");
+    mnuFileExport = item(mnufile, "mnuFileExport");
+    mnufile->addSeparator();
     mnuFileExit = item(mnufile, "mnuFileExit");
     mnuFileExit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
 
@@ -239,6 +242,8 @@ void frmMain::BuildMenus() {
     on(mnuFileSaveDB, &frmMain::mnuFileSaveDB_Click);
     on(mnuFileUnloadUser, &frmMain::mnuFileUnloadUser_Click);
     on(mnuFileBackup, &frmMain::mnuFileBackup_Click);
+    on(mnuFileImport, &frmMain::mnuFileImport_Click);
+    on(mnuFileExport, &frmMain::mnuFileExport_Click);
     on(mnuFileExit, &frmMain::mnuFileExit_Click);
     on(mnuViewOnTop, &frmMain::mnuViewOnTop_Click);
     on(mnuViewStatusbar, &frmMain::mnuViewStatusbar_Click);
@@ -341,6 +346,8 @@ void frmMain::ShowFormLang() {
     mnuFileExit->setText(Texts(35));
     mnuFileUnloadUser->setText(Texts(141));
     mnuFileBackup->setText(Texts(142));
+    mnuFileImport->setText(Texts(320));
+    mnuFileExport->setText(Texts(321));
     mnuView->setTitle(Texts(27));
     mnuViewToolBar->setText(Texts(36));
     mnuViewStatusbar->setText(Texts(37));

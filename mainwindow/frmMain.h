@@ -77,6 +77,9 @@ public:
     // the end), a changed row's node takes the row's text, image, colour and bold.
     QTreeWidgetItem* InsertRowNode(const QString& IndNum);
     void RefreshRowNode(const QString& IndNum);
+    // Nodes for the rows from FirstRec to the end of the table, added together (an
+    // import): the first one is a new folder, the others lie below it. It is selected.
+    void InsertImportedRows(int FirstRec);
     // The status bar's counts of the selected node, after rows were added, deleted,
     // moved or merged (the row index is rebuilt first).
     void RefreshStatusCounts();
@@ -131,6 +134,7 @@ public:
     QMenu* mnuTray = nullptr;
     QAction *mnuFileAddUser, *mnuFileDelCurUser, *mnuFileSelectUser, *mnuFileChangeUsPasw, *mnuFileSaveDB,
         *mnuFileExit, *mnuFileUnloadUser, *mnuFileBackup;
+    QAction *mnuFileImport, *mnuFileExport;
     QAction *mnuViewToolBar, *mnuViewStatusbar, *mnuViewOnTop;
     QAction *mnuToolsClearClip, *mnuToolsFind, *mnuToolsOptions, *mnuToolsGenerator, *mnuToolsFlash;
     QAction *mnuHelpContents, *mnuHelpAbout, *mnuHelpAskSupport;
@@ -154,6 +158,8 @@ public slots:
     void mnuFileSaveDB_Click();
     void mnuFileUnloadUser_Click();
     void mnuFileBackup_Click();
+    void mnuFileImport_Click();
+    void mnuFileExport_Click();
     void mnuFileExit_Click();
     void mnuViewOnTop_Click();
     void mnuViewStatusbar_Click();

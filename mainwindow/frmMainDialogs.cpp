@@ -13,7 +13,9 @@
 #include "records/frmAddRecord.h"
 #include "records/frmEditFolder.h"
 #include "records/frmEditRecord.h"
+#include "records/frmExport.h"
 #include "records/frmFind.h"
+#include "records/frmImport.h"
 #include "records/frmPaswGenerator.h"
 #include "users/UserAccounts.h"
 
@@ -86,4 +88,33 @@ void frmMain::mnuToolsFlash_Click() {
     });
     progress.close();
     MsgBox(Texts(132), vbInformation);
+}
+
+// The folder that import and export start from: the selected one, a record's folder, or
+// the root.
+static QTreeWidgetItem* chosenFolder(QTreeWidgetItem* Node, QTreeWidgetItem* Root) {
+    if (Node && frmMain::NodeTag(Node) == QStringLiteral("2"))
+        Node = Node->parent();
+    return Node ? Node : Root;
+}
+
+void frmMain::mnuFileImport_Click() {
+    TRACE_PROC("frmMain.mnuFileImport_Click");
+    if (!UserLoaded())
+        return;
+    QTreeWidgetItem* folder = chosenFolder(trvDatabase->currentItem(), NodeByKey(QStringLiteral("0key")));
+    if (!folder)
+        return;
+    frmImport dlg(this, QString::number(NodeId(folder)), folder->text(0));
+    ShowModal(dlg);
+}
+
+void frmMain::mnuFileExport_Click() {
+    TRACE_PROC("frmMain.mnuFileExport_Click");
+    if (!UserLoaded())
+        return;
+    QTreeWidgetItem* folder = chosenFolder(trvDatabase->currentItem(), NodeByKey(QStringLiteral("0key")));
+    frmExport dlg(this, folder ? QString::number(NodeId(folder)) : QStringLiteral("0"),
+                  folder ? folder->text(0) : QString());
+    ShowModal(dlg);
 }

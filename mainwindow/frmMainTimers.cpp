@@ -31,8 +31,8 @@ void frmMain::SetCommandStates() {
     const bool loaded = UserLoaded();
     for (QAction* a : {btnDelUser, btnFind})
         a->setEnabled(loaded);
-    for (QAction* a :
-         {mnuFileDelCurUser, mnuFileSaveDB, mnuFileChangeUsPasw, mnuFileUnloadUser, mnuToolsFind})
+    for (QAction* a : {mnuFileDelCurUser, mnuFileSaveDB, mnuFileChangeUsPasw, mnuFileUnloadUser, mnuToolsFind,
+                       mnuFileImport, mnuFileExport})
         a->setEnabled(loaded);
     QTreeWidgetItem* node = trvDatabase->currentItem();
     if (!loaded) {

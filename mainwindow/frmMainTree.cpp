@@ -324,3 +324,53 @@ void frmMain::RefreshRowNode(const QString& IndNum) {
     if (trvDatabase->currentItem() == node)
         trvDatabase_Click();
 }
+
+void frmMain::InsertImportedRows(int FirstRec) {
+    TRACE_PROC("frmMain.InsertImportedRows", FirstRec);
+    m_index.Invalidate();
+    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    if (tbl < 1 || !m_root || FirstRec < 1 || FirstRec > CurUsDB->GetTblRecNum(tbl))
+        return;
+    const TableEntry& t = CurUsDB->DBView().Tables[tbl - 1];
+    const int fInd = CurUsDB->FindField(tbl, QStringLiteral("IndNum")) - 1;
+    const int fPar = CurUsDB->FindField(tbl, QStringLiteral("Parent")) - 1;
+    const int fTitle = CurUsDB->FindField(tbl, QStringLiteral("Title")) - 1;
+    const int fType = CurUsDB->FindField(tbl, QStringLiteral("Type")) - 1;
+    const int fImage = CurUsDB->FindField(tbl, QStringLiteral("Image")) - 1;
+    const int fFlags = CurUsDB->FindField(tbl, QStringLiteral("Flags")) - 1;
+    const QStringList& first = t.Records[FirstRec - 1];
+    QTreeWidgetItem* parent = NodeByKey(first.value(fPar) + QStringLiteral("key"));
+    if (!parent)
+        return;
+    // The new rows hang below a node that is not yet in the view, so the view sees one
+    // insertion however many there are. Folders go on top (the newest first), records at
+    // the end, as a new row of each kind does.
+    auto* top = new QTreeWidgetItem;
+    ApplyRowToNode(top, first.value(fInd), first.value(fTitle), first.value(fImage), first.value(fType),
+                   first.value(fFlags));
+    QHash<QString, QTreeWidgetItem*> added{{first.value(fInd), top}};
+    QList<std::pair<int, QTreeWidgetItem*>> ids{{static_cast<int>(Val(first.value(fInd))), top}};
+    for (int r = FirstRec; r < t.RecNum(); ++r) {
+        const QStringList& row = t.Records[r];
+        QTreeWidgetItem* under = added.value(row.value(fPar), nullptr);
+        if (!under)
+            continue;
+        auto* node = new QTreeWidgetItem;
+        const QString type = row.value(fType);
+        ApplyRowToNode(node, row.value(fInd), row.value(fTitle), row.value(fImage), type, row.value(fFlags));
+        if (type == QStringLiteral("2")) {
+            under->addChild(node);
+        } else {
+            under->insertChild(0, node);
+            added.insert(row.value(fInd), node);
+        }
+        ids.append({static_cast<int>(Val(row.value(fInd))), node});
+    }
+    for (const auto& [id, node] : ids)
+        m_nodeById.insert(id, node);
+    parent->insertChild(0, top);
+    parent->setExpanded(true);
+    top->setExpanded(true);
+    trvDatabase->setCurrentItem(top);
+    trvDatabase_Click();
+}

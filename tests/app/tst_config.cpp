@@ -81,20 +81,58 @@ private slots:
         QCOMPARE(ProgConfig[14], defaults[14]);
     }
 
+    // The drive fix: a portable copy's own DataBases (entry 5 = <entry 24>/DataBases)
+    // follows the copy to where it runs now; nothing else in entry 5 changes.
+    void portableConfigWinsAndFollowsTheProgram_data() {
+        QTest::addColumn<QString>("folder");
+        QTest::addColumn<QString>("origin");   // entry 24; "-" = settings of 20 entries
+        QTest::addColumn<QString>("expected"); // "@" stands for the program folder
+        const QString old = "/media/bob/STICK/Argent";
+        QTest::newRow("moved copy") << old + "/DataBases" << old << "@/DataBases";
+        QTest::newRow("trailing slash kept") << old + "/DataBases/" << old + "/"
+                                             << "@/DataBases/";
+        QTest::newRow("unclean path") << "/media/bob//STICK/Argent/./DataBases" << old << "@/DataBases";
+        QTest::newRow("copy made into a drive's root") << "/media/bob/STICK/DataBases"
+                                                       << "/media/bob/STICK"
+                                                       << "@/DataBases";
+        QTest::newRow("folder elsewhere") << "/srv/shared/DataBases" << old << "/srv/shared/DataBases";
+        QTest::newRow("folder inside the own one")
+            << old + "/DataBases/Team" << old << old + "/DataBases/Team";
+        QTest::newRow("similar name") << old + "/DataBases2" << old << old + "/DataBases2";
+        QTest::newRow("no origin recorded") << old + "/DataBases"
+                                            << "-" << old + "/DataBases";
+        QTest::newRow("empty origin") << old + "/DataBases"
+                                      << "" << old + "/DataBases";
+        QTest::newRow("not moved") << "@/DataBases"
+                                   << "@"
+                                   << "@/DataBases";
+    }
     void portableConfigWinsAndFollowsTheProgram() {
+        QFETCH(QString, folder);
+        QFETCH(QString, origin);
+        QFETCH(QString, expected);
         TestEnv env;
+        const QString prog = env.progDir();
         QDir().mkpath(env.userFolder());
         writeFileText(env.userFolder() + "/config.dat", "user\r\n");
-        // Written when the program ran from another mount point.
-        writeFileText(env.progDir() + "/config.dat",
-                      "True\r\nTrue\r\n0\r\n\r\n/media/OLDSTICK/tools/prog/DataBases/\r\n");
+        QStringList lines(origin == "-" ? 20 : 24, QStringLiteral("x"));
+        lines[4] = QString(folder).replace("@", prog);
+        if (origin != "-")
+            lines[23] = QString(origin).replace("@", prog);
+        writeFileText(prog + "/config.dat", (lines.join("\r\n") + "\r\n").toUtf8());
         ChooseConfiguration();
-        QCOMPARE(ProgCfgPath, env.progDir() + "/config.dat");
-        QCOMPARE(ProgConfig[5], env.progDir() + "/DataBases/");
-        // A folder already under the program, or elsewhere entirely, stays as it is.
-        writeFileText(env.progDir() + "/config.dat", "a\r\nb\r\nc\r\nd\r\n/srv/shared/DataBases\r\n");
-        ChooseConfiguration();
-        QCOMPARE(ProgConfig[5], QStringLiteral("/srv/shared/DataBases"));
+        QCOMPARE(ProgCfgPath, prog + "/config.dat");
+        QCOMPARE(ProgConfig[5], QString(expected).replace("@", prog));
+        // Settings saved now name the folder the copy runs from, ready for the next move.
+        if (origin != "-" && !origin.isEmpty())
+            QCOMPARE(ProgConfig[kCfgPortableOrigin], prog);
+        // The same settings read from the per-user folder are never re-based.
+        if (expected.startsWith("@") && !folder.startsWith("@")) {
+            QFile::remove(env.userFolder() + "/config.dat");
+            QVERIFY(QFile::rename(prog + "/config.dat", env.userFolder() + "/config.dat"));
+            ChooseConfiguration();
+            QCOMPARE(ProgConfig[5], lines[4]);
+        }
     }
 
     void existingUserFolderWithoutConfigLoadsNothing() {

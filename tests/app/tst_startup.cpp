@@ -6,6 +6,8 @@
 #include "tests/common/TestEnv.h"
 #include "tests/common/TestMain.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QProcess>
 #include <QTest>
 
@@ -17,6 +19,7 @@ namespace {
 int childMain(int& argc, char** argv) {
     QCoreApplication app(argc, argv);
     SetAppPath(qEnvironmentVariable("ARGENT_TEST_PROGDIR"));
+    SetExeFolderPath(qEnvironmentVariable("ARGENT_TEST_PROGDIR"));
     SetMsgBoxHandler([](const QString& prompt, int style, const QString&) {
         std::printf("MSGBOX %d %s\n", style, prompt.toUtf8().constData());
         return static_cast<int>(vbOK);
@@ -56,6 +59,47 @@ QStringList logTexts(const TestEnv& env) {
 class StartupTest : public QObject {
     Q_OBJECT
 private slots:
+    // Where the program folder is: beside the executable when start.dat is there, else
+    // the first data folder that holds it, else the executable's folder.
+    void programFolderLookup_data() {
+        QTest::addColumn<QStringList>("withStart"); // folders that hold start.dat
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("build tree or portable copy") << QStringList{"bin", "share"} << "bin";
+        QTest::newRow("installed, relative data folder") << QStringList{"share"} << "share";
+        QTest::newRow("installed, built-for prefix") << QStringList{"prefix"} << "prefix";
+        QTest::newRow("relative before prefix") << QStringList{"share", "prefix"} << "share";
+        QTest::newRow("nothing anywhere") << QStringList{} << "bin";
+    }
+    void programFolderLookup() {
+        QFETCH(QStringList, withStart);
+        QFETCH(QString, expected);
+        TestEnv env;
+        const QString r = env.root() + "/t";
+        for (const char* d : {"bin", "share", "prefix"})
+            QDir().mkpath(r + u'/' + QLatin1String(d));
+        for (const QString& d : withStart)
+            writeFileText(r + u'/' + d + "/start.dat", "True\r\n");
+        // The data folder relative to bin/ comes in unclean, as the build makes it.
+        QCOMPARE(FindProgramFolder(r + "/bin", {r + "/bin/../share", r + "/prefix"}), r + u'/' + expected);
+    }
+
+    // The first start of an installed copy: the data folder is not the executable's, the
+    // per-user folder does not exist yet. The settings are made from start.dat and the
+    // log, held until that folder exists, lands there whole.
+    void installedFirstStartLogsIntoTheNewUserFolder() {
+        TestEnv env;
+        SetExeFolderPath(env.root() + "/bin");
+        QVERIFY(Main());
+        QVERIFY(!ProgramBesideExe());
+        QCOMPARE(ProgCfgPath, env.userFolder() + "/DataBases/config.dat");
+        QVERIFY(QFileInfo(env.userFolder() + "/DataBases/SampleUser.bdb").isFile());
+        QVERIFY(!QFile::exists(env.progDir() + "/DbgFile.dat"));
+        const QByteArray log = readAllOf(env.userFolder() + "/DbgFile.dat");
+        QVERIFY2(log.indexOf("========== Start Logging") < log.indexOf("Configuration Loading... Ok") &&
+                     log.indexOf("========== Start Logging") >= 0 && log.contains("Language Loading... Ok"),
+                 log.constData());
+    }
+
     void startsAndLogsInOrder() {
         TestEnv env;
         QVERIFY(Main());

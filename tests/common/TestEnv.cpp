@@ -46,6 +46,7 @@ TestEnv::TestEnv() {
         QFile::copy(bin + u'/' + QLatin1String(f), progDir() + u'/' + QLatin1String(f));
     copyTree(bin + QStringLiteral("/Languages"), progDir() + QStringLiteral("/Languages"));
     SetAppPath(progDir());
+    SetExeFolderPath(progDir());
     ProgConfig.Reset();
     ProgCfgPath.clear();
     UnloadLang();
@@ -60,6 +61,7 @@ TestEnv::~TestEnv() {
     }
     ReleaseInstanceLock();
     SetAppPath(QString());
+    SetExeFolderPath(QString());
 }
 
 QStringList TestEnv::childEnv(const QString& childAction) const {

@@ -17,6 +17,7 @@ QString g_childState = QStringLiteral("child state");
 // The child processes: each sets up the trap, enters two frames and fails for real.
 void prepareChild() {
     SetAppPath(qEnvironmentVariable("ARGENT_TEST_PROGDIR"));
+    SetExeFolderPath(qEnvironmentVariable("ARGENT_TEST_PROGDIR"));
     InstallErrorTrap();
     argent::diag::registerGlobal("g_childState", &g_childState);
     argent::diag::registerGlobalHidden("CurUsPasw");

@@ -38,6 +38,7 @@ frmError* visibleErrorDialog() {
 int childAbout(int& argc, char** argv) {
     ArgentApplication app(argc, argv);
     SetAppPath(qEnvironmentVariable("ARGENT_TEST_PROGDIR"));
+    SetExeFolderPath(qEnvironmentVariable("ARGENT_TEST_PROGDIR"));
     SetMsgBoxHandler([](const QString& prompt, int style, const QString&) {
         std::printf("MSGBOX %d %s\n", style, prompt.toUtf8().constData());
         std::fflush(stdout);

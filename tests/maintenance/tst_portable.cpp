@@ -3,6 +3,7 @@
 #include "tests/maintenance/MaintTestKit.h"
 
 #include <QDirIterator>
+#include <QProcess>
 #include <QTest>
 
 #include <algorithm>
@@ -42,12 +43,31 @@ private slots:
         const QString target = env.root() + "/stick/Argent";
         QDir().mkpath(target);
         QList<int> done;
-        const int n = InstallToRemovableDevice(target, [&](int d, int t, const QString&) { done << d - t; });
+        int total = 0;
+        const int n = InstallToRemovableDevice(target, [&](int d, int t, const QString&) {
+            done << d;
+            total = t;
+        });
         QCOMPARE(done.size(), n);
-        QCOMPARE(done.last(), 0);
+        QCOMPARE(done.last(), total);
+        QVERIFY(std::is_sorted(done.begin(), done.end()));
         for (const QString& f : PortableProgramFiles())
             QCOMPARE(digestOf(target + u'/' + f), digestOf(env.progDir() + u'/' + f));
         QVERIFY(QFileInfo(target + "/argentpm").isExecutable());
+        // The copy's programs load Qt and libsodium from its lib/; Qt's window plugins
+        // are in its plugins/, which its qt.conf names.
+        QVERIFY(QFileInfo(target + "/plugins/platforms/libqxcb.so").isFile());
+        for (const char* exe : {"/argentpm", "/ArgentPasswordMngr"}) {
+            QProcess ldd;
+            ldd.start("ldd", {target + QLatin1String(exe)});
+            QVERIFY(ldd.waitForFinished());
+            const QString out = QString::fromLocal8Bit(ldd.readAllStandardOutput());
+            QVERIFY2(out.contains("libQt6Core.so.6 => " + target + "/lib/libQt6Core.so.6"), qPrintable(out));
+            QVERIFY2(out.contains("libsodium.so.23 => " + target + "/lib/"), qPrintable(out));
+            QVERIFY2(!out.contains("not found"), qPrintable(out));
+        }
+        QVERIFY(readAllOf(target + "/qt.conf").contains("\nPlugins=plugins\n"));
+        QVERIFY(!QFile::exists(target + "/lib/libc.so.6"));
         // Everything but the users' lock files, which belong to the folder's own writers.
         QStringList own = treeOf(ownFolder);
         QVERIFY(own.removeAll(".anna.bdb.lock") == 1);

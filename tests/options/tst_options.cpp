@@ -13,7 +13,9 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QProcess>
 #include <QPushButton>
+#include <QStandardPaths>
 #include <QTest>
 
 namespace {
@@ -21,6 +23,48 @@ void start(const TestEnv& env) {
     ChooseConfiguration();
     LoadLang(env.progDir() + "/Languages/English.lng");
     ProgCfgPath = env.root() + "/config.dat";
+}
+} // namespace
+
+namespace {
+// The arguments of an Exec value as a desktop launcher reads them.
+QStringList decodeExec(const QString& Value) {
+    QString v;
+    for (qsizetype i = 0; i < Value.size(); ++i) {
+        if (Value[i] == u'\\' && i + 1 < Value.size()) {
+            const QChar c = Value[++i];
+            v += c == u's'   ? QChar(u' ')
+                 : c == u'n' ? QChar(u'\n')
+                 : c == u't' ? QChar(u'\t')
+                 : c == u'r' ? QChar(u'\r')
+                             : c;
+        } else {
+            v += Value[i];
+        }
+    }
+    v.replace(QStringLiteral("%%"), QStringLiteral("%"));
+    QStringList args;
+    qsizetype i = 0;
+    while (i < v.size()) {
+        if (v[i] == u' ') {
+            ++i;
+            continue;
+        }
+        QString arg;
+        if (v[i] == u'"') {
+            for (++i; i < v.size() && v[i] != u'"'; ++i) {
+                if (v[i] == u'\\' && i + 1 < v.size())
+                    ++i;
+                arg += v[i];
+            }
+            ++i;
+        } else {
+            while (i < v.size() && v[i] != u' ')
+                arg += v[i++];
+        }
+        args << arg;
+    }
+    return args;
 }
 } // namespace
 
@@ -73,7 +117,8 @@ private slots:
             f.cmdCancel->click();
         }
         const QString text = QString::fromUtf8(readAllOf(entry));
-        QVERIFY2(text.contains("\nName=Quillon Lockholt\n"), qPrintable(text));
+        QVERIFY2(text.contains("\nName=Argent Password Manager\n"), qPrintable(text));
+        QVERIFY(text.contains("\nX-Argent-Run-Name=Quillon Lockholt\n"));
         QVERIFY(text.contains("\nExec=" + env.progDir() + "/ArgentPasswordMngr\n"));
         QVERIFY(text.startsWith("[Desktop Entry]\nType=Application\n"));
         frmOptions f;
@@ -81,11 +126,37 @@ private slots:
         f.chkStartWithWin->click();
         QVERIFY(!QFile::exists(entry));
         QCOMPARE(ProgConfig[3], QStringLiteral("0"));
-        // A program folder with a blank is quoted for the desktop.
-        SetAppPath(env.root() + "/my prog");
+    }
+
+    // Program folders that need quoting: the Exec line, read back as the desktop-entry
+    // format says (string escapes, then %%, then the quoting), names the program, and
+    // desktop-file-validate (when installed) accepts the file.
+    void autostartExecQuoting_data() {
+        QTest::addColumn<QString>("folder");
+        QTest::newRow("plain") << "prog";
+        QTest::newRow("blank") << "my prog";
+        QTest::newRow("double quote") << "say \"hi\"";
+        QTest::newRow("single quote") << "Bob's tools";
+        QTest::newRow("backslash") << "back\\slash";
+        QTest::newRow("shell specials") << "$HOME `x` (a)#b;c&d|e*?~<>";
+        QTest::newRow("percent") << "100% sure";
+        QTest::newRow("non-ASCII") << "Программы";
+    }
+    void autostartExecQuoting() {
+        QFETCH(QString, folder);
+        TestEnv env;
+        const QString exe = env.root() + u'/' + folder + "/ArgentPasswordMngr";
+        SetExeFolderPath(env.root() + u'/' + folder);
         AutorunManagement(true);
-        QVERIFY(readAllOf(entry).contains("\nExec=\"" + QFile::encodeName(env.root()) +
-                                          "/my prog/ArgentPasswordMngr\"\n"));
+        const QString text = QString::fromUtf8(readAllOf(AutorunEntryPath()));
+        const QString exec = text.section("\nExec=", 1).section(u'\n', 0, 0);
+        QCOMPARE(decodeExec(exec), QStringList{exe});
+        if (!QStandardPaths::findExecutable("desktop-file-validate").isEmpty()) {
+            QProcess v;
+            v.start("desktop-file-validate", {AutorunEntryPath()});
+            QVERIFY(v.waitForFinished());
+            QVERIFY2(v.exitCode() == 0, v.readAllStandardOutput().constData());
+        }
     }
 
     void databasesFolderChange() {

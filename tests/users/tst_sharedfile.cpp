@@ -4,6 +4,7 @@
 
 #include "records/RecordTree.h"
 #include "storage/UserFileLock.h"
+#include "tests/common/FullDisk.h"
 #include "tests/common/TestMain.h"
 #include "tests/records/CliRunner.h"
 #include "tests/users/UsersTestKit.h"
@@ -134,12 +135,10 @@ private slots:
         QCOMPARE(FullUserLoad("anna", HashString("wrong password")), -1);
         QCOMPARE(FullUserLoad("anna", md5), 101);
         makeUser("anna", kPw);
-        // The temporary folder is a file: no copy can be made there.
-        const QString tmp = GetWindowsTemp();
-        QDir(tmp).removeRecursively();
-        writeFileText(tmp.chopped(1), "not a folder");
-        QCOMPARE(FullUserLoad("anna", md5), 102);
-        QVERIFY(!TempFolderProblem().isEmpty());
+        // The temporary folder is full: the deciphered copy cannot be written there.
+        FullDisk full(GetWindowsTemp(), 0);
+        full.Fill();
+        QCOMPARE(full.Run([&] { return FullUserLoad("anna", md5); }), 102);
         QCOMPARE(CurUser, QString());
     }
 

@@ -1,0 +1,164 @@
+// argentpm import and export: files of other password managers in, KeePass XML or
+// KeePassXC CSV out. The work is done by the same routines as the window's File menu.
+
+#include "cli/CliCommands.h"
+#include "cli/CliShared.h"
+
+#include "app/VbConv.h"
+#include "diagnostics/Trace.h"
+#include "records/ImportExport.h"
+#include "records/RecordTree.h"
+#include "storage/clsDatabase.h"
+#include "users/UserAccounts.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <sodium.h>
+
+#include <cstdio>
+
+using namespace cli;
+
+namespace {
+
+int usage(const char* Command, const QString& Why) {
+    say(QStringLiteral("%1. Try 'argentpm %2 --help'.").arg(Why, QLatin1String(Command)));
+    return cliUsage;
+}
+
+bool parseId(const QString& Text, QString& Id) {
+    bool ok = false;
+    const int v = Text.toInt(&ok);
+    if (!ok || v < 0)
+        return false;
+    Id = QString::number(v);
+    return true;
+}
+
+// The root or a folder of the current user; an exit status after saying why not.
+int folderOfUser(const QString& Id) {
+    if (Id == QLatin1String("0"))
+        return cliOk;
+    const int rec = FindDataRow(*CurUsDB, Id);
+    if (rec == 0) {
+        say(QStringLiteral("user %1 has no folder with identifier %2").arg(quoted(CurUser), Id));
+        return cliNoRecord;
+    }
+    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    if (Val(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Type"))) == 2.0) {
+        say(QStringLiteral("%1 is a record, not a folder").arg(Id));
+        return cliRefused;
+    }
+    return cliOk;
+}
+
+QString plural(int N, const char* One, const char* Many) {
+    return QString::number(N) + u' ' + QLatin1String(N == 1 ? One : Many);
+}
+
+} // namespace
+
+int CmdImport(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdImport", Args);
+    if (Args.size() != 2)
+        return usage("import", QStringLiteral("'import' takes a user name and a file"));
+    bool known = true;
+    const ImpFormat format =
+        ImpFormatFromName(Opt.Given.value(QStringLiteral("--format"), QStringLiteral("detect")), &known);
+    if (!known)
+        return usage(
+            "import",
+            QStringLiteral("unknown format %1").arg(quoted(Opt.Given.value(QStringLiteral("--format")))));
+    QString into = QStringLiteral("0");
+    if (Opt.Given.contains(QStringLiteral("--into")) &&
+        !parseId(Opt.Given.value(QStringLiteral("--into")), into))
+        return usage("import", QStringLiteral("--into takes a folder identifier"));
+
+    // The file is read and understood before the user is even opened.
+    const QString path = Args[1];
+    QFile f(path);
+    if (!QFileInfo(path).isFile() || !f.open(QIODevice::ReadOnly)) {
+        say(QStringLiteral("%1 cannot be read; nothing was imported").arg(path));
+        return cliFailed;
+    }
+    const QByteArray bytes = f.readAll();
+    CsvMapping map;
+    if (Opt.Given.contains(QStringLiteral("--map"))) {
+        QString bad;
+        if (!ParseCsvMapping(Opt.Given.value(QStringLiteral("--map")), ReadCsvHeader(bytes), map, bad))
+            return usage(
+                "import",
+                QStringLiteral("--map: %1 names no field or no column of the header").arg(quoted(bad)));
+    }
+    ImpData data;
+    ImpError err;
+    if (!ParseImport(bytes, format, map, data, err)) {
+        say(QStringLiteral("%1: %2; nothing was imported").arg(path, err.Text()));
+        return cliFailed;
+    }
+
+    if (int rc = openUserForChange(Opt, Args[0]))
+        return rc;
+    if (int rc = folderOfUser(into))
+        return rc;
+    const QString id = ImportIntoDB(data, into, ImportFolderName(path), nullptr, err);
+    if (id.isEmpty()) {
+        say(err.Text() + QStringLiteral("; nothing was imported"));
+        return cliRefused;
+    }
+    if (int rc = saveUserChange())
+        return rc;
+    std::printf("%s\nImported %s and %s (%s) into folder %s.\n", id.toUtf8().constData(),
+                plural(data.Folders, "folder", "folders").toUtf8().constData(),
+                plural(data.Records, "record", "records").toUtf8().constData(),
+                ImpFormatName(data.Format).toUtf8().constData(), id.toUtf8().constData());
+    return cliOk;
+}
+
+int CmdExport(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdExport", Args);
+    if (Args.size() != 1)
+        return usage("export", QStringLiteral("'export' takes a user name"));
+    const QString fmt = Opt.Given.value(QStringLiteral("--format"), QStringLiteral("xml")).toLower();
+    if (fmt != QLatin1String("xml") && fmt != QLatin1String("csv"))
+        return usage("export", QStringLiteral("--format takes xml or csv"));
+    QString folder = QStringLiteral("0");
+    if (Opt.Given.contains(QStringLiteral("--folder")) &&
+        !parseId(Opt.Given.value(QStringLiteral("--folder")), folder))
+        return usage("export", QStringLiteral("--folder takes a folder identifier"));
+    const QString out = Opt.Given.value(QStringLiteral("--output"), Opt.Given.value(QStringLiteral("-o")));
+    if ((Opt.Given.contains(QStringLiteral("--output")) || Opt.Given.contains(QStringLiteral("-o"))) &&
+        out.isEmpty())
+        return usage("export", QStringLiteral("-o takes a file name"));
+
+    if (int rc = openUser(Opt, Args[0]))
+        return rc;
+    int tbl;
+    if (int rc = dataTable(tbl))
+        return rc;
+    if (int rc = folderOfUser(folder))
+        return rc;
+    ExpCounts counts;
+    QByteArray bytes = ExportRecordTree(
+        *CurUsDB, folder, fmt == QLatin1String("csv") ? ExpFormat::KeePassXcCsv : ExpFormat::KeePassXml,
+        &counts);
+    // The bytes hold every password in plain text: wiped once written.
+    struct Wipe {
+        QByteArray& b;
+        ~Wipe() { sodium_memzero(b.data(), static_cast<std::size_t>(b.size())); }
+    } wipe{bytes};
+    if (out.isEmpty()) {
+        writeOut(bytes);
+        return cliOk;
+    }
+    QString why;
+    if (!WriteExportFile(out, bytes, why)) {
+        say(QStringLiteral("%1 could not be written (%2); a file that was there is unchanged").arg(out, why));
+        return cliFailed;
+    }
+    std::printf("Exported %s and %s to %s.\n",
+                plural(counts.Folders, "folder", "folders").toUtf8().constData(),
+                plural(counts.Records, "record", "records").toUtf8().constData(), out.toUtf8().constData());
+    return cliOk;
+}

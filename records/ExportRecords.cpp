@@ -1,0 +1,293 @@
+// Export of a user, or of one folder with everything below it, to KeePass 2 XML and to
+// KeePassXC CSV, and the checked writing of the file.
+
+#include "records/CsvReader.h"
+#include "records/ImportExport.h"
+
+#include "app/VbConv.h"
+#include "diagnostics/Trace.h"
+#include "records/RecordTree.h"
+#include "storage/clsDatabase.h"
+#include "users/UserAccounts.h"
+
+#include <QHash>
+#include <QSaveFile>
+#include <QUuid>
+
+namespace {
+
+using namespace Qt::StringLiterals;
+
+// The rows below a folder, walked depth first: a folder's records, then its folders,
+// each in table order.
+class RowTree {
+public:
+    explicit RowTree(const clsDatabase& Db) {
+        const DatabaseRecord& d = Db.DBView();
+        for (const TableEntry& t : d.Tables)
+            if (t.Name.compare("DataTable"_L1, Qt::CaseInsensitive) == 0)
+                m_t = &t;
+        if (!m_t)
+            return;
+        auto col = [this](const char* Name) {
+            return static_cast<int>(m_t->FldNames.indexOf(QLatin1String(Name)));
+        };
+        Ind = col("IndNum");
+        Par = col("Parent");
+        Type = col("Type");
+        Title = col("Title");
+        Login = col("Login");
+        Pasw = col("Password");
+        Desc = col("Description");
+        Image = col("Image");
+        Flags = col("Flags");
+        m_kids.reserve(m_t->RecNum() / 8 + 16);
+        for (int i = 0; i < m_t->RecNum(); ++i) {
+            const QString id = v(i, Ind);
+            m_kids[v(i, Par)].append(i);
+            if (!m_rowOf.contains(id))
+                m_rowOf.insert(id, i);
+        }
+        m_seen.resize(m_t->RecNum());
+    }
+    bool Ok() const { return m_t && Ind >= 0 && Par >= 0; }
+    QString v(int Row, int Col) const {
+        const QStringList& r = m_t->Records[Row];
+        return Col >= 0 && Col < r.size() ? r[Col] : QString();
+    }
+    bool IsRecord(int Row) const { return v(Row, Type).trimmed() == "2"_L1; }
+    int RowOf(const QString& Id) const { return m_rowOf.value(Id, -1); }
+    // Children of a folder not met before: a damaged file with a loop ends, not repeats.
+    QList<int> Kids(const QString& Id) {
+        QList<int> out;
+        for (int r : m_kids.value(Id))
+            if (!m_seen[r]) {
+                m_seen[r] = true;
+                out.append(r);
+            }
+        return out;
+    }
+
+    int Ind = -1, Par = -1, Type = -1, Title = -1, Login = -1, Pasw = -1, Desc = -1, Image = -1, Flags = -1;
+
+private:
+    const TableEntry* m_t = nullptr;
+    QHash<QString, QList<int>> m_kids;
+    QHash<QString, int> m_rowOf;
+    std::vector<bool> m_seen;
+};
+
+QString newUuid() {
+    return QString::fromLatin1(QUuid::createUuid().toRfc4122().toBase64());
+}
+
+// Text for an element of XML 1.0, in UTF-8: markup characters as references, a CR as a
+// character reference (a reader would turn CR LF into LF), control characters XML has no
+// place for left out. Bytes of multi-byte characters are never below 0x80, so the
+// escaping works on the bytes.
+void appendXmlText(QByteArray& Out, const QString& S) {
+    const QByteArray u = S.toUtf8();
+    for (char c : u) {
+        switch (c) {
+        case '&':
+            Out.append("&amp;");
+            break;
+        case '<':
+            Out.append("&lt;");
+            break;
+        case '>':
+            Out.append("&gt;");
+            break;
+        case '"':
+            Out.append("&quot;");
+            break;
+        case '\r':
+            Out.append("&#13;");
+            break;
+        default:
+            if (static_cast<unsigned char>(c) >= 0x20 || c == '\t' || c == '\n')
+                Out.append(c);
+        }
+    }
+}
+
+// The XML is written as text: the structure is fixed and every value goes through
+// appendXmlText. Tabs indent as KeePassXC's own export does.
+class XmlExport {
+public:
+    XmlExport(RowTree& T, QByteArray& Out, ExpCounts& C) : m_t(T), m_o(Out), m_c(C) {}
+    void Run(const QString& RootID, const QString& RootName) {
+        m_o.append("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<KeePassFile>\n");
+        m_depth = 1;
+        open("Meta");
+        text("Generator", u"ArgentPasswordMngr"_s);
+        text("DatabaseName", RootName);
+        close("Meta");
+        open("Root");
+        group(RootID, RootName, -1);
+        close("Root");
+        m_o.append("</KeePassFile>\n");
+    }
+
+private:
+    void indent() {
+        for (int i = 0; i < m_depth; ++i)
+            m_o.append('\t');
+    }
+    void open(const char* Element) {
+        indent();
+        m_o.append('<').append(Element).append(">\n");
+        ++m_depth;
+    }
+    void close(const char* Element) {
+        --m_depth;
+        indent();
+        m_o.append("</").append(Element).append(">\n");
+    }
+    void text(const char* Element, const QString& Text, const char* Attribute = nullptr) {
+        indent();
+        m_o.append('<').append(Element);
+        if (Attribute)
+            m_o.append(' ').append(Attribute);
+        m_o.append('>');
+        appendXmlText(m_o, Text);
+        m_o.append("</").append(Element).append(">\n");
+    }
+    void string(const char* Key, const QString& Value, bool Protect = false) {
+        open("String");
+        text("Key", QLatin1String(Key));
+        text("Value", Value, Protect ? "ProtectInMemory=\"True\"" : nullptr);
+        close("String");
+    }
+    // The row's look as custom data, when it is not that of a new row.
+    void look(int Row, const char* DefaultImage) {
+        const QString flags = m_t.v(Row, m_t.Flags), image = m_t.v(Row, m_t.Image);
+        const bool ownFlags = !flags.isEmpty() && flags != "0|0"_L1;
+        const bool ownImage = !image.isEmpty() && image != QLatin1String(DefaultImage);
+        if (!ownFlags && !ownImage)
+            return;
+        open("CustomData");
+        auto item = [this](const char* Key, const QString& Value) {
+            open("Item");
+            text("Key", QLatin1String(Key));
+            text("Value", Value);
+            close("Item");
+        };
+        if (ownFlags)
+            item("ArgentPM.Flags", flags);
+        if (ownImage)
+            item("ArgentPM.Image", image);
+        close("CustomData");
+    }
+    void entry(int Row) {
+        ++m_c.Records;
+        open("Entry");
+        text("UUID", newUuid());
+        text("IconID", u"0"_s);
+        int col = 0, bits = 0;
+        GetSepatRecOptns(m_t.v(Row, m_t.Flags), col, bits);
+        if (col != 0)
+            text("ForegroundColor",
+                 QStringLiteral("#%1")
+                     .arg(((col & 0xFF) << 16) | (col & 0xFF00) | ((col >> 16) & 0xFF), 6, 16, QChar(u'0'))
+                     .toUpper());
+        string("Notes", m_t.v(Row, m_t.Desc));
+        string("Password", m_t.v(Row, m_t.Pasw), true);
+        string("Title", m_t.v(Row, m_t.Title));
+        string("URL", QString());
+        string("UserName", m_t.v(Row, m_t.Login));
+        look(Row, "1key");
+        close("Entry");
+    }
+    void group(const QString& Id, const QString& Name, int Row) {
+        open("Group");
+        text("UUID", newUuid());
+        text("Name", Name);
+        text("IconID", u"48"_s);
+        if (Row >= 0)
+            look(Row, "2key");
+        const QList<int> kids = m_t.Kids(Id);
+        for (int r : kids)
+            if (m_t.IsRecord(r))
+                entry(r);
+        for (int r : kids)
+            if (!m_t.IsRecord(r)) {
+                ++m_c.Folders;
+                group(m_t.v(r, m_t.Ind), m_t.v(r, m_t.Title), r);
+            }
+        close("Group");
+    }
+
+    RowTree& m_t;
+    QByteArray& m_o;
+    ExpCounts& m_c;
+    int m_depth = 0;
+};
+
+void csvGroup(RowTree& T, const QString& Id, const QString& Path, QString& Out, ExpCounts& C) {
+    const QList<int> kids = T.Kids(Id);
+    for (int r : kids)
+        if (T.IsRecord(r)) {
+            ++C.Records;
+            AppendCsvRecord(Out, {Path, T.v(r, T.Title), T.v(r, T.Login), T.v(r, T.Pasw), QString(),
+                                  T.v(r, T.Desc), QString(), u"0"_s, QString(), QString()});
+        }
+    for (int r : kids)
+        if (!T.IsRecord(r)) {
+            ++C.Folders;
+            csvGroup(T, T.v(r, T.Ind), Path + u'/' + T.v(r, T.Title), Out, C);
+        }
+}
+
+} // namespace
+
+QByteArray ExportRecordTree(const clsDatabase& pDB, const QString& RootID, ExpFormat Format,
+                            ExpCounts* Counts) {
+    TRACE_PROC("modImport.ExportRecordTree", RootID, static_cast<int>(Format));
+    ExpCounts c;
+    if (Counts)
+        *Counts = c;
+    RowTree t(pDB);
+    if (!t.Ok())
+        return QByteArray();
+    QString rootName = pDB.Tag();
+    if (RootID != "0"_L1) {
+        const int row = t.RowOf(RootID);
+        if (row < 0 || t.IsRecord(row))
+            return QByteArray();
+        rootName = t.v(row, t.Title);
+    }
+    QByteArray out;
+    if (Format == ExpFormat::KeePassXml) {
+        XmlExport(t, out, c).Run(RootID, rootName);
+    } else {
+        QString text;
+        AppendCsvRecord(text, {u"Group"_s, u"Title"_s, u"Username"_s, u"Password"_s, u"URL"_s, u"Notes"_s,
+                               u"TOTP"_s, u"Icon"_s, u"Last Modified"_s, u"Created"_s});
+        csvGroup(t, RootID, rootName, text, c);
+        out = text.toUtf8();
+        WipeString(text);
+    }
+    if (Counts)
+        *Counts = c;
+    return out;
+}
+
+bool WriteExportFile(const QString& Path, const QByteArray& Bytes, QString& Err) {
+    TRACE_PROC("modImport.WriteExportFile", Path, static_cast<long long>(Bytes.size()));
+    QSaveFile f(Path);
+    if (!f.open(QIODevice::WriteOnly)) {
+        Err = f.errorString();
+        return false;
+    }
+    // QSaveFile keeps the mode of a file it replaces: the export is private whatever was there.
+    f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    // Qt's commit does not report a flush that failed (a full disk under a small file):
+    // the flush is checked first.
+    if (f.write(Bytes) != Bytes.size() || !f.flush() || !f.commit()) {
+        Err = f.errorString();
+        f.cancelWriting();
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,78 @@
+# bash completion of argentpm: commands, options, user names and backup copies.
+
+_argentpm_databases_opt() {
+    # Repeat a --databases option of the line being completed, so that users are
+    # listed from the same folder.
+    local i
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        case "${COMP_WORDS[i]}" in
+            --databases) printf '%s\n' --databases "${COMP_WORDS[i + 1]}" ;;
+            --databases=*) printf '%s\n' "${COMP_WORDS[i]}" ;;
+        esac
+    done
+}
+
+_argentpm() {
+    local cur prev
+    cur="${COMP_WORDS[COMP_CWORD]}"
+    prev="${COMP_WORDS[COMP_CWORD - 1]}"
+    local commands="users add-user passwd delete-user ls show mkdir add rename mv rm edit find
+        generate backup backups restore delete-backup install-portable help"
+    local common="--databases --password-stdin --yes --help --version"
+
+    case "$prev" in
+        --databases | install-portable)
+            compopt -o filenames 2>/dev/null
+            mapfile -t COMPREPLY < <(compgen -d -- "$cur")
+            return ;;
+        --bold)
+            mapfile -t COMPREPLY < <(compgen -W "on off" -- "$cur")
+            return ;;
+        --title | --login | --desc | --generate | --color)
+            return ;;
+    esac
+
+    # The command is the first word that is neither an option nor the folder of --databases.
+    local i cmd="" argn=0
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        case "${COMP_WORDS[i]}" in
+            --databases) ((i++)) ;;
+            -*) ;;
+            *) if [ -z "$cmd" ]; then cmd="${COMP_WORDS[i]}"; else ((argn++)); fi ;;
+        esac
+    done
+
+    if [[ "$cur" == -* ]]; then
+        local own=""
+        case "$cmd" in
+            add) own="--title --login --desc --generate --ask-password" ;;
+            edit) own="--color --bold" ;;
+            find) own="--titles-only --case-sensitive" ;;
+        esac
+        mapfile -t COMPREPLY < <(compgen -W "$common $own" -- "$cur")
+        return
+    fi
+    if [ -z "$cmd" ]; then
+        mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur")
+        return
+    fi
+    local dbopt
+    mapfile -t dbopt < <(_argentpm_databases_opt)
+    case "$cmd" in
+        help)
+            [ "$argn" -eq 0 ] && mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur") ;;
+        passwd | delete-user | ls | show | mkdir | add | rename | mv | rm | edit | find | backup)
+            if [ "$argn" -eq 0 ]; then
+                local IFS=$'\n'
+                mapfile -t COMPREPLY < <(compgen -W "$(argentpm "${dbopt[@]}" users 2>/dev/null)" -- "$cur")
+            fi ;;
+        restore | delete-backup)
+            if [ "$argn" -eq 0 ]; then
+                local IFS=$'\n'
+                mapfile -t COMPREPLY < <(compgen -W "$(argentpm "${dbopt[@]}" backups 2>/dev/null |
+                    sed 's/ Date: .*//')" -- "$cur")
+            fi ;;
+    esac
+}
+
+complete -F _argentpm argentpm
