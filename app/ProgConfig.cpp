@@ -135,3 +135,16 @@ int CfgSwitchNumber(const QString& Value) {
     TRACE_PROC("modMain.CfgSwitchNumber", Value);
     return CLng(Val(Value.startsWith(u'n') ? Value.mid(1) : Value));
 }
+
+QString CfgExtra(int Entry, const QString& Default) {
+    if (ProgConfig.UBound() < Entry || ProgConfig[Entry].isEmpty())
+        return Default;
+    return ProgConfig[Entry];
+}
+
+void SetCfgExtra(int Entry, const QString& Value) {
+    TRACE_PROC("modMain.SetCfgExtra", Entry, Value);
+    while (ProgConfig.UBound() < Entry)
+        AddElemToStrMass(ProgConfig, QString());
+    ProgConfig[Entry] = Value;
+}

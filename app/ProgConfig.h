@@ -11,7 +11,9 @@
 //   8 find: case sensitive ("1"/"0")
 //   9 find: titles only ("1"/"0")
 //  10 generator copies to the clipboard ("1"/"0")
-// Entries after 20 are this program's own; a file may end before them.
+// Entries after 20 are this program's own; a file may end before them, and then reads
+// their defaults:
+//  21 report server ("host[:port]")      22 save after every change ("1"/"0", 1)
 //  24 a portable copy's folder: where the copy was made, or last ran from (empty in
 //     other settings). Loading the settings beside the program re-bases entry 5 when it
 //     names <entry 24>/DataBases and the copy now runs from elsewhere (see LoadConfig).
@@ -40,6 +42,11 @@ void ChooseConfiguration();
 // Entries 11 and 13: on unless the first character is "n"; the number follows.
 bool CfgSwitchOn(const QString& Value);
 int CfgSwitchNumber(const QString& Value);
+
+// An entry after 20: its value, or Default when the file has no such line or it is empty.
+QString CfgExtra(int Entry, const QString& Default);
+// Sets an entry after 20, adding empty lines up to it when the file had fewer.
+void SetCfgExtra(int Entry, const QString& Value);
 
 // Twips stored in the settings, pixels on screen (96 dpi).
 constexpr int kTwipsPerPixel = 15;

@@ -56,15 +56,27 @@ int GuiMsgBox(const QString& Prompt, int Style, const QString& Title) {
         box.setStandardButtons(QMessageBox::Ok);
         break;
     }
-    switch (box.exec()) {
-    case QMessageBox::Cancel:
-        return vbCancel;
+    box.exec();
+    // A box closed without an answer (by the inactivity lock, say) declines: No or
+    // Cancel, never Yes or OK to a question.
+    switch (box.standardButton(box.clickedButton())) {
     case QMessageBox::Yes:
         return vbYes;
     case QMessageBox::No:
         return vbNo;
-    default:
+    case QMessageBox::Ok:
         return vbOK;
+    case QMessageBox::Cancel:
+        return vbCancel;
+    default:
+        switch (Style & 7) {
+        case vbYesNo:
+            return vbNo;
+        case vbOKCancel:
+            return vbCancel;
+        default:
+            return vbOK;
+        }
     }
 }
 

@@ -7,6 +7,7 @@
 #include "maintenance/RestoreBackup.h"
 #include "users/UserAccounts.h"
 #include "users/frmPassword.h"
+#include "users/guiOpenUser.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -70,7 +71,16 @@ void frmRestore::ShowFormLang() {
 void frmRestore::ListDBs() {
     TRACE_PROC("frmRestore.ListDBsForRestore");
     lstRestorDBs->clear();
-    lstRestorDBs->addItems(ListDBsForRestore(BackupFolderPath()));
+    const QStringList items = ListDBsForRestore(BackupFolderPath());
+    for (const QString& item : items)
+        if (m_onlyUser.isEmpty() || BackupUserFromItem(item) == m_onlyUser)
+            lstRestorDBs->addItem(item);
+}
+
+void frmRestore::ShowUserCopies(const QString& UsName) {
+    TRACE_PROC("frmRestore.ShowUserCopies", UsName);
+    m_onlyUser = UsName;
+    ListDBs();
 }
 
 QString frmRestore::SelectedItem() {
@@ -85,14 +95,21 @@ QString frmRestore::SelectedItem() {
 void frmRestore::cmdRestore_Click() {
     TRACE_PROC("frmRestore.cmdRestore_Click");
     const QString item = SelectedItem();
-    if (item.isEmpty() || MsgBox(Texts(223), vbYesNo | vbQuestion) == vbNo)
+    if (item.isEmpty() || MsgBox(Texts(223), vbYesNo | vbQuestion) != vbYes)
+        return;
+    // Still asked for: a dialog closed meanwhile (by the lock) restores nothing.
+    if (m_closed)
         return;
     const QString user = BackupUserFromItem(item);
+    // Another user's copy takes the place of the open user, who is saved first; the open
+    // user's own copy is meant to replace what is open.
+    if (user != CurUser && !SaveCurrentUserFirst())
+        return;
     if (RestoreDBFromBackup(item) == 1 && AskUserPassword(this, user) == 1) {
         // Another user's copy, or one made under an older password: its password opens it.
         QString pasw = FrmPaswEnetered;
         FrmPaswEnetered.clear();
-        FullUserLoad(user, pasw);
+        OpenUser(this, user, pasw);
         WipeString(pasw);
     }
     ListDBs();
@@ -101,8 +118,13 @@ void frmRestore::cmdRestore_Click() {
 void frmRestore::cmdDelete_Click() {
     TRACE_PROC("frmRestore.cmdDelete_Click");
     const QString item = SelectedItem();
-    if (item.isEmpty() || MsgBox(Texts(224), vbYesNo | vbQuestion) == vbNo)
+    if (item.isEmpty() || MsgBox(Texts(224), vbYesNo | vbQuestion) != vbYes || m_closed)
         return;
     DeleteBackup(item);
     ListDBs();
+}
+
+void frmRestore::done(int r) {
+    m_closed = true;
+    QDialog::done(r);
 }

@@ -13,6 +13,8 @@ public:
     explicit frmRestore(QWidget* parent = nullptr);
     void ShowFormLang();
     void ListDBs();
+    // Lists only the copies of one user (a damaged file offers them).
+    void ShowUserCopies(const QString& UsName);
 
     QLabel* lblListCap;
     QListWidget* lstRestorDBs;
@@ -22,6 +24,12 @@ public slots:
     void cmdRestore_Click();
     void cmdDelete_Click();
 
+protected:
+    // Closed by anything (the lock included): a question still open is no longer asked.
+    void done(int r) override;
+
 private:
     QString SelectedItem();
+    QString m_onlyUser;
+    bool m_closed = false;
 };

@@ -9,6 +9,7 @@
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
 #include "mainwindow/guiActivitySource.h"
+#include "mainwindow/guiEndSession.h"
 #include "mainwindow/guiSessionWatch.h"
 #include "options/AutorunManagement.h"
 #include "storage/clsDatabase.h"
@@ -16,14 +17,17 @@
 #include "tray/guiModTray.h"
 #include "users/UserAccounts.h"
 #include "users/frmPassword.h"
+#include "users/guiOpenUser.h"
 
 #include <QApplication>
 #include <QClipboard>
 #include <QCloseEvent>
 #include <QDesktopServices>
+#include <QFileSystemWatcher>
 #include <QLabel>
 #include <QMenuBar>
 #include <QScreen>
+#include <QSessionManager>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QTextEdit>
@@ -129,7 +133,20 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
     m_activity = m_guiActivity.get();
     m_session = new SessionWatch(this);
     connect(m_session, &SessionWatch::lockRequested, this, &frmMain::LockNow);
+    m_watch = new QFileSystemWatcher(this);
+    m_refreshTimer = new QTimer(this);
+    m_refreshTimer->setSingleShot(true);
+    // A save elsewhere comes as a burst of changes of the folder: one look after it.
+    m_refreshTimer->setInterval(150);
+    connect(m_refreshTimer, &QTimer::timeout, this, &frmMain::RefreshFromFile);
+    connect(m_watch, &QFileSystemWatcher::directoryChanged, this, [this] { m_refreshTimer->start(150); });
+    connect(m_watch, &QFileSystemWatcher::fileChanged, this, [this] { m_refreshTimer->start(150); });
+    m_endWatch = new EndSessionWatch(this);
+    connect(m_endWatch, &EndSessionWatch::terminateRequested, this, &frmMain::EndSession);
+    connect(qApp, &QGuiApplication::commitDataRequest, this,
+            [this](QSessionManager&) { CommitSessionData(); });
     SetUserView(this);
+    SetSaveFirstHandler([this] { return SaveCurUser() >= 0; });
 }
 
 void frmMain::BuildMenus() {
@@ -372,6 +389,7 @@ void frmMain::ShowFormLang() {
         b->setText(b->toolTip());
     btnFind->setText(btnFind->toolTip());
     setWindowTitle(Texts(158));
+    UpdateTitle();
     trvDatabase->setAccessibleName(Texts(159));
     txtValue->setAccessibleName(Texts(160));
     tlbToolbar->setWindowTitle(Texts(161));
@@ -444,7 +462,7 @@ void frmMain::Form_Load() {
         if (AskUserPassword(this, ProgConfig[4]) == 1) {
             QString pasw = FrmPaswEnetered;
             FrmPaswEnetered.clear();
-            FullUserLoad(ProgConfig[4], pasw);
+            OpenUser(this, ProgConfig[4], pasw);
             WipeString(pasw);
         }
     }
@@ -459,10 +477,14 @@ void frmMain::Form_Load() {
 
 void frmMain::closeEvent(QCloseEvent* e) {
     TRACE_PROC("frmMain.Form_QueryUnload");
+    if (m_unloaded) {
+        e->accept();
+        return;
+    }
     // Tray mode holds only while the icon is there to bring the window back.
     const bool trayMode = ProgConfig[12] == QStringLiteral("1") && DoUnloadTIcon;
     if (!CloseConfirmed && !trayMode) {
-        if (MsgBox(Texts(1), vbYesNo | vbQuestion) == vbNo) {
+        if (MsgBox(Texts(1), vbYesNo | vbQuestion) != vbYes) {
             e->ignore();
             return;
         }
@@ -491,9 +513,15 @@ bool frmMain::Form_Unload() {
     TRACE_PROC("frmMain.Form_Unload");
     // A password copied from this program does not outlive it on the clipboard.
     SecretClipboard::Instance().ClearIfOurs();
-    if (CurUsDB && !CurUsDB->Name().isEmpty() && SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0) {
-        MsgBox(Texts(247), vbCritical);
+    if (UserLoaded() && SaveCurUser() < 0)
         return false;
+    // Changes the lock could not save are tried once more.
+    if (m_unsavedDB) {
+        if (SaveUsDB(m_unsavedDB, GetTruePasw(CurUsPasw)) < 0) {
+            MsgBox(Texts(247), vbCritical);
+            return false;
+        }
+        m_unsavedDB.reset();
     }
     if (DoUnloadTIcon)
         TrayIconManagement(2);
@@ -508,4 +536,5 @@ bool frmMain::Form_Unload() {
 frmMain::~frmMain() {
     if (UserView() == this)
         SetUserView(nullptr);
+    SetSaveFirstHandler(nullptr);
 }

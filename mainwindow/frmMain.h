@@ -14,6 +14,7 @@
 #include <memory>
 
 class QAction;
+class QFileSystemWatcher;
 class QLabel;
 class QMenu;
 class QSplitter;
@@ -23,6 +24,7 @@ class QToolBar;
 class IActivitySource;
 class GuiActivitySource;
 class SessionWatch;
+class EndSessionWatch;
 class clsDatabase;
 
 // The tree, with moves by drag and drop handed to the main window.
@@ -30,6 +32,7 @@ class UsTreeWidget : public QTreeWidget {
     Q_OBJECT
 public:
     using QTreeWidget::QTreeWidget;
+    bool Dragging() const { return state() == DraggingState; }
 signals:
     void nodeDropped(QTreeWidgetItem* Node, QTreeWidgetItem* Target);
 
@@ -83,6 +86,24 @@ public:
 
     // The row of an identifier in the current database, 0 when there is none.
     int RowOf(const QString& IndNum) { return m_index.RowOf(*CurUsDBRef(), IndNum); }
+
+    // Saving. Every save of the window goes through SaveCurUser, which says what went
+    // wrong; the result is SaveUsDB's. AfterChange follows every change the window makes:
+    // with settings entry 22 on, it saves at once. The title carries " *" while memory
+    // differs from the file.
+    int SaveCurUser();
+    // Returns the save's result, 0 when it did not save.
+    int AfterChange();
+    bool HasUnsavedChanges() const;
+    void UpdateTitle();
+    static bool SaveAfterEveryChange();
+    // The tree built again from the database, keeping the expanded folders, the
+    // selection (the root when its row is gone) and the scroll position.
+    void RebuildTreeKeepingState();
+    // A termination signal: settings and database saved as Exit does, without its
+    // question, then the program ends. The desktop session's commit saves the same.
+    void EndSession(int Signal);
+    void CommitSessionData();
 
     // Inactivity: the source of input (tests give their own) and the lock.
     void SetActivitySource(IActivitySource* Source);
@@ -183,6 +204,13 @@ private:
     // Saving on the way out: the database, geometry and settings. False when the
     // database could not be written (the window then stays).
     bool Form_Unload();
+    int SettleSave(int Result);
+    int SaveWithFileKey();
+    void ShowFileTakenIn(const QString& Message);
+    void SyncWatch();
+    void RefreshFromFile();
+    // Closes every open dialog; each counts as declined.
+    void CloseDialogs();
     void Form_Paint();
     void ForgetNodes(QTreeWidgetItem* Node);
     void SetCommandStates();
@@ -191,6 +219,7 @@ private:
     void CopyRowField(int Rec, const QString& FieldName);
     void ShowClipCountdown(int SecondsLeft);
     bool UserLoaded() const;
+    bool SameUserOpen(const clsDatabase* Asked) const;
     static clsDatabase* CurUsDBRef();
     QTreeWidgetItem* CommandNode() const;
     int TreeOrderPosition(QTreeWidgetItem* Parent, QTreeWidgetItem* Node) const;
@@ -209,4 +238,13 @@ private:
     std::unique_ptr<GuiActivitySource> m_guiActivity;
     IActivitySource* m_activity = nullptr;
     SessionWatch* m_session = nullptr;
+    EndSessionWatch* m_endWatch = nullptr;
+    // Changes made to the user's file elsewhere are taken in at once.
+    QFileSystemWatcher* m_watch = nullptr;
+    QTimer* m_refreshTimer = nullptr;
+    bool m_refreshing = false;
+    // The file state last reported (key changed, file deleted), so it is reported once.
+    int m_toldFileState = 0;
+    bool m_ending = false;
+    bool m_unloaded = false;
 };

@@ -30,6 +30,7 @@
 #include <QLabel>
 #include <QStatusBar>
 #include <QTextEdit>
+#include <QTimer>
 #include <QToolBar>
 #include <QUrl>
 
@@ -41,6 +42,11 @@ QString boolText(bool b) {
 
 bool frmMain::UserLoaded() const {
     return CurUsDB && CurUsDB->TabNum() != 0 && !CurUser.isEmpty();
+}
+
+// After a question: the database it was asked about is still the open one.
+bool frmMain::SameUserOpen(const clsDatabase* Asked) const {
+    return !m_locked && UserLoaded() && CurUsDB.get() == Asked;
 }
 
 // The node a tree command acts on: the drop-highlight node while it is still in the tree.
@@ -68,10 +74,16 @@ void frmMain::mnuFileChangeUsPasw_Click() {
     TRACE_PROC("frmMain.mnuFileChangeUsPasw_Click");
     if (!UserLoaded())
         return;
-    if (MsgBox(Texts(22), vbYesNo | vbQuestion) == vbNo)
+    const clsDatabase* db = CurUsDB.get();
+    if (MsgBox(Texts(22), vbYesNo | vbQuestion) != vbYes || !SameUserOpen(db))
+        return;
+    // What is open goes to the file under the old password first, changes made
+    // elsewhere with it; the new password then applies to all of it.
+    if (SaveCurUser() < 0)
         return;
     frmChangeUsPasw dlg(this);
     ShowModal(dlg);
+    UpdateTitle();
 }
 
 void frmMain::mnuFileDelCurUser_Click() {
@@ -80,9 +92,17 @@ void frmMain::mnuFileDelCurUser_Click() {
         MsgBox(Texts(6), vbInformation);
         return;
     }
-    if (MsgBox(Texts(11) + QStringLiteral(" \"") + CurUser + u'"', vbYesNo | vbQuestion) == vbNo)
+    const clsDatabase* db = CurUsDB.get();
+    const QString user = CurUser;
+    if (MsgBox(Texts(11) + QStringLiteral(" \"") + user + u'"', vbYesNo | vbQuestion) != vbYes)
         return;
-    DeleteUser(CurUser, CurUsDBPath);
+    // Still the user the question named, still open (the lock may have closed it).
+    if (!SameUserOpen(db) || CurUser != user)
+        return;
+    if (DeleteUser(CurUser, CurUsDBPath) == usLockTimeout) {
+        MsgBox(Texts(264), vbExclamation);
+        return;
+    }
     UnloadUser();
     ClearUsTree();
     ClearUsValue();
@@ -92,9 +112,7 @@ void frmMain::mnuFileSaveDB_Click() {
     TRACE_PROC("frmMain.mnuFileSaveDB_Click");
     if (!UserLoaded())
         return;
-    if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0)
-        MsgBox(Texts(247), vbCritical);
-    else
+    if (SaveCurUser() >= 0)
         MsgBox(Texts(21), vbInformation);
 }
 
@@ -102,14 +120,18 @@ void frmMain::mnuFileUnloadUser_Click() {
     TRACE_PROC("frmMain.mnuFileUnloadUser_Click");
     if (!UserLoaded())
         return;
-    if (MsgBox(Texts(139), vbOKCancel) != vbOK)
+    const clsDatabase* db = CurUsDB.get();
+    if (MsgBox(Texts(139), vbOKCancel) != vbOK || !SameUserOpen(db))
+        return;
+    // Closing keeps what was changed: a user that cannot be saved stays open.
+    if (SaveCurUser() < 0)
         return;
     UnloadUser();
 }
 
 void frmMain::mnuFileExit_Click() {
     TRACE_PROC("frmMain.mnuFileExit_Click");
-    if (MsgBox(Texts(1), vbYesNo | vbQuestion) == vbNo)
+    if (MsgBox(Texts(1), vbYesNo | vbQuestion) != vbYes || m_locked)
         return;
     CloseConfirmed = true;
     close();
@@ -186,6 +208,10 @@ void frmMain::mnuContextTrvAddFolder_Click() {
     m_nodeById.insert(id.toInt(), node);
     parent->setExpanded(true);
     trvDatabase->setCurrentItem(node);
+    // A save that merges changes made elsewhere may renumber the new folder and builds
+    // the tree anew: its name is then left as it is.
+    if (AfterChange() == usMerged || NodeByKey(id + QStringLiteral("key")) != node)
+        return;
     // The new folder's name is offered for editing at once.
     m_dropHighlight = node;
     mnuContextTrvRename_Click();
@@ -196,18 +222,21 @@ void frmMain::mnuContextTrvDelFolder_Click() {
     QTreeWidgetItem* node = CommandNode();
     if (!node || node == m_root)
         return;
-    if (MsgBox(Texts(17), vbYesNo | vbQuestion) == vbNo)
+    const clsDatabase* db = CurUsDB.get();
+    const QString id = QString::number(NodeId(node));
+    if (MsgBox(Texts(17), vbYesNo | vbQuestion) != vbYes)
         return;
-    // The node may have gone while the question was open (a lock, say).
-    if (CommandNode() != node)
+    // The row may have gone while the question was open (the lock, a change made
+    // elsewhere and merged), and the tree may have been built anew.
+    if (!SameUserOpen(db) || RowOf(id) <= 0 || !(node = NodeByKey(id + QStringLiteral("key"))))
         return;
-    DelRecordTreeFromDataTable(QStringLiteral("IndNum"), QString::number(NodeId(node)),
-                               QStringLiteral("Parent"));
+    DelRecordTreeFromDataTable(QStringLiteral("IndNum"), id, QStringLiteral("Parent"));
     m_index.Invalidate();
     ForgetNodes(node);
     delete node;
     m_dropHighlight = nullptr;
     trvDatabase_Click();
+    AfterChange();
 }
 
 void frmMain::mnuContextTrvDelRec_Click() {
@@ -233,6 +262,8 @@ void frmMain::trvDatabase_AfterLabelEdit(QTreeWidgetItem* Node, int Column) {
                          Node->text(0));
     if (NodeId(Node) == m_curRecord)
         trvDatabase_Click();
+    // Saved once the tree has finished with the edited node (a merge builds it anew).
+    QTimer::singleShot(0, this, [this] { AfterChange(); });
 }
 
 void frmMain::mnuContextValCopy(const QString& FieldName) {
@@ -370,9 +401,15 @@ void frmMain::MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target) {
     }
     if (Node->parent() == Target)
         return;
+    // The row and its whole subtree go behind every other row, so that each row still
+    // follows its folder however old the folder is.
     const QString id = QString::number(NodeId(Node));
-    ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Parent"),
-                         QString::number(NodeId(Target)));
+    const int r = MoveRecordTree(*CurUsDB, id, QString::number(NodeId(Target)));
+    m_index.Invalidate();
+    if (r == -1)
+        MsgBox(Texts(168), vbExclamation);
+    if (r != 1)
+        return;
     // The same node, with its key, text, image, colour, bold state, Tag and children,
     // under its new folder, where opening the user again would show it: folders first in
     // reverse table order, then records in table order.
@@ -381,6 +418,5 @@ void frmMain::MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target) {
     Target->setExpanded(true);
     trvDatabase->setCurrentItem(Node);
     RefreshStatusCounts();
-    if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0)
-        MsgBox(Texts(247), vbCritical);
+    SaveCurUser();
 }

@@ -22,9 +22,6 @@
 #include <QCoreApplication>
 #include <QProgressDialog>
 
-#include <QCoreApplication>
-#include <QProgressDialog>
-
 void frmMain::mnuToolsFind_Click() {
     TRACE_PROC("frmMain.mnuToolsFind_Click");
     if (!UserLoaded())
@@ -44,7 +41,8 @@ void frmMain::mnuContextTrvAddRec_Click() {
     if (!folder || NodeTag(folder) == QStringLiteral("2"))
         return;
     frmAddRecord dlg(this, QString::number(NodeId(folder)));
-    ShowModal(dlg);
+    if (ShowModal(dlg) == QDialog::Accepted)
+        AfterChange();
 }
 
 void frmMain::mnuContextTrvEdit_Click() {
@@ -55,10 +53,12 @@ void frmMain::mnuContextTrvEdit_Click() {
     const QString id = QString::number(NodeId(node));
     if (NodeTag(node) == QStringLiteral("2")) {
         frmEditRecord dlg(this, id);
-        ShowModal(dlg);
+        if (ShowModal(dlg) == QDialog::Accepted)
+            AfterChange();
     } else {
         frmEditFolder dlg(this, id);
-        ShowModal(dlg);
+        if (ShowModal(dlg) == QDialog::Accepted)
+            AfterChange();
     }
 }
 

@@ -16,6 +16,7 @@
 #include "tray/guiModTray.h"
 #include "users/UserAccounts.h"
 #include "users/frmPassword.h"
+#include "users/guiOpenUser.h"
 
 #include <QApplication>
 #include <QDialog>
@@ -67,6 +68,7 @@ void frmMain::SetCommandStates() {
 void frmMain::tmrTimer_Timer() {
     TRACE_PROC("frmMain.tmrTimer_Timer");
     SetCommandStates();
+    UpdateTitle();
     if (CfgSwitchOn(ProgConfig[11]) && CheckActivity(*m_activity) == actIdle && !m_locked)
         LockNow();
 }
@@ -75,11 +77,8 @@ void frmMain::LockNow() {
     TRACE_PROC("frmMain.LockNow");
     if (m_locked || !UserLoaded())
         return;
-    // Every other window closes; the main window hides.
-    for (QWidget* w : QApplication::topLevelWidgets()) {
-        if (auto* d = qobject_cast<QDialog*>(w); d && d->isVisible())
-            d->done(QDialog::Rejected);
-    }
+    // Every other window closes, declined; the main window hides.
+    CloseDialogs();
     m_locked = true;
     if (frmSysTray* tray = TrayObject()) {
         for (int i = 0; i < tray->MenuCount(); ++i) {
@@ -96,6 +95,7 @@ void frmMain::LockNow() {
     CurUsDB = std::make_shared<clsDatabase>();
     txtValue->clear();
     ClearUsTree();
+    SyncWatch();
     // With a tray icon the window hides; without one it must stay reachable, so it goes
     // to the task bar and asks for the password when it comes back.
     if (DoUnloadTIcon)
@@ -134,9 +134,10 @@ void frmMain::Form_Paint() {
             // The password is right; the open database is the newer one.
             CurUsDB = std::move(m_unsavedDB);
             ShowUsDB(*CurUsDB);
-            MsgBox(Texts(247), vbCritical);
+            // It is not in the file yet: try again, and say so when it still fails.
+            SaveCurUser();
         } else {
-            FullUserLoad(CurUser, pasw);
+            OpenUser(this, CurUser, pasw);
         }
         WipeString(pasw);
         if (frmSysTray* tray = TrayObject())
@@ -156,5 +157,10 @@ void frmMain::Form_Paint() {
 
 void frmMain::tmrAutobackup_Timer() {
     TRACE_PROC("frmMain.tmrAutobackup_Timer");
+    // The copy is made from the file: the window saves first through its own path, which
+    // deals with changes made elsewhere. A user that cannot be saved now gets its copy at
+    // a later tick.
+    if (UserLoaded() && AutobackupTickCount % 60 == 0 && SaveCurUser() < 0)
+        return;
     AutobackupTick(tmrAutobackup->interval());
 }

@@ -123,6 +123,9 @@ void frmMain::ClearUsTree() {
     m_index.Invalidate();
     sbPanel->clear();
     SetCommandStates();
+    UpdateTitle();
+    if (!UserLoaded())
+        SyncWatch();
 }
 
 void frmMain::ClearUsValue() {
@@ -139,6 +142,9 @@ void frmMain::ShowUsDB(clsDatabase& UsDB) {
     btnDelRec->setEnabled(false);
     ShowStatusCounts(QStringLiteral("0"));
     SetCommandStates();
+    UpdateTitle();
+    m_toldFileState = 0;
+    SyncWatch();
 }
 
 void frmMain::ShowUsDBInTreeView(clsDatabase& UsDB) {

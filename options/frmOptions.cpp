@@ -42,6 +42,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     chkTrayMode = named(new QCheckBox, "chkTrayMode");
     chkPaswProtect = named(new QCheckBox, "chkPaswProtect");
     chkDBBackup = named(new QCheckBox, "chkDBBackup");
+    chkSaveAfterChange = named(new QCheckBox, "chkSaveAfterChange");
     txtDBPath = named(new QLineEdit, "txtDBPath");
     txtDBPath->setReadOnly(true);
     txtInactMin = named(new QLineEdit, "txtInactMin");
@@ -81,6 +82,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     grid->addWidget(chkDBBackup, row++, 0, 1, 3);
     grid->addWidget(lblBackCopiesCap, row, 1);
     grid->addWidget(txtBackCopies, row++, 2);
+    grid->addWidget(chkSaveAfterChange, row++, 0, 1, 3);
     grid->addWidget(lblClipClearCap, row, 0, 1, 2);
     grid->addWidget(txtClipClear, row++, 2);
     grid->setColumnMinimumWidth(0, 20);
@@ -107,6 +109,8 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     connect(chkTrayMode, &QCheckBox::clicked, this, &frmOptions::chkTrayMode_Click);
     connect(chkPaswProtect, &QCheckBox::clicked, this, &frmOptions::chkPaswProtect_Click);
     connect(chkDBBackup, &QCheckBox::clicked, this, &frmOptions::chkDBBackup_Click);
+    // Any change of state counts, by click, key or accessibility tool alike.
+    connect(chkSaveAfterChange, &QCheckBox::toggled, this, &frmOptions::chkSaveAfterChange_Change);
     connect(txtInactMin, &QLineEdit::textEdited, this, &frmOptions::txtInactMin_Change);
     connect(txtBackCopies, &QLineEdit::textEdited, this, &frmOptions::txtBackCopies_Change);
     connect(txtClipClear, &QLineEdit::textEdited, this, &frmOptions::txtClipClear_Change);
@@ -135,6 +139,10 @@ void frmOptions::DoConfig() {
     };
     load(chkPaswProtect, txtInactMin, ProgConfig[11]);
     load(chkDBBackup, txtBackCopies, ProgConfig[13]);
+    {
+        const QSignalBlocker quiet(chkSaveAfterChange);
+        chkSaveAfterChange->setChecked(CfgExtra(22, QStringLiteral("1")) != QStringLiteral("0"));
+    }
     txtClipClear->setText(QString::number(ClipClearDelay()));
     const QStringList langs = QDir(Pt(AppPath()) + QStringLiteral("Languages"))
                                   .entryList({QStringLiteral("*.lng")}, QDir::Files, QDir::Name);
@@ -152,6 +160,7 @@ void frmOptions::ShowFormLang() {
     chkLoadLUser->setText(Texts(80));
     chkTrayMode->setText(Texts(81));
     chkDBBackup->setText(Texts(82));
+    chkSaveAfterChange->setText(Texts(262));
     lblDBPathCap->setText(Texts(83));
     lblInactMinCap->setText(Texts(84));
     lblBackCopiesCap->setText(Texts(85));
@@ -180,6 +189,11 @@ void frmOptions::chkLoadLUser_Click() {
 void frmOptions::chkTrayMode_Click() {
     TRACE_PROC("frmOptions.chkTrayMode_Click");
     ProgConfig[12] = boxValue(chkTrayMode);
+}
+
+void frmOptions::chkSaveAfterChange_Change() {
+    TRACE_PROC("frmOptions.chkSaveAfterChange_Change");
+    SetCfgExtra(22, boxValue(chkSaveAfterChange));
 }
 
 void frmOptions::SwitchWithNumber(QCheckBox* Box, QLineEdit* Field, int Entry) {
@@ -232,7 +246,7 @@ void frmOptions::cboLanguage_Click() {
 
 void frmOptions::cmdChangeDBPath_Click() {
     TRACE_PROC("frmOptions.cmdChangeDBPath_Click");
-    if (MsgBox(Texts(19), vbYesNo | vbInformation) == vbNo)
+    if (MsgBox(Texts(19), vbYesNo | vbInformation) != vbYes)
         return;
     setEnabled(false);
     ChaneDBPath(parentWidget());

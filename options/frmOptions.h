@@ -19,6 +19,8 @@ public:
     void ShowFormLang();
 
     QCheckBox *chkStartWithWin, *chkLoadLUser, *chkTrayMode, *chkPaswProtect, *chkDBBackup;
+    // Settings entry 22: the main window saves after every change it makes.
+    QCheckBox* chkSaveAfterChange;
     QLineEdit *txtDBPath, *txtInactMin, *txtBackCopies, *txtClipClear;
     QLabel *lblDBPathCap, *lblInactMinCap, *lblBackCopiesCap, *lblLangCap, *lblLangHint, *lblClipClearCap;
     QComboBox* cboLanguage;
@@ -30,6 +32,7 @@ public slots:
     void chkTrayMode_Click();
     void chkPaswProtect_Click();
     void chkDBBackup_Click();
+    void chkSaveAfterChange_Change();
     void txtInactMin_Change();
     void txtBackCopies_Change();
     // Seconds a copied password stays on the clipboard (settings entry 23; 0 never clears).

@@ -4,6 +4,8 @@
 #include "app/modMain.h"
 #include "diagnostics/Globals.h"
 #include "diagnostics/Trace.h"
+#include "users/UserAccounts.h"
+#include "users/guiOpenUser.h"
 
 #include <QFileDialog>
 
@@ -43,8 +45,18 @@ bool dlgBrowseFolder(QWidget* OwnerForm, QString& Path, const QString& Title, bo
 void ChaneDBPath(QWidget* Owner) {
     TRACE_PROC("modMain.ChaneDBPath");
     QString path = ProgConfig[5];
-    if (dlgBrowseFolder(Owner, path, QString(), true, true)) {
-        ProgConfig[5] = Pt(path);
-        SaveConfig(ProgCfgPath);
+    if (!dlgBrowseFolder(Owner, path, QString(), true, true))
+        return;
+    if (Pt(path) == Pt(ProgConfig[5]))
+        return;
+    // The open user's file stays in the old folder: it is saved there and closed, so
+    // that nothing of it is written into the new one. One that cannot be saved keeps
+    // the folder as it was.
+    if (!CurUser.isEmpty()) {
+        if (!SaveCurrentUserFirst())
+            return;
+        UnloadUser();
     }
+    ProgConfig[5] = Pt(path);
+    SaveConfig(ProgCfgPath);
 }

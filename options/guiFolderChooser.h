@@ -15,6 +15,7 @@ extern QString BrowsePath;
 bool dlgBrowseFolder(QWidget* OwnerForm, QString& Path, const QString& Title, bool AllowExtStyle,
                      bool AllowManualEnter);
 // Lets the user pick a new databases folder: entry 5 and the settings file change at once.
+// An open user is saved into the old folder and closed first.
 void ChaneDBPath(QWidget* Owner);
 
 // Tests answer the chooser themselves.

@@ -6,6 +6,7 @@
 #include "diagnostics/Trace.h"
 #include "storage/Md5.h"
 #include "users/UserAccounts.h"
+#include "users/guiOpenUser.h"
 #include "users/UserName.h"
 #include "users/guiStrengthMeter.h"
 
@@ -119,9 +120,11 @@ void frmAddUser::cmdAddUser_Click() {
     txtPasw->clear();
     txtConfirm->clear();
     MsgBox(Texts(147), vbInformation);
-    if (chkLoadAfterAdd->isChecked()) {
+    // The open user is saved before the new one takes its place; one that cannot be
+    // saved stays open, and the new user waits in the list.
+    if (chkLoadAfterAdd->isChecked() && SaveCurrentUserFirst()) {
         UnloadUser();
-        FullUserLoad(name, md5);
+        OpenUser(parentWidget(), name, md5);
     }
     accept();
 }

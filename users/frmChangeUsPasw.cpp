@@ -88,9 +88,19 @@ void frmChangeUsPasw::cmdOk_Click() {
         MsgBox(Texts(7), vbCritical);
         return;
     }
+    // The user the dialog was opened for is still the open one (the lock closes it).
+    if (CurUser != lblUserName->text() || !CurUsDB || CurUsDB->TabNum() == 0) {
+        reject();
+        return;
+    }
     QString pasw = txtPassword->text();
-    ChangeUsPasw(pasw);
+    const int r = ChangeUsPasw(pasw);
     WipeString(pasw);
+    if (r < 0) {
+        // Not written: the file keeps the old password, and so does the program.
+        MsgBox(Texts(r == usLockTimeout ? 264 : 247), r == usLockTimeout ? vbExclamation : vbCritical);
+        return;
+    }
     txtPassword->clear();
     txtConfirm->clear();
     MsgBox(Texts(23), vbInformation);

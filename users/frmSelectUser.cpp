@@ -9,6 +9,7 @@
 #include "users/UserAccounts.h"
 #include "users/frmAddUser.h"
 #include "users/frmPassword.h"
+#include "users/guiOpenUser.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -100,8 +101,10 @@ void frmSelectUser::cmdChooseUser_Click() {
     if (AskUserPassword(this, name) != 3) {
         QString pasw = FrmPaswEnetered;
         FrmPaswEnetered.clear();
-        if (FrmPaswResult == 1)
-            FullUserLoad(name, pasw);
+        // The open user is saved before the new one takes its place; one that cannot be
+        // saved stays open.
+        if (FrmPaswResult == 1 && SaveCurrentUserFirst())
+            OpenUser(parentWidget(), name, pasw);
         WipeString(pasw);
         accept();
     }
@@ -126,16 +129,25 @@ void frmSelectUser::cmdDelUser_Click() {
         return;
     }
     const QString name = item->text();
-    if (MsgBox(Texts(4) + QStringLiteral(" \"") + name + u'"', vbYesNo | vbQuestion, Texts(5)) == vbNo)
+    if (MsgBox(Texts(4) + QStringLiteral(" \"") + name + u'"', vbYesNo | vbQuestion, Texts(5)) != vbYes)
         return;
-    DeleteUser(name, UsDBFilePath(name));
+    // Still asked for: a list closed meanwhile (by the lock) deletes nothing.
+    if (m_closed)
+        return;
+    if (DeleteUser(name, UsDBFilePath(name)) == usLockTimeout)
+        MsgBox(Texts(264), vbExclamation);
     LoadUsers();
 }
 
 void frmSelectUser::cmdChangePath_Click() {
     TRACE_PROC("frmSelectUser.cmdChangePath_Click");
-    if (MsgBox(Texts(177), vbYesNo | vbInformation) == vbNo)
+    if (MsgBox(Texts(177), vbYesNo | vbInformation) != vbYes || m_closed)
         return;
     ChaneDBPath(parentWidget());
     LoadUsers();
+}
+
+void frmSelectUser::done(int r) {
+    m_closed = true;
+    QDialog::done(r);
 }

@@ -23,4 +23,11 @@ public slots:
     void cmdAddUser_Click();
     void cmdDelUser_Click();
     void cmdChangePath_Click();
+
+protected:
+    // Closed by anything (the lock included): a question still open is no longer asked.
+    void done(int r) override;
+
+private:
+    bool m_closed = false;
 };

@@ -1,0 +1,55 @@
+#include "users/guiOpenUser.h"
+
+#include "app/MsgBox.h"
+#include "app/guiApplication.h"
+#include "app/modLang.h"
+#include "app/modMain.h"
+#include "diagnostics/Trace.h"
+#include "maintenance/frmRestore.h"
+#include "storage/TableEngine.h"
+#include "users/UserAccounts.h"
+
+namespace {
+SaveFirstHandler& saveFirst() {
+    static SaveFirstHandler h;
+    return h;
+}
+} // namespace
+
+SaveFirstHandler SetSaveFirstHandler(SaveFirstHandler Handler) {
+    SaveFirstHandler old = std::move(saveFirst());
+    saveFirst() = std::move(Handler);
+    return old;
+}
+
+bool SaveCurrentUserFirst() {
+    TRACE_PROC("modMain.SaveCurrentUserFirst");
+    if (CurUser.isEmpty() || !CurUsDB || CurUsDB->TabNum() == 0)
+        return true;
+    if (saveFirst())
+        return saveFirst()();
+    const int r = SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    if (r < 0 && r != tbeNothingToSave) {
+        MsgBox(Texts(247), vbCritical);
+        return false;
+    }
+    return true;
+}
+
+int OpenUser(QWidget* Owner, const QString& UsName, const QString& UsPasw) {
+    TRACE_PROC("modMain.OpenUser", UsName);
+    const int r = FullUserLoad(UsName, UsPasw);
+    if (r == 102) {
+        const QString why = TempFolderProblem();
+        MsgBox(Texts(269) + (why.isEmpty() ? QString() : QStringLiteral("\n\n") + why), vbCritical);
+    } else if (r == 101) {
+        // The right password, contents that fail their check (a changed byte, a cut-off end).
+        if (MsgBox(Texts(260) + QStringLiteral(" \"") + UsName + u'"' + QStringLiteral("\n\n") + Texts(261),
+                   vbYesNo | vbExclamation) == vbYes) {
+            frmRestore dlg(Owner);
+            dlg.ShowUserCopies(UsName);
+            ShowModal(dlg);
+        }
+    }
+    return r;
+}
