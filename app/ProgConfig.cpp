@@ -18,6 +18,7 @@ namespace {
 const bool g_registered = [] {
     argent::diag::registerGlobal("ProgConfig", &ProgConfig);
     argent::diag::registerGlobal("ProgCfgPath", &ProgCfgPath);
+    argent::diag::registerModuleVar("modMain", "ProgCfgPath", &ProgCfgPath);
     return true;
 }();
 

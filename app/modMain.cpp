@@ -23,6 +23,10 @@ QByteArray CustomColors;
 namespace {
 QString g_appPath;
 std::unique_ptr<QLockFile> g_instanceLock;
+const bool g_registered = [] {
+    argent::diag::registerModuleVar("modMain", "AppPath", &g_appPath);
+    return true;
+}();
 
 bool makePrivateDir(const QString& path) {
     if (!QDir().mkpath(path))
@@ -153,4 +157,13 @@ bool Main(const std::function<void()>& CreateProgramObjects) {
     if (CreateProgramObjects)
         CreateProgramObjects();
     return true;
+}
+
+QString ReadmePath(const QString& Folder, const QString& Language) {
+    TRACE_PROC("modMain.ReadmePath", Folder, Language);
+    const QString own = Pt(Folder) + QStringLiteral("readme.") + Language + QStringLiteral(".txt");
+    TRACE_LOCAL(own);
+    if (!Language.isEmpty() && !Language.contains(u'/') && QFileInfo(own).isFile())
+        return own;
+    return Pt(Folder) + QStringLiteral("readme.txt");
 }

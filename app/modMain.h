@@ -19,6 +19,9 @@ void RemoveNullChar(QString& Text);
 
 // The program folder: where the executable (and start.dat, Languages/, ...) lives.
 QString AppPath();
+// The help file of the program folder Folder for a language: "readme.<Language>.txt" when
+// it exists, else "readme.txt".
+QString ReadmePath(const QString& Folder, const QString& Language);
 // Points the program folder elsewhere (tests, and the portable-copy check).
 void SetAppPath(const QString& Path);
 // The per-user data folder of an installed copy: $XDG_DATA_HOME/ArgentPM.

@@ -21,6 +21,7 @@ int AutobackupTickCount = 0;
 namespace {
 const bool g_registered = [] {
     argent::diag::registerGlobal("AutobackupTickCount", &AutobackupTickCount);
+    argent::diag::registerModuleVar("modMain", "AutobackupTickCount", &AutobackupTickCount);
     return true;
 }();
 

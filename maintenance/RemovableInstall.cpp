@@ -65,10 +65,13 @@ int copyDirInto(const QString& from_dir, const QString& to_dir, bool PrivateData
 } // namespace
 
 QStringList PortableProgramFiles() {
-    return {QStringLiteral("ArgentPasswordMngr"), QStringLiteral("argentpm"),
-            QStringLiteral("start.dat"),          QStringLiteral("mainicon.ico"),
-            QStringLiteral("mainicon.png"),       QStringLiteral("readme.txt"),
-            QStringLiteral("SampleUser.bdb")};
+    QStringList files{QStringLiteral("ArgentPasswordMngr"), QStringLiteral("argentpm"),
+                      QStringLiteral("start.dat"),          QStringLiteral("mainicon.ico"),
+                      QStringLiteral("mainicon.png"),       QStringLiteral("readme.txt"),
+                      QStringLiteral("SampleUser.bdb")};
+    // The help files of the languages go along with the general one.
+    files += QDir(AppPath()).entryList({QStringLiteral("readme.*.txt")}, QDir::Files, QDir::Name);
+    return files;
 }
 
 QStringList PortableRequiredFiles() {

@@ -7,7 +7,8 @@
 // Layout under the target folder:
 //   ArgentPasswordMngr, argentpm    the programs (required)
 //   start.dat                       settings template (required)
-//   mainicon.ico, mainicon.png, readme.txt, SampleUser.bdb    when the program has them
+//   mainicon.ico, mainicon.png, readme.txt, readme.<language>.txt, SampleUser.bdb
+//                                   when the program has them
 //   DataBases/                      the whole databases folder, backups included (0700,
 //                                   files 0600)
 //   Languages/                      the language files

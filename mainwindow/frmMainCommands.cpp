@@ -150,7 +150,7 @@ void frmMain::mnuToolsClearClip_Click() {
 
 void frmMain::mnuHelpContents_Click() {
     TRACE_PROC("frmMain.mnuHelpContents_Click");
-    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(Pt(AppPath()) + QStringLiteral("readme.txt"))))
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(ReadmePath(AppPath(), ProgConfig[14]))))
         MsgBox(Texts(166), vbExclamation);
 }
 

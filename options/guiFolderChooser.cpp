@@ -13,6 +13,7 @@ namespace {
 FolderChooser g_chooser;
 const bool g_registered = [] {
     argent::diag::registerGlobal("BrowsePath", &BrowsePath);
+    argent::diag::registerModuleVar("modMain", "BrowsePath", &BrowsePath);
     return true;
 }();
 } // namespace

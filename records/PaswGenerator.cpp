@@ -16,6 +16,7 @@ QString LastGenPasw;
 namespace {
 const bool g_registered = [] {
     argent::diag::registerGlobalHidden("LastGenPasw");
+    argent::diag::registerModuleHidden("modMain", "LastGenPasw");
     return true;
 }();
 

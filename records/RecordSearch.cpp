@@ -16,6 +16,8 @@ namespace {
 const bool g_registered = [] {
     argent::diag::registerGlobal("FindIndNum", &FindIndNum);
     argent::diag::registerGlobal("LastFindText", &LastFindText);
+    argent::diag::registerModuleVar("modMain", "FindIndNum", &FindIndNum);
+    argent::diag::registerModuleVar("modMain", "LastFindText", &LastFindText);
     return true;
 }();
 

@@ -41,6 +41,9 @@ const bool g_registered = [] {
     registerGlobalFixed("MDFM", "{Cannot dump external UDTs}");
     registerGlobal("FrmPaswResult", &FrmPaswResult);
     registerGlobalHidden("FrmPaswEnetered");
+    registerModuleVar("modMain", "CurUser", &CurUser);
+    registerModuleVar("modMain", "CurUsDBPath", &CurUsDBPath);
+    registerModuleHidden("modMain", "CurUsPasw");
     return true;
 }();
 
