@@ -34,14 +34,17 @@ void RebaseDatabasesFolder(StrMass& pOptions) {
         return;
     const QString app = QDir::cleanPath(AppPath());
     const QString db = pOptions[5];
+    TRACE_LOCAL(db);
     if (db.isEmpty() || !db.startsWith(u'/'))
         return;
     if (Pt(QDir::cleanPath(db)).startsWith(Pt(app)))
         return;
     const QString appName = app.section(u'/', -1);
+    TRACE_LOCAL(appName);
     const QStringList parts = QDir::cleanPath(db).split(u'/');
     // parts[0] is the empty text before the leading "/".
     for (qsizetype k = parts.size() - 1; k >= 1; --k) {
+        TRACE_LOCAL(k);
         if (parts[k] != appName)
             continue;
         QString rest = parts.mid(k + 1).join(u'/');
@@ -71,6 +74,8 @@ int LoadConfig(const QString& FPath, StrMass& pOptions) {
     // A final line end does not start another line.
     if (!lines.isEmpty() && lines.last().isEmpty())
         lines.removeLast();
+    const qsizetype LineCount = lines.size();
+    TRACE_LOCAL(LineCount);
     for (QString& line : lines) {
         if (line.endsWith(u'\r'))
             line.chop(1);
@@ -84,7 +89,9 @@ int LoadConfig(const QString& FPath, StrMass& pOptions) {
 int SaveConfig(const QString& FPath) {
     TRACE_PROC("modMain.SaveConfig", FPath);
     QByteArray out;
-    for (int i = ProgConfig.LBound; i <= ProgConfig.UBound(); ++i) {
+    int i = ProgConfig.LBound;
+    TRACE_LOCAL(i);
+    for (; i <= ProgConfig.UBound(); ++i) {
         out += ProgConfig[i].toUtf8();
         out += "\r\n";
     }
@@ -101,6 +108,7 @@ int CreateConfig(const QString& UsFoldPath, const QString& CfgPath) {
     TRACE_PROC("modMain.CreateConfig", UsFoldPath, CfgPath);
     LoadConfig(Pt(AppPath()) + QStringLiteral("start.dat"), ProgConfig);
     const QString dbFolder = Pt(UsFoldPath) + QStringLiteral("DataBases");
+    TRACE_LOCAL(dbFolder);
     if (!FileExist(dbFolder)) {
         QDir().mkpath(dbFolder);
         QFile::setPermissions(dbFolder, kPrivateDir);
@@ -117,12 +125,14 @@ void ChooseConfiguration() {
     TRACE_PROC("modMain.ChooseConfiguration");
     ProgConfig.Reset();
     const QString portable = Pt(AppPath()) + QStringLiteral("config.dat");
+    TRACE_LOCAL(portable);
     if (FileExist(portable)) {
         LoadConfig(portable, ProgConfig);
         ProgCfgPath = portable;
         return;
     }
     const QString usFolder = UserFolderPath();
+    TRACE_LOCAL(usFolder);
     if (!FileExist(usFolder)) {
         QDir().mkpath(usFolder);
         QFile::setPermissions(usFolder, kPrivateDir);

@@ -73,9 +73,11 @@ bool FileExist(const QString& FileName) {
 QString GetWindowsTemp() {
     TRACE_PROC("modMain.GetWindowsTemp");
     QString base = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    TRACE_LOCAL(base);
     if (base.isEmpty() || !QFileInfo(base).isDir() || !QFileInfo(base).isWritable())
         base = QDir::tempPath();
     const QString dir = Pt(base) + QStringLiteral("argentpm-tmp-") + QString::number(getuid());
+    TRACE_LOCAL(dir);
     makePrivateDir(dir);
     return Pt(dir);
 }
@@ -83,6 +85,7 @@ QString GetWindowsTemp() {
 QString StripNulls(QString& OriginalStr) {
     TRACE_PROC("modMain.StripNulls", OriginalStr);
     const qsizetype at = OriginalStr.indexOf(QChar(0));
+    TRACE_LOCAL(at);
     if (at >= 0)
         OriginalStr.truncate(at);
     return OriginalStr;

@@ -53,7 +53,9 @@ int CmdBackup(const CliOptions& Opt, const QStringList& Args) {
     // The number of copies to keep must be a number (the "n" of switched-off backups
     // aside) before anything is touched.
     const QString copies = ProgConfig.UBound() >= 13 ? ProgConfig[13] : QString();
+    TRACE_LOCAL(copies);
     bool ok = false;
+    TRACE_LOCAL(ok);
     (copies.startsWith(u'n') ? copies.mid(1) : copies).trimmed().toInt(&ok);
     if (!ok) {
         say(QStringLiteral("the settings' number of backup copies (entry 13) is %1, which is not a number; "
@@ -69,6 +71,7 @@ int CmdBackup(const CliOptions& Opt, const QStringList& Args) {
         return cliFailed;
     }
     const QString copy = DoAutobackup(CurUsDB);
+    TRACE_LOCAL(copy);
     std::printf("%s\n", QFile::encodeName(copy).constData());
     return cliOk;
 }
@@ -91,9 +94,11 @@ int CmdRestore(const CliOptions& Opt, const QStringList& Args) {
     if (Args.size() != 1)
         return usage("restore", QStringLiteral("'restore' takes the file name of one backup copy"));
     const QString name = BackupFileFromItem(Args[0]);
+    TRACE_LOCAL(name);
     if (int rc = existingCopy(name))
         return rc;
     const QString user = BackupUserFromItem(name);
+    TRACE_LOCAL(user);
     if (user.isEmpty() || user == name) {
         say(QStringLiteral("%1 names no user before its \"_\"").arg(quoted(name)));
         return cliRefused;
@@ -116,6 +121,7 @@ int CmdDeleteBackup(const CliOptions& Opt, const QStringList& Args) {
         return usage("delete-backup",
                      QStringLiteral("'delete-backup' takes the file name of one backup copy"));
     const QString name = BackupFileFromItem(Args[0]);
+    TRACE_LOCAL(name);
     if (int rc = existingCopy(name))
         return rc;
     if (!confirmed(Opt, QStringLiteral("Delete the backup copy %1 for good?").arg(quoted(name)))) {
@@ -132,6 +138,7 @@ int CmdInstallPortable(const CliOptions&, const QStringList& Args) {
     if (Args.size() != 1 || Args[0].isEmpty())
         return usage("install-portable", QStringLiteral("'install-portable' takes one target folder"));
     const QString target = QDir(Args[0]).absolutePath();
+    TRACE_LOCAL(target);
     for (const QString& f : PortableRequiredFiles()) {
         if (!QFileInfo(Pt(AppPath()) + f).isFile()) {
             say(QStringLiteral("%1 is missing beside argentpm (%2); there is nothing to copy")
@@ -150,6 +157,7 @@ int CmdInstallPortable(const CliOptions&, const QStringList& Args) {
         return cliFailed;
     }
     const bool tty = isatty(STDERR_FILENO);
+    TRACE_LOCAL(tty);
     const int n = InstallToRemovableDevice(target, [tty](int Done, int Total, const QString&) {
         if (tty)
             std::fprintf(stderr, "\rCopying... %d of %d", Done, Total);

@@ -24,6 +24,7 @@ void CopyFileOver(const QString& From, const QString& To, std::optional<QFileDev
     // system reports no error for it: the copy is then discarded, never committed.
     constexpr qint64 kChunk = 1 << 20;
     bool ok = true;
+    TRACE_LOCAL(ok);
     for (;;) {
         const QByteArray buf = in.read(kChunk);
         if (buf.isEmpty())

@@ -35,6 +35,7 @@ int copyDirInto(const QString& from_dir, const QString& to_dir, bool PrivateData
                 const std::function<void(const QString&)>& Copied) {
     TRACE_PROC("modMain.CopyDir", from_dir, to_dir, PrivateData);
     int count = 0;
+    TRACE_LOCAL(count);
     QStringList folders;
     const std::optional<QFileDevice::Permissions> filePerms =
         PrivateData ? std::optional<QFileDevice::Permissions>(kPrivateFilePerms) : std::nullopt;
@@ -43,6 +44,7 @@ int copyDirInto(const QString& from_dir, const QString& to_dir, bool PrivateData
         it.next();
         const QFileInfo& fi = it.fileInfo();
         const QString name = it.fileName();
+        TRACE_LOCAL(name);
         if (fi.isDir()) {
             // A link to a folder could lead round in a circle; the target folder itself
             // may lie inside the source.
@@ -87,17 +89,22 @@ int CopyDir(const QString& from_dir, const QString& to_dir, bool PrivateData,
 int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Progress) {
     TRACE_PROC("modMain.InstallToRemovableDevice", TargPath);
     const QString targ = Pt(QFileInfo(TargPath).absoluteFilePath());
+    TRACE_LOCAL(targ);
     const QString prog = Pt(AppPath());
+    TRACE_LOCAL(prog);
     const QString dbFolder = Pt(ProgConfig[5]);
+    TRACE_LOCAL(dbFolder);
 
     QStringList files;
     const QStringList required = PortableRequiredFiles();
+    TRACE_LOCAL(required);
     for (const QString& f : PortableProgramFiles())
         if (required.contains(f) || QFileInfo(prog + f).isFile())
             files.append(f);
     const int total = static_cast<int>(files.size()) + 2 + countEntries(dbFolder) +
                       countEntries(prog + QStringLiteral("Languages")) + 1;
     int done = 0;
+    TRACE_LOCAL(done);
     auto step = [&](const QString& item) {
         ++done;
         if (Progress)
@@ -110,11 +117,13 @@ int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Pro
     }
 
     const QString dbTarget = targ + QStringLiteral("DataBases");
+    TRACE_LOCAL(dbTarget);
     MakeFolder(dbTarget, kPrivateDirPerms);
     step(dbTarget);
     CopyDir(dbFolder, dbTarget, true, step);
 
     const QString langTarget = targ + QStringLiteral("Languages");
+    TRACE_LOCAL(langTarget);
     const QFileInfo langSource(prog + QStringLiteral("Languages"));
     MakeFolder(langTarget, langSource.isDir() ? langSource.permissions() : kPublicDirPerms);
     step(langTarget);
@@ -123,6 +132,7 @@ int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Pro
     // The copy's settings: the running ones, but naming the copy's own databases folder.
     // The program's own settings (in memory and on disk) stay as they are.
     const QString oldFolder = ProgConfig[5];
+    TRACE_LOCAL(oldFolder);
     struct Restore {
         QString& slot;
         QString value;

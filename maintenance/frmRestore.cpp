@@ -85,12 +85,15 @@ QString frmRestore::SelectedItem() {
 void frmRestore::cmdRestore_Click() {
     TRACE_PROC("frmRestore.cmdRestore_Click");
     const QString item = SelectedItem();
+    TRACE_LOCAL(item);
     if (item.isEmpty() || MsgBox(Texts(223), vbYesNo | vbQuestion) == vbNo)
         return;
     const QString user = BackupUserFromItem(item);
+    TRACE_LOCAL(user);
     if (RestoreDBFromBackup(item) == 1 && AskUserPassword(this, user) == 1) {
         // Another user's copy, or one made under an older password: its password opens it.
         QString pasw = FrmPaswEnetered;
+        TRACE_LOCAL_HIDDEN(pasw);
         FrmPaswEnetered.clear();
         FullUserLoad(user, pasw);
         WipeString(pasw);
@@ -101,6 +104,7 @@ void frmRestore::cmdRestore_Click() {
 void frmRestore::cmdDelete_Click() {
     TRACE_PROC("frmRestore.cmdDelete_Click");
     const QString item = SelectedItem();
+    TRACE_LOCAL(item);
     if (item.isEmpty() || MsgBox(Texts(224), vbYesNo | vbQuestion) == vbNo)
         return;
     DeleteBackup(item);

@@ -116,6 +116,7 @@ void frmMain::mnuFileExit_Click() {
 void frmMain::mnuViewOnTop_Click() {
     TRACE_PROC("frmMain.mnuViewOnTop_Click");
     const bool on = mnuViewOnTop->isChecked();
+    TRACE_LOCAL(on);
     ProgConfig[6] = boolText(on);
     ApplyOnTop(on);
     SaveConfig(ProgCfgPath);
@@ -124,6 +125,7 @@ void frmMain::mnuViewOnTop_Click() {
 void frmMain::mnuViewStatusbar_Click() {
     TRACE_PROC("frmMain.mnuViewStatusbar_Click");
     const bool on = mnuViewStatusbar->isChecked();
+    TRACE_LOCAL(on);
     ProgConfig[2] = boolText(on);
     sbStatusBar->setVisible(on);
     SaveConfig(ProgCfgPath);
@@ -132,6 +134,7 @@ void frmMain::mnuViewStatusbar_Click() {
 void frmMain::mnuViewToolBar_Click() {
     TRACE_PROC("frmMain.mnuViewToolBar_Click");
     const bool on = mnuViewToolBar->isChecked();
+    TRACE_LOCAL(on);
     ProgConfig[1] = boolText(on);
     tlbToolbar->setVisible(on);
     SaveConfig(ProgCfgPath);
@@ -173,7 +176,9 @@ void frmMain::mnuContextTrvAddFolder_Click() {
     if (!parent || NodeTag(parent) == QStringLiteral("2"))
         return;
     const QString id = GetNewIndNum(*CurUsDB);
+    TRACE_LOCAL(id);
     const QString title = QStringLiteral("Новая папка");
+    TRACE_LOCAL(title);
     AddFolderToDB(title, NodeId(parent), id);
     m_index.Invalidate();
     auto* node = new QTreeWidgetItem;
@@ -236,7 +241,9 @@ void frmMain::mnuContextValCopy(const QString& FieldName) {
     if (!UserLoaded() || m_curRecord == 0)
         return;
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    TRACE_LOCAL(tbl);
     const int rec = RowOf(QString::number(m_curRecord));
+    TRACE_LOCAL(rec);
     if (rec <= 0)
         return;
     QClipboard* clip = QGuiApplication::clipboard();
@@ -340,6 +347,7 @@ void frmMain::MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target) {
     if (Node->parent() == Target)
         return;
     const QString id = QString::number(NodeId(Node));
+    TRACE_LOCAL(id);
     ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Parent"),
                          QString::number(NodeId(Target)));
     // The same node, with its key, text, image, colour, bold state, Tag and children,

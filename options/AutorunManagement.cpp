@@ -18,11 +18,13 @@ QString AutorunEntryPath() {
 void AutorunManagement(bool Autorun) {
     TRACE_PROC("modMain.AutorunManagement", Autorun);
     const QString path = AutorunEntryPath();
+    TRACE_LOCAL(path);
     if (!Autorun) {
         QFile::remove(path);
         return;
     }
     QString exec = Pt(AppPath()) + QStringLiteral("ArgentPasswordMngr");
+    TRACE_LOCAL(exec);
     // The desktop entry format quotes arguments that hold blanks or specials.
     if (exec.contains(u' ') || exec.contains(u'"') || exec.contains(u'\\'))
         exec = u'"' +

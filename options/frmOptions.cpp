@@ -65,6 +65,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
 
     auto* grid = new QGridLayout;
     int row = 0;
+    TRACE_LOCAL(row);
     grid->addWidget(chkStartWithWin, row++, 0, 1, 3);
     grid->addWidget(chkLoadLUser, row++, 0, 1, 3);
     grid->addWidget(chkTrayMode, row++, 0, 1, 3);

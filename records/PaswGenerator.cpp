@@ -86,6 +86,7 @@ QString GeneratePassword(int Lenght) {
 int PaswLengthFromText(const QString& Text) {
     TRACE_PROC("modMain.PaswLengthFromText", Text);
     const double v = Val(Text);
+    TRACE_LOCAL(v);
     if (v < 1.0)
         return 0;
     return CLng(v);

@@ -37,6 +37,7 @@ clsDatabasePtr DBCollection::Item(const QString& Key) const {
     TRACE_PROC("DBCollection.Item", Key);
     TRACE_SELF();
     const int i = IndexOf(Key);
+    TRACE_LOCAL(i);
     if (i == 0)
         RaiseError(vbErrInvalidCall);
     return m_items[i - 1].second;
@@ -63,6 +64,7 @@ void DBCollection::Remove(const QString& Key) {
     TRACE_PROC("DBCollection.Remove", Key);
     TRACE_SELF();
     const int i = IndexOf(Key);
+    TRACE_LOCAL(i);
     if (i == 0)
         RaiseError(vbErrInvalidCall);
     m_items.removeAt(i - 1);
@@ -114,6 +116,7 @@ int clsDataFilesManager::LoadDB(const QString& Path, clsDatabasePtr& DB, const Q
     }
     DB = std::make_shared<clsDatabase>();
     const int r = DB->LoadDB(Path, Pasw);
+    TRACE_LOCAL(r);
     // Kept even when the load failed: the caller's temporary file name is never reused.
     DBFlsCol.Add(DB, Path);
     DB->SetPath(Path);

@@ -131,6 +131,7 @@ void TrueKill(const QString& FilePath) {
 void FindUsers(const QString& FPath, StrMass& pUsers) {
     TRACE_PROC("modMain.FindUsers", FPath, pUsers.Items);
     const QString folder = Pt(FPath);
+    TRACE_LOCAL(folder);
     DIR* dir = opendir(QFile::encodeName(folder).constData());
     if (!dir) {
         DbgPrint(QStringLiteral("Error#0003. FPath = ") + FPath);
@@ -138,6 +139,7 @@ void FindUsers(const QString& FPath, StrMass& pUsers) {
     }
     while (const dirent* e = readdir(dir)) {
         QString name = QFile::decodeName(e->d_name);
+        TRACE_LOCAL(name);
         StripNulls(name);
         if (name == QLatin1String(".") || name == QLatin1String(".."))
             continue;
@@ -156,6 +158,7 @@ void FindUsers(const QString& FPath, StrMass& pUsers) {
 QString GetTruePasw(const QString& InPasw) {
     TRACE_PROC("modMain.GetTruePasw", HIDDEN(InPasw));
     QString h = HashString(InPasw);
+    TRACE_LOCAL_HIDDEN(h);
     for (int i = 0; i < 19; ++i)
         h = HashString(h);
     return h + InPasw;
@@ -166,6 +169,7 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
     // The template and its protected form are made in the private temporary folder; the
     // user's path receives only the finished, enciphered file.
     const QString tmp = GetTempFileName();
+    TRACE_LOCAL(tmp);
     {
         QFile f(tmp);
         const QByteArray tpl = NewUserTemplate();
@@ -176,9 +180,11 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
         }
     }
     const QString typed = Pasw;
+    TRACE_LOCAL_HIDDEN(typed);
     Pasw = HashString(typed);
     clsDatabasePtr db;
     const int r = MDFM->LoadDB(tmp, db, QString());
+    TRACE_LOCAL(r);
     MDFM->DeleteDBFromCol(tmp);
     if (r < 0) {
         TrueKill(tmp);
@@ -187,12 +193,15 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
     db->SetTag(Name);
     db->SetName(Name);
     const QString key = GetTruePasw(Pasw);
+    TRACE_LOCAL_HIDDEN(key);
     const int s = MDFM->SaveDB(db, tmp, key, false);
+    TRACE_LOCAL(s);
     if (s < 0) {
         TrueKill(tmp);
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + tmp);
     }
     const bool written = EncryptFile(tmp, Path, true, key);
+    TRACE_LOCAL(written);
     TrueKill(tmp);
     if (!written)
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
@@ -201,8 +210,11 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
 int TestUsPasw(const QString& UPath, const QString& Pasw) {
     TRACE_PROC("modMain.TestUsPasw", UPath, HIDDEN(Pasw));
     const QString key = GetTruePasw(Pasw);
+    TRACE_LOCAL_HIDDEN(key);
     const QString tmp = GetTempFileName();
+    TRACE_LOCAL(tmp);
     int result = 2;
+    TRACE_LOCAL(result);
     DecryptFile(UPath, tmp, true, key);
     QFile f(tmp);
     if (f.size() > kSignatureEncLen && f.open(QIODevice::ReadOnly)) {
@@ -222,11 +234,13 @@ int TestUsPasw(const QString& UPath, const QString& Pasw) {
 int LoadUser(const QString& UPath, const QString& Pasw) {
     TRACE_PROC("modMain.LoadUser", UPath, HIDDEN(Pasw));
     const QString tmp = GetTempFileName();
+    TRACE_LOCAL(tmp);
     // A missing user file leaves nothing to load: the manager then reports -2.
     if (!DecryptFile(UPath, tmp, true, Pasw))
         TrueKill(tmp);
     clsDatabasePtr db;
     const int r = MDFM->LoadDB(tmp, db, Pasw);
+    TRACE_LOCAL(r);
     // The deciphered copy is erased on every path, and its entry goes with it: the key
     // names a file that no longer exists.
     TrueKill(tmp);
@@ -243,7 +257,9 @@ int FullUserLoad(const QString& UsName, const QString& UsPasw) {
     TRACE_PROC("modMain.FullUserLoad", UsName, HIDDEN(UsPasw));
     CurUsDB = std::make_shared<clsDatabase>();
     const QString path = UsDBFilePath(UsName);
+    TRACE_LOCAL(path);
     const int r = LoadUser(path, GetTruePasw(UsPasw));
+    TRACE_LOCAL(r);
     if (r < 0)
         return r == -4 ? -1 : 100;
     CurUsPasw = UsPasw;
@@ -266,8 +282,11 @@ int SaveUsDB(const clsDatabasePtr& DB, const QString& Pasw) {
     if (!DB || DB->Name().isEmpty())
         return tbeNothingToSave;
     const QString path = UsDBFilePath(DB->Name());
+    TRACE_LOCAL(path);
     const QString tmp = GetTempFileName();
+    TRACE_LOCAL(tmp);
     int r = MDFM->SaveDB(DB, tmp, Pasw, false);
+    TRACE_LOCAL(r);
     if (r >= 0 && !EncryptFile(tmp, path, true, Pasw))
         r = tbeIoError;
     TrueKill(tmp);
