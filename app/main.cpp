@@ -1,11 +1,15 @@
 // ArgentPasswordMngr: the desktop program.
 
+#include "app/InstanceChannel.h"
 #include "app/guiApplication.h"
 #include "app/modMain.h"
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/frmError.h"
 #include "mainwindow/frmMain.h"
 #include "users/UserAccounts.h"
+
+#include <QApplication>
+#include <QPointer>
 
 #include <sys/prctl.h>
 
@@ -27,11 +31,24 @@ int main(int argc, char** argv) {
             return;
         main = new frmMain;
         main->setAttribute(Qt::WA_DeleteOnClose);
+        // A second start brings this window to the front, from the first moment on
+        // (the password prompt of the first load included).
+        QPointer<frmMain> window(main);
+        ListenForSecondStart([window] {
+            if (window)
+                window->mnuTrayShow_Click();
+            // A dialog waiting for an answer (the password prompt) comes up over it.
+            if (QWidget* modal = QApplication::activeModalWidget()) {
+                modal->raise();
+                modal->activateWindow();
+            }
+        });
         main->Form_Load();
     });
     if (!started)
         return 0;
     const int rc = app.exec();
+    StopListening();
     ReleaseInstanceLock();
     return rc;
 }

@@ -1,6 +1,7 @@
 #include "app/modMain.h"
 
 #include "Version.h"
+#include "app/InstanceChannel.h"
 #include "app/MsgBox.h"
 #include "app/ProgConfig.h"
 #include "app/modLang.h"
@@ -17,6 +18,8 @@
 #include <QStandardPaths>
 
 #include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
 
 QByteArray CustomColors;
 
@@ -35,19 +38,46 @@ bool makePrivateDir(const QString& path) {
     return true;
 }
 
-// The user's runtime folder, where the instance lock lives.
-QString runtimeFolder() {
-    QString dir = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (dir.isEmpty() || !QFileInfo(dir).isDir())
-        dir = QDir::tempPath() + QStringLiteral("/argentpm-") + QString::number(getuid());
+// A real directory (no link) owned by this user with mode 0700.
+bool isPrivateDir(const QString& path) {
+    struct stat st {};
+    const QByteArray enc = QFile::encodeName(path);
+    return lstat(enc.constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == getuid() &&
+           (st.st_mode & 07777) == 0700;
+}
+
+// A folder of our own under Base named Name: used only when it is private (see above);
+// anything else - a folder someone else prepared, a link, wider rights that cannot be
+// narrowed - is left alone and a fresh folder with a random suffix is made instead, and
+// kept for the run while it stays private.
+QString privateFolder(const QString& Base, const QString& Name, QString& Fresh) {
+    const QString dir = Pt(Base) + Name;
     makePrivateDir(dir);
-    return Pt(dir);
+    if (isPrivateDir(dir))
+        return Pt(dir);
+    if (Fresh.isEmpty() || !Fresh.startsWith(Pt(Base)) || !isPrivateDir(Fresh)) {
+        Fresh.clear();
+        QByteArray tpl = QFile::encodeName(Pt(Base) + Name + QStringLiteral("-XXXXXX"));
+        if (mkdtemp(tpl.data()))
+            Fresh = QFile::decodeName(tpl);
+    }
+    return Fresh.isEmpty() ? Pt(dir) : Pt(Fresh);
+}
+
+// The user's runtime folder, where the instance lock lives.
+QString runtimeFolderOnce() {
+    const QString dir = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (!dir.isEmpty() && QFileInfo(dir).isDir())
+        return Pt(dir);
+    static QString fresh;
+    return privateFolder(QDir::tempPath(), QStringLiteral("argentpm-") + QString::number(getuid()), fresh);
 }
 
 // True when another instance of the program holds the lock.
 bool PrevInstance() {
     TRACE_PROC("modMain.PrevInstance");
-    g_instanceLock = std::make_unique<QLockFile>(runtimeFolder() + QStringLiteral("ArgentPasswordMngr.lock"));
+    g_instanceLock =
+        std::make_unique<QLockFile>(InstanceRuntimeFolder() + QStringLiteral("ArgentPasswordMngr.lock"));
     g_instanceLock->setStaleLockTime(0);
     if (g_instanceLock->tryLock(0))
         return false;
@@ -55,6 +85,10 @@ bool PrevInstance() {
     return true;
 }
 } // namespace
+
+QString InstanceRuntimeFolder() {
+    return runtimeFolderOnce();
+}
 
 QString Pt(const QString& Path) {
     TRACE_PROC("modMain.Pt", Path);
@@ -76,10 +110,8 @@ QString GetWindowsTemp() {
     TRACE_LOCAL(base);
     if (base.isEmpty() || !QFileInfo(base).isDir() || !QFileInfo(base).isWritable())
         base = QDir::tempPath();
-    const QString dir = Pt(base) + QStringLiteral("argentpm-tmp-") + QString::number(getuid());
-    TRACE_LOCAL(dir);
-    makePrivateDir(dir);
-    return Pt(dir);
+    static QString fresh;
+    return privateFolder(base, QStringLiteral("argentpm-tmp-") + QString::number(getuid()), fresh);
 }
 
 QString StripNulls(QString& OriginalStr) {
@@ -134,6 +166,8 @@ bool Main(const std::function<void()>& CreateProgramObjects) {
         DbgPrint(QStringLiteral("PrevInstance detected"));
         // The language is not loaded yet, so this shows the lookup's failure text.
         MsgBox(Texts(2), vbInformation);
+        // Then the running window comes to the front (the log keeps its lines as they are).
+        AskFirstInstanceToShow();
         return false;
     }
 

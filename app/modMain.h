@@ -38,5 +38,8 @@ extern QByteArray CustomColors;
 // runs). Errors are raised to the caller's trap.
 bool Main(const std::function<void()>& CreateProgramObjects = {});
 
+// The user's runtime folder where the single-instance lock and socket live, ending in "/".
+QString InstanceRuntimeFolder();
+
 // Releases the single-instance lock (at exit, and for tests).
 void ReleaseInstanceLock();

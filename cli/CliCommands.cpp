@@ -1,5 +1,6 @@
 #include "cli/CliCommands.h"
 
+#include "cli/CliScript.h"
 #include "cli/CliShared.h"
 #include "cli/CliTerminal.h"
 
@@ -9,6 +10,7 @@
 #include "storage/Md5.h"
 #include "users/UsDBTree.h"
 #include "users/UserAccounts.h"
+#include "users/UserName.h"
 
 #include <QDir>
 #include <QFile>
@@ -182,7 +184,7 @@ int CliPrepare(const CliOptions& Opt) {
     return cliOk;
 }
 
-int CmdUsers(const CliOptions&, const QStringList& Args) {
+int CmdUsers(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdUsers", Args);
     if (!Args.isEmpty()) {
         say(QStringLiteral("'users' takes no arguments. Try 'argentpm users --help'."));
@@ -194,6 +196,8 @@ int CmdUsers(const CliOptions&, const QStringList& Args) {
     }
     StrMass users;
     FindUsers(ProgConfig[5], users);
+    if (wantJson(Opt))
+        return printUsersJson(users.UBound() >= 1 ? users.Items.mid(1 - users.LBound) : QStringList());
     QByteArray out;
     for (int i = 1; i <= users.UBound(); ++i) {
         appendOneLine(out, users[i]);
@@ -210,10 +214,11 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
         return cliUsage;
     }
     const QString name = Args[0];
-    TRACE_LOCAL(name);
-    if (name.isEmpty() || name.contains(u'/') || name.contains(QChar(0)) || name == QLatin1String(".") ||
-        name == QLatin1String("..")) {
-        say(QStringLiteral("%1 cannot be a user name: it must not be empty or hold \"/\"").arg(quoted(name)));
+    if (!IsValidUserName(name)) {
+        say(QStringLiteral(
+                "%1 cannot be a user name: it becomes a file name, so it must not be empty, \".\" or "
+                "\"..\", or hold \"/\"")
+                .arg(quoted(name)));
         return cliRefused;
     }
     const QString path = UsDBFilePath(name);
@@ -225,6 +230,7 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
     QString pasw;
     if (int rc = askNewSecret(Opt, pasw))
         return rc;
+    reportStrength(pasw, name);
     if (!QFileInfo(ProgConfig[5]).isDir()) {
         QDir().mkpath(ProgConfig[5]);
         QFile::setPermissions(ProgConfig[5], QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -253,6 +259,7 @@ int CmdPasswd(const CliOptions& Opt, const QStringList& Args) {
     QString pasw;
     if (int rc = askNewSecret(Opt, pasw))
         return rc;
+    reportStrength(pasw, Args[0]);
     const int r = ChangeUsPasw(pasw);
     TRACE_LOCAL(r);
     WipeString(pasw);
@@ -302,6 +309,8 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
     int tbl;
     if (int rc = dataTable(tbl))
         return rc;
+    if (wantJson(Opt))
+        return printLsJson(tbl);
     const DatabaseRecord& db = CurUsDB->DBView();
     const TableEntry& t = db.Tables[tbl - 1];
     const int fId = CurUsDB->FindField(tbl, QStringLiteral("IndNum")) - 1;
@@ -343,6 +352,8 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("'show' takes a user name and a record identifier. Try 'argentpm show --help'."));
         return cliUsage;
     }
+    if (int rc = checkFieldOption(Opt, "show"))
+        return rc;
     if (int rc = openUser(Opt, Args[0]))
         return rc;
     int tbl;
@@ -356,6 +367,10 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(Args[0]), id));
         return cliNoRecord;
     }
+    if (Opt.Given.contains(QStringLiteral("--field")))
+        return printField(tbl, rec, Opt.Given.value(QStringLiteral("--field")));
+    if (wantJson(Opt))
+        return printShowJson(tbl, rec);
     TableEntry fields;
     CurUsDB->GetTable(tbl, fields);
     QByteArray out;

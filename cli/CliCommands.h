@@ -8,15 +8,16 @@
 
 enum CliExit {
     cliOk = 0,
-    cliFailed = 1,    // could not read or write a file
-    cliUsage = 2,     // bad command line, or no way to ask for a password
-    cliWrongPasw = 3, // the password does not open the user's file
-    cliNoUser = 4,    // no such user in the databases folder
-    cliDamaged = 5,   // the user's file is damaged
-    cliNoRecord = 6,  // no row with that identifier
-    cliRefused = 7,   // user exists already, password too short, passwords differ, not confirmed
-    cliNoBackup = 8,  // no such backup copy
-    cliBadConfig = 9, // the settings hold a value the command cannot use
+    cliFailed = 1,       // could not read or write a file
+    cliUsage = 2,        // bad command line, or no way to ask for a password
+    cliWrongPasw = 3,    // the password does not open the user's file
+    cliNoUser = 4,       // no such user in the databases folder
+    cliDamaged = 5,      // the user's file is damaged
+    cliNoRecord = 6,     // no row with that identifier
+    cliRefused = 7,      // user exists already, password too short, passwords differ, not confirmed
+    cliNoBackup = 8,     // no such backup copy
+    cliBadConfig = 9,    // the settings hold a value the command cannot use
+    cliNoClipboard = 11, // no desktop clipboard, or it could not be set
 };
 
 struct CliOptions {
@@ -48,6 +49,8 @@ int CmdRm(const CliOptions& Opt, const QStringList& Args);
 int CmdEdit(const CliOptions& Opt, const QStringList& Args);
 int CmdFind(const CliOptions& Opt, const QStringList& Args);
 int CmdGenerate(const CliOptions& Opt, const QStringList& Args);
+// A field of a record onto the desktop clipboard (CliClip.cpp).
+int CmdClip(const CliOptions& Opt, const QStringList& Args);
 
 // Backup copies and the portable copy (CliMaintCommands.cpp).
 int CmdBackup(const CliOptions& Opt, const QStringList& Args);

@@ -2,6 +2,7 @@
 // dialog and of the tools menu's installation, with the questions asked on the terminal.
 
 #include "cli/CliCommands.h"
+#include "cli/CliScript.h"
 #include "cli/CliShared.h"
 #include "cli/CliTerminal.h"
 
@@ -76,12 +77,15 @@ int CmdBackup(const CliOptions& Opt, const QStringList& Args) {
     return cliOk;
 }
 
-int CmdBackups(const CliOptions&, const QStringList& Args) {
+int CmdBackups(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdBackups", Args);
     if (!Args.isEmpty())
         return usage("backups", QStringLiteral("'backups' takes no arguments"));
+    const QStringList items = ListDBsForRestore(BackupFolderPath());
+    if (wantJson(Opt))
+        return printBackupsJson(items);
     QByteArray out;
-    for (const QString& item : ListDBsForRestore(BackupFolderPath())) {
+    for (const QString& item : items) {
         appendOneLine(out, item);
         out.append('\n');
     }

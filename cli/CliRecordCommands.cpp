@@ -2,6 +2,7 @@
 // commands use, followed by a save of the user's file (one atomic replacement).
 
 #include "cli/CliCommands.h"
+#include "cli/CliScript.h"
 #include "cli/CliShared.h"
 #include "cli/CliTerminal.h"
 
@@ -273,9 +274,12 @@ int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
     const bool color = Opt.Given.contains(QStringLiteral("--color"));
     TRACE_LOCAL(color);
     const bool bold = Opt.Given.contains(QStringLiteral("--bold"));
-    TRACE_LOCAL(bold);
-    if (!color && !bold)
-        return usage("edit", QStringLiteral("give --color, --bold or both"));
+    const bool fields = editsFields(Opt);
+    if (!color && !bold && !fields)
+        return usage("edit", QStringLiteral("give at least one of --title, --login, --desc, --generate, "
+                                            "--ask-password, --color, --bold"));
+    if (int rc = checkFieldEdits(Opt))
+        return rc;
     int col = 0;
     TRACE_LOCAL(col);
     if (color && !parseColor(Opt.Given.value(QStringLiteral("--color")), col))
@@ -289,15 +293,18 @@ int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
     int rec;
     if (int rc = existingRow(id, rec))
         return rc;
-    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    TRACE_LOCAL(tbl);
-    QString flags = CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Flags"));
-    TRACE_LOCAL(flags);
-    if (color)
-        flags = SetRecColor(flags, col);
-    if (bold)
-        flags = SetRecBold(flags, b == QLatin1String("on"));
-    ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Flags"), flags);
+    if (fields)
+        if (int rc = applyFieldEdits(Opt, id, rec))
+            return rc;
+    if (color || bold) {
+        const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+        QString flags = CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Flags"));
+        if (color)
+            flags = SetRecColor(flags, col);
+        if (bold)
+            flags = SetRecBold(flags, b == QLatin1String("on"));
+        ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Flags"), flags);
+    }
     return saveCurrent();
 }
 
@@ -313,6 +320,8 @@ int CmdFind(const CliOptions& Opt, const QStringList& Args) {
     const QList<FoundRow> found =
         FindAllRecords(*CurUsDB, Args[1], !Opt.Given.contains(QStringLiteral("--titles-only")),
                        Opt.Given.contains(QStringLiteral("--case-sensitive")));
+    if (wantJson(Opt))
+        return printFindJson(Args[1], found);
     if (found.isEmpty()) {
         say(QStringLiteral("nothing matches %1").arg(quoted(Args[1])));
         return cliNoRecord;

@@ -28,9 +28,11 @@ struct Command {
 
 const Command kCommands[] = {
     {"users", CmdUsers,
-     "Usage: argentpm [--databases DIR] users\n"
+     "Usage: argentpm [--databases DIR] users [--json]\n"
      "\n"
-     "Lists the users of the databases folder, one name a line.\n"},
+     "Lists the users of the databases folder, one name a line. With --json:\n"
+     "  {\"databases\": DIR, \"users\": [NAME, ...]}\n",
+     "--json"},
     {"add-user", CmdAddUser,
      "Usage: argentpm [--databases DIR] add-user NAME [--password-stdin]\n"
      "\n"
@@ -48,16 +50,24 @@ const Command kCommands[] = {
      "Deletes the file of user NAME with all of its folders and records, after a question\n"
      "on the terminal, or at once with --yes. Backup copies stay.\n"},
     {"ls", CmdLs,
-     "Usage: argentpm [--databases DIR] ls NAME [--password-stdin]\n"
+     "Usage: argentpm [--databases DIR] ls NAME [--json] [--password-stdin]\n"
      "\n"
      "Shows the folders and records of user NAME as the main window's tree orders them:\n"
      "one line each, the identifier first, then the title indented by depth; folder\n"
-     "titles end in \"/\". The first line is the user's root (identifier 0).\n"},
+     "titles end in \"/\". The first line is the user's root (identifier 0). With --json:\n"
+     "  {\"user\": NAME, \"root\": TEXT, \"items\": [{\"id\": N, \"parent\": N,\n"
+     "   \"type\": \"folder\"|\"record\", \"depth\": N, \"title\": TEXT}, ...]}\n",
+     "--json"},
     {"show", CmdShow,
-     "Usage: argentpm [--databases DIR] show NAME ID [--password-stdin]\n"
+     "Usage: argentpm [--databases DIR] show NAME ID [--field FIELD | --json] [--password-stdin]\n"
      "\n"
      "Shows the fields of the folder or record with identifier ID (see 'ls'): title,\n"
-     "login, password and description, as the main window's value pane does.\n"},
+     "login, password and description, as the main window's value pane does.\n"
+     "--field title|login|password|description prints that field alone, exactly as\n"
+     "stored, for scripts (a line end follows only on a terminal). With --json:\n"
+     "  {\"id\": N, \"parent\": N, \"type\": \"folder\"|\"record\", \"title\": TEXT,\n"
+     "   \"login\": TEXT, \"password\": TEXT, \"description\": TEXT}\n",
+     "--field= --json"},
     {"mkdir", CmdMkdir,
      "Usage: argentpm [--databases DIR] mkdir NAME PARENT_ID TITLE [--password-stdin]\n"
      "\n"
@@ -87,23 +97,41 @@ const Command kCommands[] = {
      "Deletes the folder or record ID of user NAME with everything in it, after a\n"
      "question on the terminal, or at once with --yes.\n"},
     {"edit", CmdEdit,
-     "Usage: argentpm [--databases DIR] edit NAME ID [--color COLOR] [--bold on|off]\n"
-     "                [--password-stdin]\n"
+     "Usage: argentpm [--databases DIR] edit NAME ID [--title TITLE] [--login LOGIN]\n"
+     "                [--desc TEXT] [--generate LENGTH | --ask-password]\n"
+     "                [--color COLOR] [--bold on|off] [--password-stdin]\n"
      "\n"
-     "Sets how the folder or record ID of user NAME is shown in the tree: its text\n"
-     "colour (#RRGGBB, or the number 0x00BBGGRR in decimal; 0 is the default black)\n"
-     "and whether its title is bold.\n",
-     "--color= --bold="},
+     "Changes the folder or record ID of user NAME, keeping its identifier; only what\n"
+     "is given changes. --title, --login and --desc set those fields (a folder has only\n"
+     "a title). The password becomes a new one from the password generator\n"
+     "(--generate LENGTH) or one that is asked for (--ask-password: twice on the\n"
+     "terminal, or with --password-stdin the second line of standard input, after the\n"
+     "user's password). --color sets the title's colour in the tree (#RRGGBB, or the\n"
+     "number 0x00BBGGRR in decimal; 0 is the default black), --bold whether it is bold.\n",
+     "--title= --login= --desc= --generate= --ask-password --color= --bold="},
     {"find", CmdFind,
      "Usage: argentpm [--databases DIR] find NAME TEXT [--titles-only] [--case-sensitive]\n"
-     "                [--password-stdin]\n"
+     "                [--json] [--password-stdin]\n"
      "\n"
      "Lists the folders and records of user NAME that hold TEXT, in the order of the\n"
      "table, each with its identifier: everything the find dialog would select, press\n"
      "after press. TEXT is looked for anywhere in the title, login, password and\n"
      "description (only the title with --titles-only), without regard to letter case\n"
-     "unless --case-sensitive. Nothing found is exit status 6.\n",
-     "--titles-only --case-sensitive"},
+     "unless --case-sensitive. Nothing found is exit status 6. With --json:\n"
+     "  {\"user\": NAME, \"text\": TEXT, \"matches\": [{\"id\": N, \"title\": TEXT}, ...]}\n",
+     "--titles-only --case-sensitive --json"},
+    {"clip", CmdClip,
+     "Usage: argentpm [--databases DIR] clip NAME ID [--field FIELD] [--password-stdin]\n"
+     "\n"
+     "Copies a field of record ID of user NAME to the desktop clipboard (X11, or\n"
+     "Wayland through XWayland): the password, or the field named by --field\n"
+     "title|login|password|description. The value is marked as secret, so clipboard\n"
+     "managers leave it out of their history, and is taken off the clipboard after the\n"
+     "delay of the settings (entry 23, 10 seconds unless changed in the options; 0\n"
+     "keeps it) unless something else was copied meanwhile. A small keeper process,\n"
+     "argentpm-clipkeeper, holds the clipboard for that time; argentpm returns at once.\n"
+     "No desktop clipboard is exit status 11.\n",
+     "--field="},
     {"generate", CmdGenerate,
      "Usage: argentpm generate [LENGTH]\n"
      "\n"
@@ -117,10 +145,13 @@ const Command kCommands[] = {
      "folder, the oldest copy going when the set (settings entry 13) is full. Prints the\n"
      "copy's path.\n"},
     {"backups", CmdBackups,
-     "Usage: argentpm [--databases DIR] backups\n"
+     "Usage: argentpm [--databases DIR] backups [--json]\n"
      "\n"
      "Lists the backup copies of every user, one a line, as the restore dialog does:\n"
-     "the file name, \" Date: \" and the time it was written.\n"},
+     "the file name, \" Date: \" and the time it was written. With --json:\n"
+     "  {\"folder\": DIR, \"backups\": [{\"file\": FILE, \"user\": NAME,\n"
+     "   \"written\": \"YYYY-MM-DDTHH:MM:SS\"}, ...]}   (local time)\n",
+     "--json"},
     {"restore", CmdRestore,
      "Usage: argentpm [--databases DIR] restore BACKUP_FILE_NAME [--yes]\n"
      "\n"
@@ -147,12 +178,15 @@ const char kCommonHelp[] = "\n"
                            "Options:\n"
                            "  --databases DIR   use the user files in DIR instead of the settings' folder\n"
                            "  --password-stdin  read passwords from standard input, one a line\n"
+                           "  -y, --yes         answer the command's question with yes\n"
                            "  -h, --help        show this help\n"
+                           "  --version         show the version\n"
                            "\n"
                            "Exit status: 0 done, 1 a file could not be read or written, 2 bad usage,\n"
                            "3 wrong password, 4 no such user, 5 damaged user file, 6 no such record,\n"
                            "7 refused (user exists, password too short, passwords differ or not confirmed),\n"
                            "8 no such backup copy, 9 a setting the command needs is not usable,\n"
+                           "11 no desktop clipboard, or it could not be set,\n"
                            "70 an unexpected error (a report is written beside the debug log).\n";
 
 void printUsage(FILE* out) {
@@ -168,14 +202,15 @@ void printUsage(FILE* out) {
                "  passwd NAME         change a user's password\n"
                "  delete-user NAME    delete a user\n"
                "  ls NAME             show a user's folders and records with their identifiers\n"
-               "  show NAME ID        show the fields of one record\n"
+               "  show NAME ID        show the fields of one record (or one field: --field)\n"
                "  mkdir NAME PARENT_ID TITLE       add a folder\n"
                "  add NAME PARENT_ID --title ...   add a record\n"
                "  rename NAME ID TITLE             rename a folder or record\n"
                "  mv NAME ID NEW_PARENT_ID         move a folder or record\n"
                "  rm NAME ID                       delete a folder or record with its contents\n"
-               "  edit NAME ID --color/--bold      set the colour and boldness of a title\n"
+               "  edit NAME ID --title/--login/... change a folder's or record's fields or look\n"
                "  find NAME TEXT                   list the folders and records holding a text\n"
+               "  clip NAME ID [--field FIELD]     copy a password (or field) to the clipboard\n"
                "  generate [LENGTH]                make a random password\n"
                "  backup NAME                      make a backup copy of a user now\n"
                "  backups                          list the backup copies\n"
@@ -183,10 +218,22 @@ void printUsage(FILE* out) {
                "  delete-backup BACKUP_FILE_NAME   delete a backup copy\n"
                "  install-portable TARGET_DIR      copy the program with its users to a drive\n"
                "\n"
-               "'argentpm COMMAND --help' describes one command.\n",
+               "'argentpm COMMAND --help' describes one command.\n"
+               "\n"
+               "Options of the commands:\n"
+               "  --json            users, ls, show, find, backups: JSON output (see the command)\n"
+               "  --field FIELD     show, clip: title, login, password or description alone\n"
+               "  --title TEXT      add, edit: the title\n"
+               "  --login TEXT      add, edit: the login\n"
+               "  --desc TEXT       add, edit: the description\n"
+               "  --generate LENGTH add, edit: a new generated password\n"
+               "  --ask-password    add, edit: ask for the record's password\n"
+               "  --color COLOR     edit: the title's colour in the tree\n"
+               "  --bold on|off     edit: whether the title is bold\n"
+               "  --titles-only     find: look in titles only\n"
+               "  --case-sensitive  find: tell upper and lower case apart\n",
                out);
     std::fputs(kCommonHelp, out);
-    std::fputs("  --version         show the version\n", out);
 }
 
 const Command* findCommand(const QString& name) {

@@ -30,6 +30,20 @@ QString logLine(const QString& Time, const QLocale& Loc, double perf, const QStr
     return Time + QStringLiteral(".(") + Loc.toString(perf, 'f', 5) + QStringLiteral("): ") + DbgStr +
            QStringLiteral("\r\n");
 }
+// The log names deleted records' titles: only its owner reads it. A log left by an
+// older version with wider rights is narrowed once per run.
+bool openLog(QFile& f) {
+    constexpr auto kPrivate = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Append, kPrivate))
+        return false;
+    static bool narrowed = false;
+    if (!narrowed) {
+        narrowed = true;
+        if (f.permissions() != kPrivate)
+            f.setPermissions(kPrivate);
+    }
+    return true;
+}
 } // namespace
 
 void DbgPrint(const QString& DbgStr) {
@@ -37,7 +51,7 @@ void DbgPrint(const QString& DbgStr) {
     // The time of the call, taken before the file is opened.
     const double perf = GetQueryPerf();
     QFile f(DbgFilePath());
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Append))
+    if (!openLog(f))
         RaiseError(vbErrPathFileAccess);
     if (f.write(logLine(timeText(), QLocale(), perf, DbgStr).toUtf8()) < 0)
         RaiseError(vbErrPathFileAccess);
@@ -55,7 +69,7 @@ void DbgPrintLines(const QStringList& Lines) {
     for (const QString& l : Lines)
         out += logLine(time, loc, GetQueryPerf(), l).toUtf8();
     QFile f(DbgFilePath());
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Append))
+    if (!openLog(f))
         RaiseError(vbErrPathFileAccess);
     if (f.write(out) != out.size())
         RaiseError(vbErrPathFileAccess);

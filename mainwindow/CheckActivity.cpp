@@ -7,11 +7,13 @@
 #include "diagnostics/Globals.h"
 #include "diagnostics/Trace.h"
 
+#include <algorithm>
 #include <cmath>
 
 QPoint LastCursorPos;
 KeyboardBytes LastKbdState{};
 int LastActive = 0;
+quint64 LastInputEvents = 0;
 
 namespace {
 double (*g_clock)() = GetQueryPerf;
@@ -31,6 +33,10 @@ void SetActivityClock(double (*Clock)()) {
     g_clock = Clock ? Clock : GetQueryPerf;
 }
 
+double ActivityClock() {
+    return g_clock();
+}
+
 int CheckActivity(IActivitySource& Source) {
     TRACE_PROC("modMain.CheckActivity");
     const QPoint pos = Source.CursorPos();
@@ -47,6 +53,14 @@ int CheckActivity(IActivitySource& Source) {
             result = actKeyboard;
             LastActive = nowRounded();
         }
+    }
+    // A key pressed and released between two tests leaves the table as it was; the
+    // event count still tells, and the time is the event's own.
+    const quint64 events = Source.InputEvents();
+    if (events != LastInputEvents) {
+        LastInputEvents = events;
+        result = actKeyboard;
+        LastActive = std::max(LastActive, CLng(std::nearbyint(Source.LastInputTime())));
     }
     if (result != actKeyboard) {
         const double elapsed = g_clock() - LastActive;

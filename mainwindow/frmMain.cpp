@@ -3,6 +3,7 @@
 #include "app/MsgBox.h"
 #include "app/ProgConfig.h"
 #include "app/VbConv.h"
+#include "app/guiSecretClipboard.h"
 #include "app/modLang.h"
 #include "app/modMain.h"
 #include "diagnostics/DbgPrint.h"
@@ -73,6 +74,16 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
     sbStatusBar->setObjectName(QStringLiteral("sbStatusBar"));
     sbPanel = new QLabel;
     sbStatusBar->addWidget(sbPanel, 1);
+    sbClipPanel = new QLabel;
+    sbClipPanel->setObjectName(QStringLiteral("sbClipPanel"));
+    sbClipPanel->hide();
+    sbStatusBar->addPermanentWidget(sbClipPanel);
+    SecretClipboard& secretClip = SecretClipboard::Instance();
+    connect(&secretClip, &SecretClipboard::countdownChanged, this, &frmMain::ShowClipCountdown);
+    connect(&secretClip, &SecretClipboard::expired, this, [this](bool Cleared) {
+        if (Cleared)
+            sbStatusBar->showMessage(Texts(306), 3000);
+    });
 
     BuildMenus();
     BuildToolbar();
@@ -179,6 +190,9 @@ void frmMain::BuildMenus() {
     mnuContextTrvAddFolder = item(mnuContextTrv, "mnuContextTrvAddFolder");
     mnuContextTrvAddRec = item(mnuContextTrv, "mnuContextTrvAddRec");
     mnuContextTrv->addSeparator();
+    mnuContextTrvCopyPasw = item(mnuContextTrv, "mnuContextTrvCopyPasw");
+    mnuContextTrvCopyLog = item(mnuContextTrv, "mnuContextTrvCopyLog");
+    mnuContextTrv->addSeparator();
     mnuContextTrvEdit = item(mnuContextTrv, "mnuContextTrvEdit");
     mnuContextTrvRename = item(mnuContextTrv, "mnuContextTrvRename");
     mnuContextTrv->addSeparator();
@@ -258,6 +272,24 @@ void frmMain::BuildMenus() {
         mnuContextTrvDelFolder_Click();
     });
     trvDatabase->addActions({keyRename, keyDelete});
+    // Ctrl+C copies the selected record's password and Ctrl+B its login, in the tree.
+    mnuContextTrvCopyPasw->setShortcut(QKeySequence::Copy);
+    mnuContextTrvCopyLog->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_B));
+    for (QAction* a : {mnuContextTrvCopyPasw, mnuContextTrvCopyLog}) {
+        a->setShortcutContext(Qt::WidgetShortcut);
+        trvDatabase->addAction(a);
+    }
+    connect(mnuContextTrvCopyPasw, &QAction::triggered, this, [this] {
+        // From the keyboard the selected node is the one to copy from.
+        if (!mnuContextTrv->isVisible())
+            m_dropHighlight = trvDatabase->currentItem();
+        mnuContextTrvCopy(QStringLiteral("Password"));
+    });
+    connect(mnuContextTrvCopyLog, &QAction::triggered, this, [this] {
+        if (!mnuContextTrv->isVisible())
+            m_dropHighlight = trvDatabase->currentItem();
+        mnuContextTrvCopy(QStringLiteral("Login"));
+    });
 }
 
 void frmMain::BuildToolbar() {
@@ -317,6 +349,8 @@ void frmMain::ShowFormLang() {
     mnuContextTrvDelRec->setText(Texts(116));
     mnuContextTrvEdit->setText(Texts(117));
     mnuContextTrvRename->setText(Texts(118));
+    mnuContextTrvCopyPasw->setText(Texts(280));
+    mnuContextTrvCopyLog->setText(Texts(281));
     mnuContextValCopyDesc->setText(Texts(121));
     mnuContextValCopyLog->setText(Texts(120));
     mnuContextValCopyPasw->setText(Texts(119));
@@ -453,6 +487,8 @@ void frmMain::closeEvent(QCloseEvent* e) {
 
 bool frmMain::Form_Unload() {
     TRACE_PROC("frmMain.Form_Unload");
+    // A password copied from this program does not outlive it on the clipboard.
+    SecretClipboard::Instance().ClearIfOurs();
     if (CurUsDB && !CurUsDB->Name().isEmpty() && SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0) {
         MsgBox(Texts(247), vbCritical);
         return false;

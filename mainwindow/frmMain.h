@@ -74,6 +74,9 @@ public:
     // the end), a changed row's node takes the row's text, image, colour and bold.
     QTreeWidgetItem* InsertRowNode(const QString& IndNum);
     void RefreshRowNode(const QString& IndNum);
+    // The status bar's counts of the selected node, after rows were added, deleted,
+    // moved or merged (the row index is rebuilt first).
+    void RefreshStatusCounts();
 
     // The row of an identifier in the current database, 0 when there is none.
     int RowOf(const QString& IndNum) { return m_index.RowOf(*CurUsDBRef(), IndNum); }
@@ -92,6 +95,8 @@ public:
     QStatusBar* sbStatusBar = nullptr;
     QSplitter* splMain = nullptr;
     QLabel* sbPanel = nullptr;
+    // Seconds until a copied password leaves the clipboard.
+    QLabel* sbClipPanel = nullptr;
     QTimer* tmrTimer = nullptr;
     QTimer* tmrAutobackup = nullptr;
 
@@ -109,7 +114,7 @@ public:
     QAction *mnuToolsClearClip, *mnuToolsFind, *mnuToolsOptions, *mnuToolsGenerator, *mnuToolsFlash;
     QAction *mnuHelpContents, *mnuHelpAbout, *mnuHelpAskSupport;
     QAction *mnuContextTrvAddFolder, *mnuContextTrvAddRec, *mnuContextTrvDelFolder, *mnuContextTrvDelRec,
-        *mnuContextTrvEdit, *mnuContextTrvRename;
+        *mnuContextTrvEdit, *mnuContextTrvRename, *mnuContextTrvCopyPasw, *mnuContextTrvCopyLog;
     QAction *mnuContextValCopyDesc, *mnuContextValCopyLog, *mnuContextValCopyPasw, *mnuContextValCopyTit;
     QAction *mnuTraySelectUser, *mnuTrayExit, *mnuTrayGenPasw, *mnuTraySaveDB, *mnuTrayShow,
         *mnuTrayUnloadUser;
@@ -147,6 +152,9 @@ public slots:
     void mnuContextTrvRename_Click();
     void mnuContextTrvEdit_Click();
     void mnuContextValCopy(const QString& FieldName);
+    // Copies a field of the record node the tree's commands act on (right click, or the
+    // selected node for the keyboard).
+    void mnuContextTrvCopy(const QString& FieldName);
     void mnuTrayShow_Click();
     void tlbToolbar_ButtonClick(QAction* Button);
     void trvDatabase_Click();
@@ -173,6 +181,9 @@ private:
     void ForgetNodes(QTreeWidgetItem* Node);
     void SetCommandStates();
     void ShowStatusCounts(const QString& IndNum);
+    // A field of a row onto the clipboard: the password as a secret, the rest as text.
+    void CopyRowField(int Rec, const QString& FieldName);
+    void ShowClipCountdown(int SecondsLeft);
     bool UserLoaded() const;
     static clsDatabase* CurUsDBRef();
     QTreeWidgetItem* CommandNode() const;

@@ -9,6 +9,7 @@
 #include "app/ProgConfig.h"
 #include "app/VbConv.h"
 #include "app/guiApplication.h"
+#include "app/guiSecretClipboard.h"
 #include "app/modLang.h"
 #include "app/modMain.h"
 #include "diagnostics/Trace.h"
@@ -26,6 +27,7 @@
 #include <QClipboard>
 #include <QDesktopServices>
 #include <QGuiApplication>
+#include <QLabel>
 #include <QStatusBar>
 #include <QTextEdit>
 #include <QToolBar>
@@ -148,6 +150,7 @@ void frmMain::mnuToolsOptions_Click() {
 
 void frmMain::mnuToolsClearClip_Click() {
     TRACE_PROC("frmMain.mnuToolsClearClip_Click");
+    SecretClipboard::Instance().ClearIfOurs();
     QGuiApplication::clipboard()->clear();
 }
 
@@ -205,6 +208,7 @@ void frmMain::mnuContextTrvDelFolder_Click() {
         return;
     DelRecordTreeFromDataTable(QStringLiteral("IndNum"), QString::number(NodeId(node)),
                                QStringLiteral("Parent"));
+    m_index.Invalidate();
     ForgetNodes(node);
     delete node;
     m_dropHighlight = nullptr;
@@ -240,15 +244,41 @@ void frmMain::mnuContextValCopy(const QString& FieldName) {
     TRACE_PROC("frmMain.mnuContextValCopy", FieldName);
     if (!UserLoaded() || m_curRecord == 0)
         return;
-    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    TRACE_LOCAL(tbl);
     const int rec = RowOf(QString::number(m_curRecord));
     TRACE_LOCAL(rec);
     if (rec <= 0)
         return;
-    QClipboard* clip = QGuiApplication::clipboard();
-    clip->clear();
-    clip->setText(CurUsDB->GetTblFldValNm(tbl, rec, FieldName));
+    CopyRowField(rec, FieldName);
+}
+
+void frmMain::mnuContextTrvCopy(const QString& FieldName) {
+    TRACE_PROC("frmMain.mnuContextTrvCopy", FieldName);
+    QTreeWidgetItem* node = CommandNode();
+    if (!node || node == m_root || NodeTag(node) != QStringLiteral("2"))
+        return;
+    const int rec = RowOf(QString::number(NodeId(node)));
+    if (rec > 0)
+        CopyRowField(rec, FieldName);
+}
+
+void frmMain::CopyRowField(int Rec, const QString& FieldName) {
+    TRACE_PROC("frmMain.CopyRowField", Rec, FieldName);
+    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    const QString value = CurUsDB->GetTblFldValNm(tbl, Rec, FieldName);
+    if (FieldName == QLatin1String("Password"))
+        SecretClipboard::Instance().CopySecret(value);
+    else
+        SecretClipboard::Instance().CopyPlain(value);
+}
+
+void frmMain::ShowClipCountdown(int SecondsLeft) {
+    if (SecondsLeft > 0) {
+        sbClipPanel->setText(Texts(282) + u' ' + QString::number(SecondsLeft) + u' ' + Texts(283));
+        sbClipPanel->show();
+    } else {
+        sbClipPanel->clear();
+        sbClipPanel->hide();
+    }
 }
 
 void frmMain::mnuTrayShow_Click() {
@@ -357,6 +387,7 @@ void frmMain::MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target) {
     Target->insertChild(TreeOrderPosition(Target, Node), Node);
     Target->setExpanded(true);
     trvDatabase->setCurrentItem(Node);
+    RefreshStatusCounts();
     if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0)
         MsgBox(Texts(247), vbCritical);
 }

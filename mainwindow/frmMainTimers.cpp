@@ -56,6 +56,9 @@ void frmMain::SetCommandStates() {
     mnuContextTrvDelRec->setEnabled(loaded && btnDelRec->isEnabled());
     mnuContextTrvRename->setEnabled(loaded && node && node != m_root);
     mnuContextTrvEdit->setEnabled(loaded && node && node != m_root);
+    const bool recordNode = loaded && node && NodeTag(node) == QStringLiteral("2");
+    mnuContextTrvCopyPasw->setEnabled(recordNode);
+    mnuContextTrvCopyLog->setEnabled(recordNode);
     for (QAction* a :
          {mnuContextValCopyPasw, mnuContextValCopyLog, mnuContextValCopyTit, mnuContextValCopyDesc})
         a->setEnabled(loaded && m_curRecord != 0);

@@ -3,6 +3,7 @@
 #include "mainwindow/frmMain.h"
 
 #include "app/VbConv.h"
+#include "app/guiSecretClipboard.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
 #include "records/RecordTree.h"
@@ -111,6 +112,9 @@ void frmMain::ApplyRowToNode(QTreeWidgetItem* Node, const QString& IndNum, const
 
 void frmMain::ClearUsTree() {
     TRACE_PROC("frmMain.ClearUsTree");
+    // The user is closed (unloaded, locked, or another one opened): a password of theirs
+    // leaves the clipboard.
+    SecretClipboard::Instance().ClearIfOurs();
     trvDatabase->clear();
     m_nodeById.clear();
     m_root = nullptr;
@@ -299,7 +303,18 @@ QTreeWidgetItem* frmMain::InsertRowNode(const QString& IndNum) {
         parent->insertChild(0, node);
     m_nodeById.insert(static_cast<int>(Val(IndNum)), node);
     parent->setExpanded(true);
+    // The index is current (built by RowOf above, after the row was added).
+    if (QTreeWidgetItem* cur = trvDatabase->currentItem())
+        ShowStatusCounts(QString::number(NodeId(cur)));
     return node;
+}
+
+void frmMain::RefreshStatusCounts() {
+    m_index.Invalidate();
+    QTreeWidgetItem* node = trvDatabase->currentItem();
+    if (!node || !m_root || !UserLoaded())
+        return;
+    ShowStatusCounts(QString::number(NodeId(node)));
 }
 
 void frmMain::RefreshRowNode(const QString& IndNum) {

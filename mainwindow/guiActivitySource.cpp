@@ -41,6 +41,22 @@ QPoint GuiActivitySource::CursorPos() {
 bool GuiActivitySource::eventFilter(QObject* watched, QEvent* event) {
     switch (event->type()) {
     case QEvent::KeyPress:
+    case QEvent::KeyRelease:
+    case QEvent::MouseButtonPress:
+    case QEvent::MouseButtonRelease:
+    case QEvent::MouseButtonDblClick:
+    case QEvent::Wheel:
+    case QEvent::TouchBegin:
+        // One event reaches the filter once per receiver on its way up; counting it
+        // more than once does no harm.
+        ++m_events;
+        m_lastTime = ActivityClock();
+        break;
+    default:
+        break;
+    }
+    switch (event->type()) {
+    case QEvent::KeyPress:
     case QEvent::KeyRelease: {
         auto* k = static_cast<QKeyEvent*>(event);
         if (k->isAutoRepeat())

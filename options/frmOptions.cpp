@@ -1,5 +1,6 @@
 #include "options/frmOptions.h"
 
+#include "app/ClipDelay.h"
 #include "app/MsgBox.h"
 #include "app/ProgConfig.h"
 #include "app/VbConv.h"
@@ -16,6 +17,7 @@
 #include <QDir>
 #include <QGridLayout>
 #include <QHBoxLayout>
+#include <QIntValidator>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -44,8 +46,13 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     txtDBPath->setReadOnly(true);
     txtInactMin = named(new QLineEdit, "txtInactMin");
     txtBackCopies = named(new QLineEdit, "txtBackCopies");
-    for (QLineEdit* e : {txtInactMin, txtBackCopies})
+    txtClipClear = named(new QLineEdit, "txtClipClear");
+    txtClipClear->setValidator(new QIntValidator(0, kClipDelayMax, txtClipClear));
+    for (QLineEdit* e : {txtInactMin, txtBackCopies, txtClipClear})
         e->setMaximumWidth(80);
+    lblClipClearCap = new QLabel;
+    lblClipClearCap->setWordWrap(true);
+    lblClipClearCap->setBuddy(txtClipClear);
     lblDBPathCap = new QLabel;
     lblInactMinCap = new QLabel;
     lblBackCopiesCap = new QLabel;
@@ -75,6 +82,8 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     grid->addWidget(chkDBBackup, row++, 0, 1, 3);
     grid->addWidget(lblBackCopiesCap, row, 1);
     grid->addWidget(txtBackCopies, row++, 2);
+    grid->addWidget(lblClipClearCap, row, 0, 1, 2);
+    grid->addWidget(txtClipClear, row++, 2);
     grid->setColumnMinimumWidth(0, 20);
     grid->setColumnStretch(1, 1);
     auto* pathRow = new QHBoxLayout;
@@ -104,6 +113,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     connect(chkDBBackup, &QCheckBox::toggled, this, &frmOptions::chkDBBackup_Click);
     connect(txtInactMin, &QLineEdit::textEdited, this, &frmOptions::txtInactMin_Change);
     connect(txtBackCopies, &QLineEdit::textEdited, this, &frmOptions::txtBackCopies_Change);
+    connect(txtClipClear, &QLineEdit::textEdited, this, &frmOptions::txtClipClear_Change);
     connect(cboLanguage, &QComboBox::activated, this, &frmOptions::cboLanguage_Click);
     connect(cmdChangeDBPath, &QPushButton::clicked, this, &frmOptions::cmdChangeDBPath_Click);
     connect(cmdOk, &QPushButton::clicked, this, &frmOptions::cmdOk_Click);
@@ -128,6 +138,7 @@ void frmOptions::DoConfig() {
     };
     load(chkPaswProtect, txtInactMin, ProgConfig[11]);
     load(chkDBBackup, txtBackCopies, ProgConfig[13]);
+    txtClipClear->setText(QString::number(ClipClearDelay()));
     const QStringList langs = QDir(Pt(AppPath()) + QStringLiteral("Languages"))
                                   .entryList({QStringLiteral("*.lng")}, QDir::Files, QDir::Name);
     QSignalBlocker block(cboLanguage);
@@ -147,6 +158,7 @@ void frmOptions::ShowFormLang() {
     lblDBPathCap->setText(Texts(83));
     lblInactMinCap->setText(Texts(84));
     lblBackCopiesCap->setText(Texts(85));
+    lblClipClearCap->setText(Texts(285));
     cmdChangeDBPath->setText(Texts(86));
     lblLangCap->setText(Texts(87));
     cmdOk->setText(Texts(69));
@@ -199,6 +211,13 @@ void frmOptions::chkDBBackup_Click() {
 void frmOptions::txtInactMin_Change() {
     TRACE_PROC("frmOptions.txtInactMin_Change");
     ProgConfig[11] = txtInactMin->text();
+}
+
+void frmOptions::txtClipClear_Change() {
+    TRACE_PROC("frmOptions.txtClipClear_Change");
+    // An emptied field means the default, which the file then holds.
+    SetClipClearDelay(txtClipClear->text().isEmpty() ? QString::number(kClipDelayDefault)
+                                                     : txtClipClear->text());
 }
 
 void frmOptions::txtBackCopies_Change() {

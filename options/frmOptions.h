@@ -19,8 +19,8 @@ public:
     void ShowFormLang();
 
     QCheckBox *chkStartWithWin, *chkLoadLUser, *chkTrayMode, *chkPaswProtect, *chkDBBackup;
-    QLineEdit *txtDBPath, *txtInactMin, *txtBackCopies;
-    QLabel *lblDBPathCap, *lblInactMinCap, *lblBackCopiesCap, *lblLangCap, *lblLangHint;
+    QLineEdit *txtDBPath, *txtInactMin, *txtBackCopies, *txtClipClear;
+    QLabel *lblDBPathCap, *lblInactMinCap, *lblBackCopiesCap, *lblLangCap, *lblLangHint, *lblClipClearCap;
     QComboBox* cboLanguage;
     QPushButton *cmdChangeDBPath, *cmdOk, *cmdCancel;
 
@@ -32,6 +32,8 @@ public slots:
     void chkDBBackup_Click();
     void txtInactMin_Change();
     void txtBackCopies_Change();
+    // Seconds a copied password stays on the clipboard (settings entry 23; 0 never clears).
+    void txtClipClear_Change();
     void cboLanguage_Click();
     void cmdChangeDBPath_Click();
     void cmdOk_Click();

@@ -2,12 +2,12 @@
 
 #include "app/ProgConfig.h"
 #include "app/guiApplication.h"
+#include "app/guiSecretClipboard.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
 #include "records/PaswGenerator.h"
 
 #include <QCheckBox>
-#include <QClipboard>
 #include <QGridLayout>
 #include <QGuiApplication>
 #include <QHBoxLayout>
@@ -118,16 +118,14 @@ void frmPaswGenerator::cmdGenerate_Click() {
     txtPasw->setText(GeneratePassword(length));
     LastGenPasw = txtPasw->text();
     if (!txtPasw->text().isEmpty() && chkClipCopy->isChecked()) {
-        QGuiApplication::clipboard()->clear();
-        QGuiApplication::clipboard()->setText(txtPasw->text());
+        SecretClipboard::Instance().CopySecret(txtPasw->text());
     }
 }
 
 void frmPaswGenerator::cmdOk_Click() {
     TRACE_PROC("frmPaswGenerator.cmdOk_Click");
     if (!txtPasw->text().isEmpty() && chkClipCopy->isChecked()) {
-        QGuiApplication::clipboard()->clear();
-        QGuiApplication::clipboard()->setText(txtPasw->text());
+        SecretClipboard::Instance().CopySecret(txtPasw->text());
     }
     accept();
 }

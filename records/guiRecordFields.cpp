@@ -9,10 +9,12 @@
 #include "users/UserAccounts.h"
 
 #include <QGridLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QToolButton>
 
 RecordFields::RecordFields(QWidget* Owner) : QObject(Owner), m_owner(Owner) {
     auto edit = [](const char* name) {
@@ -38,6 +40,12 @@ RecordFields::RecordFields(QWidget* Owner) : QObject(Owner), m_owner(Owner) {
     cmdGenerate->setObjectName(QStringLiteral("cmdGenerate"));
     cmdGenerate->setAutoDefault(false);
     connect(cmdGenerate, &QPushButton::clicked, this, &RecordFields::cmdGenerate_Click);
+    cmdShowPasw = new QToolButton;
+    cmdShowPasw->setObjectName(QStringLiteral("cmdShowPasw"));
+    cmdShowPasw->setCheckable(true);
+    cmdShowPasw->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    connect(cmdShowPasw, &QToolButton::toggled, this, &RecordFields::cmdShowPasw_Toggled);
+    cmdShowPasw_Toggled(false);
 }
 
 int RecordFields::AddTo(QGridLayout* Grid, int Row) {
@@ -46,7 +54,11 @@ int RecordFields::AddTo(QGridLayout* Grid, int Row) {
     Grid->addWidget(lblLoginCap, Row + 1, 0);
     Grid->addWidget(txtLogin, Row + 1, 1, 1, 2);
     Grid->addWidget(lblPaswCap, Row + 2, 0);
-    Grid->addWidget(txtPasw, Row + 2, 1);
+    auto* pasw = new QHBoxLayout;
+    pasw->setSpacing(2);
+    pasw->addWidget(txtPasw, 1);
+    pasw->addWidget(cmdShowPasw);
+    Grid->addLayout(pasw, Row + 2, 1);
     Grid->addWidget(cmdGenerate, Row + 2, 2);
     Grid->addWidget(lblDescCap, Row + 3, 0, Qt::AlignTop);
     Grid->addWidget(txtDesc, Row + 3, 1, 1, 2);
@@ -60,6 +72,14 @@ void RecordFields::ShowFormLang() {
     lblPaswCap->setText(Texts(204));
     lblDescCap->setText(Texts(205));
     cmdGenerate->setText(Texts(206));
+    cmdShowPasw->setToolTip(Texts(303));
+    cmdShowPasw->setAccessibleName(Texts(303));
+    cmdShowPasw_Toggled(cmdShowPasw->isChecked());
+}
+
+void RecordFields::cmdShowPasw_Toggled(bool Shown) {
+    txtPasw->setEchoMode(Shown ? QLineEdit::Normal : QLineEdit::Password);
+    cmdShowPasw->setText(Texts(Shown ? 302 : 301));
 }
 
 void RecordFields::LoadFromRow(clsDatabase& Db, int TblNum, int RecNum) {
@@ -81,8 +101,11 @@ void RecordFields::WriteToRow(clsDatabase& Db, int TblNum, int RecNum) {
 void RecordFields::cmdGenerate_Click() {
     TRACE_PROC("frmEditRecord.cmdGenerate_Click");
     const QString pasw = RunPaswGenerator(m_owner);
-    if (!pasw.isEmpty())
+    if (!pasw.isEmpty()) {
         txtPasw->setText(pasw);
+        // A new password is shown, so the user sees what was made.
+        cmdShowPasw->setChecked(true);
+    }
 }
 
 int EditorRow(const QString& RecordID, int& TblNum) {

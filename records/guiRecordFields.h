@@ -1,7 +1,7 @@
 #pragma once
 
-// The text fields the record editors share: title, login, password with its generate
-// button, and description, laid out in a grid.
+// The text fields the record editors share: title, login, password with its show/hide
+// toggle and generate button, and description, laid out in a grid.
 
 #include <QObject>
 
@@ -10,6 +10,7 @@ class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
 class QPushButton;
+class QToolButton;
 class QWidget;
 class clsDatabase;
 
@@ -27,10 +28,13 @@ public:
     QLineEdit *txtTitle, *txtLogin, *txtPasw;
     QPlainTextEdit* txtDesc;
     QPushButton* cmdGenerate;
+    // Shows or hides the password (hidden when the editor opens).
+    QToolButton* cmdShowPasw;
 
 public slots:
     // The generator's last password, even one left by Cancel, goes into the field.
     void cmdGenerate_Click();
+    void cmdShowPasw_Toggled(bool Shown);
 
 private:
     QWidget* m_owner;

@@ -6,6 +6,8 @@
 #include "diagnostics/Trace.h"
 #include "storage/Md5.h"
 #include "users/UserAccounts.h"
+#include "users/UserName.h"
+#include "users/guiStrengthMeter.h"
 
 #include <QCheckBox>
 #include <QFile>
@@ -49,19 +51,24 @@ frmAddUser::frmAddUser(QWidget* parent) : QDialog(parent) {
     grid->addWidget(txtNewUsName, 0, 1);
     grid->addWidget(lblPaswCap, 1, 0);
     grid->addWidget(txtPasw, 1, 1);
-    grid->addWidget(lblConfirmCap, 2, 0);
-    grid->addWidget(txtConfirm, 2, 1);
-    grid->addWidget(lblHint, 3, 1);
-    grid->addWidget(chkLoadAfterAdd, 4, 0, 1, 2);
+    grid->addWidget(lblConfirmCap, 3, 0);
+    grid->addWidget(txtConfirm, 3, 1);
+    ctlStrength = new StrengthMeter(txtPasw);
+    // Under the new password, as wide as the form.
+    grid->addWidget(ctlStrength, 2, 0, 1, 2);
+    grid->addWidget(lblHint, 4, 1);
+    grid->addWidget(chkLoadAfterAdd, 5, 0, 1, 2);
     grid->setColumnStretch(1, 1);
     auto* buttons = DialogButtonRow({cmdAddUser, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addLayout(buttons);
-    setMinimumWidth(400);
+    setMinimumWidth(440);
 
     connect(cmdAddUser, &QPushButton::clicked, this, &frmAddUser::cmdAddUser_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);
+    connect(txtNewUsName, &QLineEdit::textChanged, this,
+            [this](const QString& name) { ctlStrength->SetUserWords({name}); });
     // Enter in the confirmation field creates the user (the default button does).
     ShowFormLang();
     ApplyDialogOnTop(this);
@@ -77,6 +84,7 @@ void frmAddUser::ShowFormLang() {
     chkLoadAfterAdd->setText(Texts(183));
     cmdAddUser->setText(Texts(184));
     cmdCancel->setText(Texts(185));
+    ctlStrength->ShowFormLang();
 }
 
 void frmAddUser::cmdAddUser_Click() {
@@ -84,6 +92,11 @@ void frmAddUser::cmdAddUser_Click() {
     const QString name = txtNewUsName->text();
     if (name.isEmpty()) {
         MsgBox(Texts(6), vbCritical);
+        return;
+    }
+    // The name becomes a file name in the databases folder: nothing that leaves it.
+    if (!IsValidUserName(name)) {
+        MsgBox(Texts(304), vbCritical);
         return;
     }
     if (txtPasw->text() != txtConfirm->text()) {

@@ -6,6 +6,7 @@ class QCheckBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
+class StrengthMeter;
 
 // A new user: name, password twice, optionally opened at once.
 class frmAddUser : public QDialog {
@@ -17,6 +18,7 @@ public:
     QLabel *lblNameCap, *lblPaswCap, *lblConfirmCap, *lblHint;
     QLineEdit *txtNewUsName, *txtPasw, *txtConfirm;
     QCheckBox* chkLoadAfterAdd;
+    StrengthMeter* ctlStrength;
     QPushButton *cmdAddUser, *cmdCancel;
 
 public slots:

@@ -5,6 +5,7 @@
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
 #include "users/UserAccounts.h"
+#include "users/guiStrengthMeter.h"
 
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -45,15 +46,19 @@ frmChangeUsPasw::frmChangeUsPasw(QWidget* parent) : QDialog(parent) {
     grid->addWidget(lblUserName, 0, 1);
     grid->addWidget(lblPaswCap, 1, 0);
     grid->addWidget(txtPassword, 1, 1);
-    grid->addWidget(lblConfirmCap, 2, 0);
-    grid->addWidget(txtConfirm, 2, 1);
-    grid->addWidget(lblHint, 3, 1);
+    grid->addWidget(lblConfirmCap, 3, 0);
+    grid->addWidget(txtConfirm, 3, 1);
+    ctlStrength = new StrengthMeter(txtPassword);
+    ctlStrength->SetUserWords({CurUser});
+    // Under the new password, as wide as the form.
+    grid->addWidget(ctlStrength, 2, 0, 1, 2);
+    grid->addWidget(lblHint, 4, 1);
     grid->setColumnStretch(1, 1);
     auto* buttons = DialogButtonRow({cmdOk, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addLayout(buttons);
-    setMinimumWidth(400);
+    setMinimumWidth(440);
 
     connect(cmdOk, &QPushButton::clicked, this, &frmChangeUsPasw::cmdOk_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);
@@ -70,6 +75,7 @@ void frmChangeUsPasw::ShowFormLang() {
     lblHint->setText(Texts(196));
     cmdOk->setText(Texts(197));
     cmdCancel->setText(Texts(198));
+    ctlStrength->ShowFormLang();
 }
 
 void frmChangeUsPasw::cmdOk_Click() {

@@ -5,6 +5,7 @@
 class QLabel;
 class QLineEdit;
 class QPushButton;
+class StrengthMeter;
 
 // A new password for the current user, saved with the new key at once.
 class frmChangeUsPasw : public QDialog {
@@ -15,6 +16,7 @@ public:
 
     QLabel *lblUserCap, *lblUserName, *lblPaswCap, *lblConfirmCap, *lblHint;
     QLineEdit *txtPassword, *txtConfirm;
+    StrengthMeter* ctlStrength;
     QPushButton *cmdOk, *cmdCancel;
 
 public slots:

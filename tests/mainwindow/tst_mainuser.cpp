@@ -38,6 +38,7 @@ private slots:
         SetActivityClock(fakeClock);
         LastCursorPos = QPoint(); // as at start
         LastKbdState = {};
+        LastInputEvents = 0;
     }
     void cleanup() { SetActivityClock(nullptr); }
 

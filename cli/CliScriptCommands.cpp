@@ -1,0 +1,251 @@
+// argentpm for scripts: single fields, JSON output and the record fields of 'edit'.
+
+#include "cli/CliScript.h"
+#include "cli/CliShared.h"
+
+#include "app/ProgConfig.h"
+#include "app/VbConv.h"
+#include "diagnostics/Trace.h"
+#include "maintenance/RestoreBackup.h"
+#include "records/PaswGenerator.h"
+#include "records/RecordSearch.h"
+#include "records/RecordTree.h"
+#include "storage/clsDatabase.h"
+#include "users/PaswStrength.h"
+#include "users/UsDBTree.h"
+#include "users/UserAccounts.h"
+
+#include <QDateTime>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <sodium.h>
+
+#include <climits>
+#include <cstdio>
+#include <unistd.h>
+
+namespace cli {
+
+namespace {
+
+const QStringList kFields{QStringLiteral("title"), QStringLiteral("login"), QStringLiteral("password"),
+                          QStringLiteral("description")};
+
+int printJson(const QJsonObject& Obj) {
+    QByteArray out = QJsonDocument(Obj).toJson(QJsonDocument::Indented);
+    writeOut(out);
+    sodium_memzero(out.data(), static_cast<std::size_t>(out.size()));
+    return cliOk;
+}
+
+QJsonValue idValue(const QString& IndNum) {
+    return static_cast<qint64>(Val(IndNum));
+}
+
+QString typeName(const QString& Type) {
+    return Val(Type) == 2.0 ? QStringLiteral("record") : QStringLiteral("folder");
+}
+
+} // namespace
+
+bool wantJson(const CliOptions& Opt) {
+    return Opt.Given.contains(QStringLiteral("--json"));
+}
+
+QString fieldColumn(const QString& Field) {
+    const QString f = Field.toLower();
+    if (f == QLatin1String("title"))
+        return QStringLiteral("Title");
+    if (f == QLatin1String("login"))
+        return QStringLiteral("Login");
+    if (f == QLatin1String("password"))
+        return QStringLiteral("Password");
+    if (f == QLatin1String("description"))
+        return QStringLiteral("Description");
+    return QString();
+}
+
+int checkFieldOption(const CliOptions& Opt, const char* Command) {
+    if (!Opt.Given.contains(QStringLiteral("--field")))
+        return cliOk;
+    if (fieldColumn(Opt.Given.value(QStringLiteral("--field"))).isEmpty()) {
+        say(QStringLiteral("--field takes one of %1. Try 'argentpm %2 --help'.")
+                .arg(kFields.join(QStringLiteral(", ")), QLatin1String(Command)));
+        return cliUsage;
+    }
+    if (wantJson(Opt)) {
+        say(QStringLiteral("--field and --json exclude each other. Try 'argentpm %1 --help'.")
+                .arg(QLatin1String(Command)));
+        return cliUsage;
+    }
+    return cliOk;
+}
+
+int printUsersJson(const QStringList& Users) {
+    TRACE_PROC("modCli.PrintUsersJson", Users);
+    return printJson({{QStringLiteral("databases"), ProgConfig[5]},
+                      {QStringLiteral("users"), QJsonArray::fromStringList(Users)}});
+}
+
+int printLsJson(int Tbl) {
+    TRACE_PROC("modCli.PrintLsJson", Tbl);
+    const TableEntry& t = CurUsDB->DBView().Tables[Tbl - 1];
+    const int fId = CurUsDB->FindField(Tbl, QStringLiteral("IndNum")) - 1;
+    const int fParent = CurUsDB->FindField(Tbl, QStringLiteral("Parent")) - 1;
+    const int fTitle = CurUsDB->FindField(Tbl, QStringLiteral("Title")) - 1;
+    QJsonArray items;
+    for (const UsTreeNode& n : UsDBTreeOrder(*CurUsDB)) {
+        const QStringList& r = t.Records[n.RecNum - 1];
+        items.append(QJsonObject{
+            {QStringLiteral("id"), idValue(r.value(fId))},
+            {QStringLiteral("parent"), idValue(r.value(fParent))},
+            {QStringLiteral("type"), n.Folder ? QStringLiteral("folder") : QStringLiteral("record")},
+            {QStringLiteral("depth"), n.Depth},
+            {QStringLiteral("title"), r.value(fTitle)}});
+    }
+    return printJson({{QStringLiteral("user"), CurUser},
+                      {QStringLiteral("root"), CurUsDB->Tag()},
+                      {QStringLiteral("items"), items}});
+}
+
+int printShowJson(int Tbl, int Rec) {
+    TRACE_PROC("modCli.PrintShowJson", Tbl, Rec);
+    auto v = [&](const char* Col) { return CurUsDB->GetTblFldValNm(Tbl, Rec, QLatin1String(Col)); };
+    QJsonObject o{{QStringLiteral("id"), idValue(v("IndNum"))},
+                  {QStringLiteral("parent"), idValue(v("Parent"))},
+                  {QStringLiteral("type"), typeName(v("Type"))},
+                  {QStringLiteral("title"), v("Title")},
+                  {QStringLiteral("login"), v("Login")},
+                  {QStringLiteral("password"), v("Password")},
+                  {QStringLiteral("description"), v("Description")}};
+    return printJson(o);
+}
+
+int printField(int Tbl, int Rec, const QString& Field) {
+    TRACE_PROC("modCli.PrintField", Tbl, Rec, Field);
+    QByteArray out = CurUsDB->GetTblFldValNm(Tbl, Rec, fieldColumn(Field)).toUtf8();
+    // The value alone: a script reads it as it is, with one line end after it when
+    // standard output is a terminal.
+    if (isatty(1))
+        out.append('\n');
+    writeOut(out);
+    sodium_memzero(out.data(), static_cast<std::size_t>(out.size()));
+    return cliOk;
+}
+
+int printFindJson(const QString& Text, const QList<FoundRow>& Found) {
+    TRACE_PROC("modCli.PrintFindJson", Text);
+    QJsonArray matches;
+    for (const FoundRow& f : Found)
+        matches.append(
+            QJsonObject{{QStringLiteral("id"), idValue(f.IndNum)}, {QStringLiteral("title"), f.Title}});
+    printJson({{QStringLiteral("user"), CurUser},
+               {QStringLiteral("text"), Text},
+               {QStringLiteral("matches"), matches}});
+    return Found.isEmpty() ? cliNoRecord : cliOk;
+}
+
+int printBackupsJson(const QStringList& Items) {
+    TRACE_PROC("modCli.PrintBackupsJson", Items);
+    QJsonArray copies;
+    for (const QString& item : Items) {
+        const QString file = BackupFileFromItem(item);
+        const QDateTime written = QFileInfo(BackupFolderPath() + file).lastModified();
+        copies.append(QJsonObject{{QStringLiteral("file"), file},
+                                  {QStringLiteral("user"), BackupUserFromItem(item)},
+                                  {QStringLiteral("written"), written.toString(Qt::ISODate)}});
+    }
+    return printJson({{QStringLiteral("folder"), BackupFolderPath()}, {QStringLiteral("backups"), copies}});
+}
+
+void reportStrength(const QString& Pasw, const QString& UserName) {
+    TRACE_PROC("modCli.ReportStrength", HIDDEN(Pasw), UserName);
+    static const char* const levels[] = {"very weak", "weak", "fair", "strong", "very strong"};
+    const PaswStrength s = EstimatePaswStrength(Pasw, {UserName});
+    std::fprintf(stderr, "Password strength: %s (%.0f bits); it %s.\n", levels[s.Level], s.Bits,
+                 GuessTimeEnglish(s).toUtf8().constData());
+    if (s.Weak)
+        std::fprintf(
+            stderr,
+            "argentpm: warning: this password is weak. Anyone with a copy of the file can test guesses "
+            "offline at high speed; %.0f bits or more (several unrelated words, say) keep it out of "
+            "reach.\n",
+            kWeakPaswBits);
+}
+
+bool editsFields(const CliOptions& Opt) {
+    for (const char* o : {"--title", "--login", "--desc", "--generate", "--ask-password"})
+        if (Opt.Given.contains(QLatin1String(o)))
+            return true;
+    return false;
+}
+
+int checkFieldEdits(const CliOptions& Opt) {
+    const bool generate = Opt.Given.contains(QStringLiteral("--generate"));
+    if (generate && Opt.Given.contains(QStringLiteral("--ask-password"))) {
+        say(QStringLiteral("--generate and --ask-password exclude each other. Try 'argentpm edit --help'."));
+        return cliUsage;
+    }
+    if (generate) {
+        const QString l = Opt.Given.value(QStringLiteral("--generate"));
+        if (Val(l) < 1 || Val(l) > INT_MAX) {
+            say(QStringLiteral("--generate needs a length from 1 to %1. Try 'argentpm edit --help'.")
+                    .arg(INT_MAX));
+            return cliUsage;
+        }
+    }
+    return cliOk;
+}
+
+int applyFieldEdits(const CliOptions& Opt, const QString& Id, int Rec) {
+    TRACE_PROC("modCli.ApplyFieldEdits", Id, Rec);
+    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    const bool record = Val(CurUsDB->GetTblFldValNm(tbl, Rec, QStringLiteral("Type"))) == 2.0;
+    const bool recordOnly = Opt.Given.contains(QStringLiteral("--login")) ||
+                            Opt.Given.contains(QStringLiteral("--desc")) ||
+                            Opt.Given.contains(QStringLiteral("--generate")) ||
+                            Opt.Given.contains(QStringLiteral("--ask-password"));
+    if (!record && recordOnly) {
+        say(QStringLiteral("%1 is a folder: it has only a title").arg(Id));
+        return cliRefused;
+    }
+    QString pasw;
+    bool setPasw = false;
+    if (Opt.Given.contains(QStringLiteral("--generate"))) {
+        pasw = GeneratePassword(PaswLengthFromText(Opt.Given.value(QStringLiteral("--generate"))));
+        setPasw = true;
+    } else if (Opt.Given.contains(QStringLiteral("--ask-password"))) {
+        if (int rc = askSecret(Opt, "New password of the record: ", pasw))
+            return rc;
+        if (!Opt.PaswStdin) {
+            QString again;
+            if (int rc = askSecret(Opt, "Repeat it: ", again))
+                return rc;
+            const bool same = again == pasw;
+            WipeString(again);
+            if (!same) {
+                WipeString(pasw);
+                say(QStringLiteral("the two passwords differ; nothing was changed"));
+                return cliRefused;
+            }
+        }
+        setPasw = true;
+    }
+    const QString ind = QStringLiteral("IndNum");
+    if (Opt.Given.contains(QStringLiteral("--title")))
+        ChangeDataTableField(ind, Id, QStringLiteral("Title"), Opt.Given.value(QStringLiteral("--title")));
+    if (Opt.Given.contains(QStringLiteral("--login")))
+        ChangeDataTableField(ind, Id, QStringLiteral("Login"), Opt.Given.value(QStringLiteral("--login")));
+    if (Opt.Given.contains(QStringLiteral("--desc")))
+        ChangeDataTableField(ind, Id, QStringLiteral("Description"),
+                             Opt.Given.value(QStringLiteral("--desc")));
+    if (setPasw)
+        ChangeDataTableField(ind, Id, QStringLiteral("Password"), pasw);
+    WipeString(pasw);
+    return cliOk;
+}
+
+} // namespace cli
