@@ -19,6 +19,10 @@ enum MsgBoxStyle {
 };
 enum MsgBoxResult { vbOK = 1, vbCancel = 2, vbYes = 6, vbNo = 7 };
 
+// The program's title: the caption of a message box that names no other, and the tray
+// icon's tip.
+inline constexpr const char* kProgramTitle = "Argent Password Manager";
+
 using MsgBoxHandler = std::function<int(const QString& Prompt, int Style, const QString& Title)>;
 
 int MsgBox(const QString& Prompt, int Style = vbOKOnly, const QString& Title = {});

@@ -18,6 +18,7 @@ namespace {
 const bool g_registered = [] {
     argent::diag::registerGlobal("ProgConfig", &ProgConfig);
     argent::diag::registerGlobal("ProgCfgPath", &ProgCfgPath);
+    argent::diag::registerModuleVar("modMain", "ProgCfgPath", &ProgCfgPath);
     return true;
 }();
 
@@ -63,6 +64,8 @@ int LoadConfig(const QString& FPath, StrMass& pOptions) {
     // A final line end does not start another line.
     if (!lines.isEmpty() && lines.last().isEmpty())
         lines.removeLast();
+    const qsizetype LineCount = lines.size();
+    TRACE_LOCAL(LineCount);
     for (QString& line : lines) {
         if (line.endsWith(u'\r'))
             line.chop(1);
@@ -76,7 +79,9 @@ int LoadConfig(const QString& FPath, StrMass& pOptions) {
 int SaveConfig(const QString& FPath) {
     TRACE_PROC("modMain.SaveConfig", FPath);
     QByteArray out;
-    for (int i = ProgConfig.LBound; i <= ProgConfig.UBound(); ++i) {
+    int i = ProgConfig.LBound;
+    TRACE_LOCAL(i);
+    for (; i <= ProgConfig.UBound(); ++i) {
         out += ProgConfig[i].toUtf8();
         out += "\r\n";
     }
@@ -89,6 +94,7 @@ int CreateConfig(const QString& UsFoldPath, const QString& CfgPath) {
     TRACE_PROC("modMain.CreateConfig", UsFoldPath, CfgPath);
     LoadConfig(Pt(AppPath()) + QStringLiteral("start.dat"), ProgConfig);
     const QString dbFolder = Pt(UsFoldPath) + QStringLiteral("DataBases");
+    TRACE_LOCAL(dbFolder);
     if (!FileExist(dbFolder)) {
         QDir().mkpath(dbFolder);
         QFile::setPermissions(dbFolder, kPrivateDir);
@@ -105,12 +111,14 @@ void ChooseConfiguration() {
     TRACE_PROC("modMain.ChooseConfiguration");
     ProgConfig.Reset();
     const QString portable = Pt(AppPath()) + QStringLiteral("config.dat");
+    TRACE_LOCAL(portable);
     if (FileExist(portable)) {
         LoadConfig(portable, ProgConfig);
         ProgCfgPath = portable;
         return;
     }
     const QString usFolder = UserFolderPath();
+    TRACE_LOCAL(usFolder);
     if (!FileExist(usFolder)) {
         QDir().mkpath(usFolder);
         QFile::setPermissions(usFolder, kPrivateDir);

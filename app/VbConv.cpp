@@ -118,7 +118,7 @@ bool plainInteger(const QString& Text, double& Out) {
     return true;
 }
 
-double parseWhole(const QString& Text) {
+double parseWhole(const QString& Text, std::source_location Loc) {
     double fast;
     if (plainInteger(Text, fast))
         return fast;
@@ -130,7 +130,7 @@ double parseWhole(const QString& Text) {
     qsizetype i = 0;
     auto v = readNumber(t, i, false);
     if (!v || i != t.size())
-        RaiseError(vbErrTypeMismatch);
+        RaiseError(vbErrTypeMismatch, {}, Loc);
     return *v;
 }
 
@@ -162,39 +162,36 @@ double RoundHalfEven(double Value) {
     return std::nearbyint(Value);
 }
 
-int CLng(double Value) {
-    TRACE_PROC("modConv.CLng", Value);
+// The conversions below are operators of the language rather than procedures: they
+// open no frame, and an error they raise belongs to the caller's procedure and line.
+int CLng(double Value, std::source_location Loc) {
     if (std::isnan(Value))
-        RaiseError(vbErrOverflow);
+        RaiseError(vbErrOverflow, {}, Loc);
     double r = RoundHalfEven(Value);
     if (r < -2147483648.0 || r > 2147483647.0)
-        RaiseError(vbErrOverflow);
+        RaiseError(vbErrOverflow, {}, Loc);
     return static_cast<int>(r);
 }
 
-int CLng(const QString& Text) {
-    TRACE_PROC("modConv.CLng", Text);
-    return CLng(parseWhole(Text));
+int CLng(const QString& Text, std::source_location Loc) {
+    return CLng(parseWhole(Text, Loc), Loc);
 }
 
-short CInt(double Value) {
-    TRACE_PROC("modConv.CInt", Value);
+short CInt(double Value, std::source_location Loc) {
     if (std::isnan(Value))
-        RaiseError(vbErrOverflow);
+        RaiseError(vbErrOverflow, {}, Loc);
     double r = RoundHalfEven(Value);
     if (r < -32768.0 || r > 32767.0)
-        RaiseError(vbErrOverflow);
+        RaiseError(vbErrOverflow, {}, Loc);
     return static_cast<short>(r);
 }
 
-short CInt(const QString& Text) {
-    TRACE_PROC("modConv.CInt", Text);
-    return CInt(parseWhole(Text));
+short CInt(const QString& Text, std::source_location Loc) {
+    return CInt(parseWhole(Text, Loc), Loc);
 }
 
-bool CBool(const QString& Text) {
-    TRACE_PROC("modConv.CBool", Text);
-    return parseWhole(Text) != 0.0;
+bool CBool(const QString& Text, std::source_location Loc) {
+    return parseWhole(Text, Loc) != 0.0;
 }
 
 QString CStr(double Value) {
@@ -207,9 +204,8 @@ QString CStr(int Value) {
     return QString::number(Value);
 }
 
-double VbDiv(double Dividend, double Divisor) {
-    TRACE_PROC("modConv.VbDiv", Dividend, Divisor);
+double VbDiv(double Dividend, double Divisor, std::source_location Loc) {
     if (Divisor == 0.0)
-        RaiseError(vbErrDivByZero);
+        RaiseError(vbErrDivByZero, {}, Loc);
     return Dividend / Divisor;
 }

@@ -13,16 +13,21 @@
 
 #include <QString>
 
+#include <source_location>
+
 double Val(const QString& Text);
-int CLng(const QString& Text);
-int CLng(double Value);
-short CInt(const QString& Text);
-short CInt(double Value);
-bool CBool(const QString& Text);
+// CLng, CInt, CBool and VbDiv work like operators: an error they raise is reported as the
+// calling procedure's, at the caller's line.
+using SrcLoc = std::source_location;
+int CLng(const QString& Text, SrcLoc Loc = SrcLoc::current());
+int CLng(double Value, SrcLoc Loc = SrcLoc::current());
+short CInt(const QString& Text, SrcLoc Loc = SrcLoc::current());
+short CInt(double Value, SrcLoc Loc = SrcLoc::current());
+bool CBool(const QString& Text, SrcLoc Loc = SrcLoc::current());
 QString CStr(double Value);
 QString CStr(int Value);
 // Rounds half to even, as the integer conversions do.
 double RoundHalfEven(double Value);
 // Floating-point division that, like every division in the program's run-time, treats a
 // zero divisor as error 11 "Division by zero" instead of producing an infinity.
-double VbDiv(double Dividend, double Divisor);
+double VbDiv(double Dividend, double Divisor, SrcLoc Loc = SrcLoc::current());

@@ -28,7 +28,7 @@ bool ArgentApplication::notify(QObject* receiver, QEvent* event) {
 int GuiMsgBox(const QString& Prompt, int Style, const QString& Title) {
     QMessageBox box;
     box.setText(Prompt);
-    box.setWindowTitle(Title.isEmpty() ? QApplication::applicationDisplayName() : Title);
+    box.setWindowTitle(Title.isEmpty() ? QString::fromUtf8(kProgramTitle) : Title);
     switch (Style & 0x70) {
     case vbCritical:
         box.setIcon(QMessageBox::Critical);

@@ -32,6 +32,10 @@ namespace {
 QString g_appPath;
 QString g_exePath;
 std::unique_ptr<QLockFile> g_instanceLock;
+const bool g_registered = [] {
+    argent::diag::registerModuleVar("modMain", "AppPath", &g_appPath);
+    return true;
+}();
 
 bool makePrivateDir(const QString& path) {
     if (!QDir().mkpath(path))
@@ -109,6 +113,7 @@ bool FileExist(const QString& FileName) {
 QString GetWindowsTemp() {
     TRACE_PROC("modMain.GetWindowsTemp");
     QString base = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    TRACE_LOCAL(base);
     if (base.isEmpty() || !QFileInfo(base).isDir() || !QFileInfo(base).isWritable())
         base = QDir::tempPath();
     static QString fresh;
@@ -161,6 +166,7 @@ QString TempFolderProblem() {
 QString StripNulls(QString& OriginalStr) {
     TRACE_PROC("modMain.StripNulls", OriginalStr);
     const qsizetype at = OriginalStr.indexOf(QChar(0));
+    TRACE_LOCAL(at);
     if (at >= 0)
         OriginalStr.truncate(at);
     return OriginalStr;
@@ -269,4 +275,13 @@ bool Main(const std::function<void()>& CreateProgramObjects) {
     if (CreateProgramObjects)
         CreateProgramObjects();
     return true;
+}
+
+QString ReadmePath(const QString& Folder, const QString& Language) {
+    TRACE_PROC("modMain.ReadmePath", Folder, Language);
+    const QString own = Pt(Folder) + QStringLiteral("readme.") + Language + QStringLiteral(".txt");
+    TRACE_LOCAL(own);
+    if (!Language.isEmpty() && !Language.contains(u'/') && QFileInfo(own).isFile())
+        return own;
+    return Pt(Folder) + QStringLiteral("readme.txt");
 }

@@ -30,6 +30,9 @@ void RemoveNullChar(QString& Text);
 // relative to the executable first (a package moved as a whole) and then at the prefix
 // the program was built for.
 QString AppPath();
+// The help file of the program folder Folder for a language: "readme.<Language>.txt" when
+// it exists, else "readme.txt".
+QString ReadmePath(const QString& Folder, const QString& Language);
 // Points the program folder elsewhere (tests, and the portable-copy check).
 void SetAppPath(const QString& Path);
 // The folder of the running executables (ArgentPasswordMngr and argentpm).

@@ -62,6 +62,7 @@ int askNewSecret(const CliOptions& Opt, QString& Out) {
         if (int rc = askSecret(Opt, "Repeat the new password: ", again))
             return rc;
         const bool same = again == Out;
+        TRACE_LOCAL(same);
         WipeString(again);
         if (!same) {
             WipeString(Out);
@@ -127,6 +128,7 @@ int saveFailure(int SaveResult) {
 int openUser(const CliOptions& Opt, const QString& Name) {
     TRACE_PROC("modCli.OpenUser", Name);
     const QString path = UsDBFilePath(Name);
+    TRACE_LOCAL(path);
     const QFileInfo fi(path);
     if (Name.isEmpty() || !fi.isFile()) {
         say(QStringLiteral("there is no user %1 in %2")
@@ -141,6 +143,7 @@ int openUser(const CliOptions& Opt, const QString& Name) {
     if (int rc = askSecret(Opt, "Password: ", typed))
         return rc;
     QString md5 = HashString(typed);
+    TRACE_LOCAL(md5);
     WipeString(typed);
     const int test = TestUsPasw(path, md5);
     if (test == 4) {
@@ -158,6 +161,7 @@ int openUser(const CliOptions& Opt, const QString& Name) {
     }
     CurUsDB = std::make_shared<clsDatabase>();
     const int r = LoadUser(path, GetTruePasw(md5));
+    TRACE_LOCAL(r);
     if (r < 0) {
         WipeString(md5);
         if (r == -9) {
@@ -200,6 +204,7 @@ int dataTable(int& Tbl) {
 void appendOneLine(QByteArray& Out, const QString& Text) {
     TRACE_PROC("modCli.AppendOneLine", Text);
     bool plain = true;
+    TRACE_LOCAL_HIDDEN(plain);
     for (QChar ch : Text)
         if (ch == u'\r' || ch == u'\n' || ch == u'\t')
             plain = false;
@@ -208,6 +213,7 @@ void appendOneLine(QByteArray& Out, const QString& Text) {
         return;
     }
     QString t = Text;
+    TRACE_LOCAL(t);
     for (QChar& ch : t)
         if (ch == u'\r' || ch == u'\n' || ch == u'\t')
             ch = u' ';
@@ -299,6 +305,7 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
         return cliRefused;
     }
     const QString path = UsDBFilePath(name);
+    TRACE_LOCAL(path);
     if (FileExist(path)) {
         say(QStringLiteral("user %1 exists already").arg(quoted(name)));
         return cliRefused;
@@ -359,6 +366,7 @@ int CmdPasswd(const CliOptions& Opt, const QStringList& Args) {
         return rc;
     reportStrength(pasw, Args[0]);
     const int r = ChangeUsPasw(pasw);
+    TRACE_LOCAL(r);
     WipeString(pasw);
     if (r == usWriteFailed) {
         say(QStringLiteral("the file of user %1 could not be written; it still opens with the old password")
@@ -378,6 +386,7 @@ int CmdDeleteUser(const CliOptions& Opt, const QStringList& Args) {
         return cliUsage;
     }
     const QString path = UsDBFilePath(Args[0]);
+    TRACE_LOCAL(path);
     if (Args[0].isEmpty() || !QFileInfo(path).isFile()) {
         say(QStringLiteral("there is no user %1 in %2").arg(quoted(Args[0]), ProgConfig[5]));
         return cliNoUser;
@@ -417,9 +426,12 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
     const DatabaseRecord& db = CurUsDB->DBView();
     const TableEntry& t = db.Tables[tbl - 1];
     const int fId = CurUsDB->FindField(tbl, QStringLiteral("IndNum")) - 1;
+    TRACE_LOCAL(fId);
     const int fTitle = CurUsDB->FindField(tbl, QStringLiteral("Title")) - 1;
+    TRACE_LOCAL(fTitle);
     const QList<UsTreeNode> nodes = UsDBTreeOrder(*CurUsDB);
     int width = 1;
+    TRACE_LOCAL(width);
     for (const UsTreeNode& n : nodes)
         width = std::max<int>(width, static_cast<int>(t.Records[n.RecNum - 1].value(fId).size()));
     QByteArray out;
@@ -445,6 +457,7 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
 int CmdShow(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdShow", Args);
     bool isNum = false;
+    TRACE_LOCAL(isNum);
     if (Args.size() == 2)
         Args[1].toInt(&isNum);
     if (Args.size() != 2 || !isNum) {
@@ -459,7 +472,9 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
     if (int rc = dataTable(tbl))
         return rc;
     const QString id = QString::number(Args[1].toInt());
+    TRACE_LOCAL(id);
     const int rec = CurUsDB->GetRecNumFromVal(tbl, CurUsDB->FindField(tbl, QStringLiteral("IndNum")), id, 1);
+    TRACE_LOCAL(rec);
     if (rec == 0) {
         say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(Args[0]), id));
         return cliNoRecord;
@@ -477,8 +492,10 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
             continue;
         const QByteArray caption = fields.FldNames[f].toUtf8() + ": ";
         QString value = CurUsDB->GetTblFldVal(tbl, rec, static_cast<int>(f + 1));
+        TRACE_LOCAL(value);
         value.replace(QLatin1String("\r\n"), QLatin1String("\n"));
         const QStringList lines = value.split(u'\n');
+        TRACE_LOCAL(lines);
         out += caption + lines.first().toUtf8() + '\n';
         for (qsizetype k = 1; k < lines.size(); ++k)
             out += QByteArray(caption.size(), ' ') + lines[k].toUtf8() + '\n';

@@ -72,7 +72,9 @@ int CmdBackup(const CliOptions& Opt, const QStringList& Args) {
     // The number of copies to keep must be a number (the "n" of switched-off backups
     // aside) before anything is touched.
     const QString copies = ProgConfig.UBound() >= 13 ? ProgConfig[13] : QString();
+    TRACE_LOCAL(copies);
     bool ok = false;
+    TRACE_LOCAL(ok);
     (copies.startsWith(u'n') ? copies.mid(1) : copies).trimmed().toInt(&ok);
     if (!ok) {
         say(QStringLiteral("the settings' number of backup copies (entry 13) is %1, which is not a number; "
@@ -117,9 +119,11 @@ int CmdRestore(const CliOptions& Opt, const QStringList& Args) {
     if (Args.size() != 1)
         return usage("restore", QStringLiteral("'restore' takes the file name of one backup copy"));
     const QString name = BackupFileFromItem(Args[0]);
+    TRACE_LOCAL(name);
     if (int rc = existingCopy(name))
         return rc;
     const QString user = BackupUserFromItem(name);
+    TRACE_LOCAL(user);
     if (user.isEmpty() || user == name) {
         say(QStringLiteral("%1 names no user before its \"_\"").arg(quoted(name)));
         return cliRefused;
@@ -154,6 +158,7 @@ int CmdDeleteBackup(const CliOptions& Opt, const QStringList& Args) {
         return usage("delete-backup",
                      QStringLiteral("'delete-backup' takes the file name of one backup copy"));
     const QString name = BackupFileFromItem(Args[0]);
+    TRACE_LOCAL(name);
     if (int rc = existingCopy(name))
         return rc;
     if (!confirmed(Opt, QStringLiteral("Delete the backup copy %1 for good?").arg(quoted(name)))) {
@@ -170,6 +175,7 @@ int CmdInstallPortable(const CliOptions&, const QStringList& Args) {
     if (Args.size() != 1 || Args[0].isEmpty())
         return usage("install-portable", QStringLiteral("'install-portable' takes one target folder"));
     const QString target = QDir(Args[0]).absolutePath();
+    TRACE_LOCAL(target);
     for (const QString& f : PortableRequiredFiles()) {
         // The programs are beside argentpm, start.dat in the program folder (the same
         // folder but for an installed copy).

@@ -137,6 +137,7 @@ int CmdMkdir(const CliOptions& Opt, const QStringList& Args) {
     if (int rc = existingFolder(parent))
         return rc;
     const QString id = GetNewIndNum(*CurUsDB);
+    TRACE_LOCAL(id);
     AddFolderToDB(Args[2], parent.toInt(), id);
     if (int rc = saveCurrent())
         return rc;
@@ -152,12 +153,16 @@ int CmdAdd(const CliOptions& Opt, const QStringList& Args) {
     if (!Opt.Given.contains(QStringLiteral("--title")))
         return usage("add", QStringLiteral("a record needs a title: --title TEXT"));
     const bool generate = Opt.Given.contains(QStringLiteral("--generate"));
+    TRACE_LOCAL(generate);
     const bool ask = Opt.Given.contains(QStringLiteral("--ask-password"));
+    TRACE_LOCAL(ask);
     if (generate && ask)
         return usage("add", QStringLiteral("--generate and --ask-password exclude each other"));
     int length = 0;
+    TRACE_LOCAL(length);
     if (generate) {
         const QString l = Opt.Given.value(QStringLiteral("--generate"));
+        TRACE_LOCAL(l);
         if (Val(l) < 1 || Val(l) > INT_MAX)
             return usage("add", QStringLiteral("--generate needs a length from 1 to %1").arg(INT_MAX));
         length = PaswLengthFromText(l);
@@ -244,6 +249,7 @@ int CmdRm(const CliOptions& Opt, const QStringList& Args) {
                                                   QStringLiteral("Title"));
     if (!Opt.Yes) {
         const QString what = isRecordRow(rec) ? QStringLiteral("record") : QStringLiteral("folder");
+        TRACE_LOCAL(what);
         const QString q =
             QStringLiteral("Delete %1 %2 %3 with everything in it?").arg(what, id, quoted(title));
         if (!AskYesOnTty(q)) {
@@ -252,6 +258,7 @@ int CmdRm(const CliOptions& Opt, const QStringList& Args) {
         }
     }
     const int n = DelRecordTreeFromDataTable(QStringLiteral("IndNum"), id, QStringLiteral("Parent"));
+    TRACE_LOCAL(n);
     if (int rc = saveCurrent())
         return rc;
     std::printf("Deleted %d folder%s and record%s.\n", n, n == 1 ? "" : "s", n == 1 ? "" : "s");
@@ -264,6 +271,7 @@ int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
     if (Args.size() != 2 || !parseId(Args[1], id))
         return usage("edit", QStringLiteral("'edit' takes a user name and an identifier"));
     const bool color = Opt.Given.contains(QStringLiteral("--color"));
+    TRACE_LOCAL(color);
     const bool bold = Opt.Given.contains(QStringLiteral("--bold"));
     const bool fields = editsFields(Opt);
     if (!color && !bold && !fields)
@@ -272,9 +280,11 @@ int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
     if (int rc = checkFieldEdits(Opt))
         return rc;
     int col = 0;
+    TRACE_LOCAL(col);
     if (color && !parseColor(Opt.Given.value(QStringLiteral("--color")), col))
         return usage("edit", QStringLiteral("--color takes a number (0x00BBGGRR) or #RRGGBB"));
     const QString b = Opt.Given.value(QStringLiteral("--bold"));
+    TRACE_LOCAL(b);
     if (bold && b != QLatin1String("on") && b != QLatin1String("off"))
         return usage("edit", QStringLiteral("--bold takes on or off"));
     if (int rc = openForChange(Opt, Args[0]))
@@ -316,6 +326,7 @@ int CmdFind(const CliOptions& Opt, const QStringList& Args) {
         return cliNoRecord;
     }
     int width = 1;
+    TRACE_LOCAL(width);
     for (const FoundRow& f : found)
         width = std::max(width, static_cast<int>(f.IndNum.size()));
     QByteArray out;
@@ -336,12 +347,14 @@ int CmdGenerate(const CliOptions&, const QStringList& Args) {
         return usage("generate", QStringLiteral("'generate' takes at most a length"));
     // Without a length, the one the generator dialog last used (settings entry 15).
     const QString text = Args.isEmpty() ? (ProgConfig.UBound() >= 15 ? ProgConfig[15] : QString()) : Args[0];
+    TRACE_LOCAL(text);
     if (Val(text) < 1 || Val(text) > INT_MAX)
         return usage("generate",
                      Args.isEmpty()
                          ? QStringLiteral("the settings hold no length; give one")
                          : QStringLiteral("the length must be a number from 1 to %1").arg(INT_MAX));
     QString pasw = GeneratePassword(PaswLengthFromText(text));
+    TRACE_LOCAL_HIDDEN(pasw);
     QByteArray out = pasw.toLatin1();
     WipeString(pasw);
     out.append('\n');

@@ -31,6 +31,7 @@ constexpr const char* kComponent = "ArgentPasswordMngr";
 
 struct Snapshot {
     bool pending = false;
+    bool errorSet = false; // the error globals were filled before the picture was taken
     std::string module, block, locals, moduleVars, params, stack, globals;
 };
 Snapshot g_snap;
@@ -233,6 +234,23 @@ void writeAll(int fd, const char* p, std::size_t n) {
     }
 }
 
+// The error globals as a crash leaves them, without allocating: the texts are put in
+// fixed buffers that the strings refer to.
+void setCrashErrorGlobals(int number, const char* desc) {
+    static char16_t descBuf[64];
+    static const char16_t source[] = u"vbcsExceptionFilter";
+    std::size_t n = 0;
+    while (desc[n] && n < 63) {
+        descBuf[n] = static_cast<unsigned char>(desc[n]);
+        ++n;
+    }
+    vbcsErrorNumber = number;
+    vbcsErrorLine = 0;
+    vbcsErrorDescription =
+        QString::fromRawData(reinterpret_cast<const QChar*>(descBuf), static_cast<qsizetype>(n));
+    vbcsErrorSource = QString::fromRawData(reinterpret_cast<const QChar*>(source), 19);
+}
+
 void crashHandler(int sig, siginfo_t* si, void*) {
     static volatile sig_atomic_t busy = 0;
     if (busy)
@@ -243,6 +261,7 @@ void crashHandler(int sig, siginfo_t* si, void*) {
     char unknown[24];
     const char* desc = exceptionNameC(code, unknown);
     FixedSink s(g_crashBuf, sizeof g_crashBuf);
+    setCrashErrorGlobals(ExceptionErrorNumber(code), desc);
 
     const char* full = "";
     FrameStack& st = frameStack();
@@ -259,7 +278,7 @@ void crashHandler(int sig, siginfo_t* si, void*) {
             if (top)
                 writeFrameLocals(s, *top);
         },
-        [&] { writeModuleVars(s, full, modLen); }, [&] { writeGlobals(s); },
+        [&] { writeModuleVars(s, full, modLen, top ? top->self : nullptr); }, [&] { writeGlobals(s); },
         [&] {
             if (top)
                 writeFrameParams(s, *top);
@@ -287,6 +306,7 @@ void onTerminate() {
 } // namespace
 
 void takeSnapshot(bool withLocals) {
+    g_snap.errorSet = false;
     TopName t = topFrameName();
     std::size_t modLen;
     const char* block;
@@ -301,7 +321,7 @@ void takeSnapshot(bool withLocals) {
             writeFrameLocals(loc, *top);
         writeFrameParams(par, *top);
     }
-    writeModuleVars(mod, g_snap.module.c_str(), g_snap.module.size());
+    writeModuleVars(mod, g_snap.module.c_str(), g_snap.module.size(), top ? top->self : nullptr);
     writeGlobals(glob);
     writeStack(stk);
     g_snap.locals = std::move(loc.str());
@@ -310,6 +330,10 @@ void takeSnapshot(bool withLocals) {
     g_snap.stack = std::move(stk.str());
     g_snap.globals = std::move(glob.str());
     g_snap.pending = true;
+}
+
+void markSnapshotErrorSet() {
+    g_snap.errorSet = true;
 }
 
 bool snapshotPending() {
@@ -362,12 +386,18 @@ QString ReportForCurrentException() {
     } catch (...) {
         desc = VbErrorText(vbErrInvalidCall);
     }
-    if (!g_snap.pending)
-        takeSnapshot(false);
     vbcsErrorNumber = number;
     vbcsErrorDescription = desc;
     vbcsErrorLine = line;
     vbcsErrorSource = source;
+    if (!g_snap.pending) {
+        takeSnapshot(false);
+    } else if (!g_snap.errorSet) {
+        // Taken while the exception unwound, before its number was known.
+        StringSink glob;
+        writeGlobals(glob);
+        g_snap.globals = std::move(glob.str());
+    }
 
     StringSink s;
     QByteArray d = desc.toUtf8();
@@ -433,11 +463,15 @@ QString VbErrorText(int Number) {
 }
 
 void RaiseError(int Number, const QString& Description, std::source_location Loc) {
-    takeSnapshot(true);
+    // The error globals first, so that the picture of the failure shows them.
     TopName t = topFrameName();
-    QString source = t.name[0] ? QString::fromUtf8(t.name) : vbcsComponentID;
-    throw VbError(Number, Description.isEmpty() ? VbErrorText(Number) : Description, source,
-                  static_cast<int>(Loc.line()));
+    vbcsErrorNumber = Number;
+    vbcsErrorDescription = Description.isEmpty() ? VbErrorText(Number) : Description;
+    vbcsErrorLine = static_cast<int>(Loc.line());
+    vbcsErrorSource = t.name[0] ? QString::fromUtf8(t.name) : vbcsComponentID;
+    takeSnapshot(true);
+    argent::diag::markSnapshotErrorSet();
+    throw VbError(Number, vbcsErrorDescription, vbcsErrorSource, vbcsErrorLine);
 }
 
 QString BuildErrorReport(int ErrNumber, const QString& ModName, const QString& BlockName,

@@ -105,6 +105,7 @@ constexpr int kTrappedExitCode = 70;
 // when a foreign exception unwinds through it.
 void takeSnapshot(bool withLocals);
 bool snapshotPending();
+void markSnapshotErrorSet();
 void clearSnapshot();
 
 // Path of ErrorReport.txt, cached for the crash handler (set when the log path is known).

@@ -4,10 +4,21 @@
 #include "diagnostics/FormatVariable.h"
 
 #include <array>
+#include <cstdint>
 
 namespace argent::diag {
 
 namespace {
+bool sameText(const char* a, const char* b) {
+    if (a == b)
+        return true;
+    if (!a || !b)
+        return false;
+    while (*a && *a == *b)
+        ++a, ++b;
+    return *a == *b;
+}
+
 // A fixed table, so that the crash handler can walk it without locks or allocation.
 constexpr int kMaxVars = 256;
 std::array<VarRef, kMaxVars> g_vars;
@@ -16,7 +27,7 @@ int g_varCount = 0;
 void add(VarRef v) {
     for (int i = 0; i < g_varCount; ++i) {
         // Registering the same variable again replaces the entry.
-        if (g_vars[i].name == v.name && g_vars[i].module == v.module) {
+        if (sameText(g_vars[i].name, v.name) && sameText(g_vars[i].module, v.module)) {
             g_vars[i] = v;
             return;
         }
@@ -34,10 +45,36 @@ VarRef make(const char* module, const char* name, VarRef::Kind k, const void* p)
     return v;
 }
 
+VarRef makeMember(const char* module, const char* name, VarRef::Kind k, const void* self,
+                  const void* member) {
+    VarRef v = make(module, name, k, nullptr);
+    v.member = true;
+    v.ptr = reinterpret_cast<const void*>(static_cast<const char*>(member) - static_cast<const char*>(self));
+    return v;
+}
+
 template <class Sink> void writeVar(Sink& s, const VarRef& v) {
     const std::size_t n = cLen(v.name);
     openTag(s, v.name, n, 0);
     switch (v.kind) {
+    case VarRef::Count:
+        putInt(s, v.count(v.ptr));
+        break;
+    case VarRef::Items: {
+        const long long c = v.count(v.ptr);
+        put(s, "\r\n");
+        for (long long k = 0; k < c; ++k) {
+            char tag[24];
+            FixedSink t(tag, sizeof tag);
+            put(t, "[");
+            putInt(t, k + 1);
+            put(t, "]");
+            openTag(s, tag, t.size(), 2);
+            putQString(s, *v.item(v.ptr, k));
+            closeTag(s, tag, t.size());
+        }
+        break;
+    }
     case VarRef::Int:
         putInt(s, *static_cast<const int*>(v.ptr));
         break;
@@ -139,13 +176,79 @@ void registerModuleHidden(const char* module, const char* name) {
     add(make(module, name, VarRef::Hidden, nullptr));
 }
 
+void registerModuleVar(const char* module, const char* name, const long long* p) {
+    add(make(module, name, VarRef::LongLong, p));
+}
+namespace {
+template <class T>
+void addOwned(const void* owner, const char* module, const char* name, VarRef::Kind k, const T* p) {
+    VarRef v = make(module, name, k, p);
+    v.owner = owner;
+    add(v);
+}
+} // namespace
+void registerOwned(const void* owner, const char* module, const char* name, const QString* p) {
+    addOwned(owner, module, name, VarRef::Str, p);
+}
+void registerOwned(const void* owner, const char* module, const char* name, const int* p) {
+    addOwned(owner, module, name, VarRef::Int, p);
+}
+void registerOwned(const void* owner, const char* module, const char* name, const bool* p) {
+    addOwned(owner, module, name, VarRef::Bool, p);
+}
+void registerOwnedCount(const void* owner, const char* module, const char* name, const void* p,
+                        long long (*count)(const void*)) {
+    VarRef v = make(module, name, VarRef::Count, p);
+    v.owner = owner;
+    v.count = count;
+    add(v);
+}
+void registerOwnedItems(const void* owner, const char* module, const char* name, const void* p,
+                        long long (*count)(const void*), const QString* (*item)(const void*, long long)) {
+    VarRef v = make(module, name, VarRef::Items, p);
+    v.owner = owner;
+    v.count = count;
+    v.item = item;
+    add(v);
+}
+void dropVars(const void* owner) {
+    int out = 0;
+    for (int i = 0; i < g_varCount; ++i)
+        if (g_vars[i].owner != owner)
+            g_vars[out++] = g_vars[i];
+    g_varCount = out;
+}
+void registerMember(const char* module, const char* name, const void* self, const QString* member) {
+    add(makeMember(module, name, VarRef::Str, self, member));
+}
+void registerMember(const char* module, const char* name, const void* self, const int* member) {
+    add(makeMember(module, name, VarRef::Int, self, member));
+}
+void registerMember(const char* module, const char* name, const void* self, const bool* member) {
+    add(makeMember(module, name, VarRef::Bool, self, member));
+}
+void registerMemberCount(const char* module, const char* name, const void* self, const void* member,
+                         long long (*count)(const void*)) {
+    VarRef v = makeMember(module, name, VarRef::Count, self, member);
+    v.count = count;
+    add(v);
+}
+void registerMemberItems(const char* module, const char* name, const void* self, const void* member,
+                         long long (*count)(const void*), const QString* (*item)(const void*, long long)) {
+    VarRef v = makeMember(module, name, VarRef::Items, self, member);
+    v.count = count;
+    v.item = item;
+    add(v);
+}
+
 template <class Sink> void writeGlobals(Sink& s) {
     for (int i = 0; i < g_varCount; ++i)
         if (!g_vars[i].module)
             writeVar(s, g_vars[i]);
 }
 
-template <class Sink> void writeModuleVars(Sink& s, const char* module, std::size_t moduleLen) {
+template <class Sink>
+void writeModuleVars(Sink& s, const char* module, std::size_t moduleLen, const void* self) {
     for (int i = 0; i < g_varCount; ++i) {
         const char* m = g_vars[i].module;
         if (!m || cLen(m) != moduleLen)
@@ -153,15 +256,22 @@ template <class Sink> void writeModuleVars(Sink& s, const char* module, std::siz
         bool same = true;
         for (std::size_t k = 0; k < moduleLen && same; ++k)
             same = m[k] == module[k];
-        if (same)
+        if (!same)
+            continue;
+        if (!g_vars[i].member) {
             writeVar(s, g_vars[i]);
+        } else if (self) {
+            VarRef v = g_vars[i];
+            v.ptr = static_cast<const char*>(self) + reinterpret_cast<std::uintptr_t>(v.ptr);
+            writeVar(s, v);
+        }
     }
 }
 
 template void writeGlobals<FixedSink>(FixedSink&);
 template void writeGlobals<StringSink>(StringSink&);
-template void writeModuleVars<FixedSink>(FixedSink&, const char*, std::size_t);
-template void writeModuleVars<StringSink>(StringSink&, const char*, std::size_t);
+template void writeModuleVars<FixedSink>(FixedSink&, const char*, std::size_t, const void*);
+template void writeModuleVars<StringSink>(StringSink&, const char*, std::size_t, const void*);
 
 } // namespace argent::diag
 

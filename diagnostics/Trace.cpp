@@ -3,6 +3,7 @@
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/FormatVariable.h"
 
+#include <cstring>
 #include <string_view>
 
 namespace argent::diag {
@@ -41,6 +42,21 @@ void leaveFrameSlow(int depth) {
 }
 
 namespace {
+// A list as a one-dimensional array from index 0.
+template <class Sink> void putLines(Sink& s, const char* name, std::size_t n, const QStringList& lines) {
+    put(s, "\r\n");
+    for (qsizetype k = 0; k < lines.size(); ++k) {
+        putSpaces(s, 2);
+        put(s, "<");
+        put(s, name, n);
+        put(s, " Index=\"");
+        putInt(s, k);
+        put(s, "\">");
+        putQString(s, lines[k]);
+        closeTag(s, name, n);
+    }
+}
+
 // Name of a parameter as written: HIDDEN(x) reaches us expanded, shown as x.
 std::string_view paramName(const char* raw) {
     std::string_view n(raw, cLen(raw));
@@ -87,17 +103,7 @@ template <class Sink> void writeFrameParams(Sink& s, const Frame& f) {
             put(s, "{Hidden}");
             break;
         case TraceValue::Lines:
-            put(s, "\r\n");
-            for (qsizetype k = 0; k < v.lines->size(); ++k) {
-                putSpaces(s, 2);
-                put(s, "<");
-                put(s, n.data(), n.size());
-                put(s, " Index=\"");
-                putInt(s, k);
-                put(s, "\">");
-                putQString(s, (*v.lines)[k]);
-                closeTag(s, n.data(), n.size());
-            }
+            putLines(s, n.data(), n.size(), *v.lines);
             break;
         case TraceValue::None:
             put(s, "{Empty}");
@@ -107,28 +113,52 @@ template <class Sink> void writeFrameParams(Sink& s, const Frame& f) {
     }
 }
 
+namespace {
+template <class T> T readAs(const void* p) {
+    T v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+} // namespace
+
 template <class Sink> void writeFrameLocals(Sink& s, const Frame& f) {
     for (int i = 0; i < f.localCount; ++i) {
         const TraceLocal& l = f.locals[i];
-        element(s, l.name, 0, [&] {
-            switch (l.kind) {
-            case TraceLocal::Int:
-                putInt(s, *static_cast<const int*>(l.ptr));
-                break;
-            case TraceLocal::LongLong:
-                putInt(s, *static_cast<const long long*>(l.ptr));
-                break;
-            case TraceLocal::Double:
-                putDouble(s, *static_cast<const double*>(l.ptr));
-                break;
-            case TraceLocal::Bool:
-                putBool(s, *static_cast<const bool*>(l.ptr));
-                break;
-            case TraceLocal::Str:
-                putQString(s, *static_cast<const QString*>(l.ptr));
-                break;
-            }
-        });
+        const std::size_t n = cLen(l.name);
+        openTag(s, l.name, n, 0);
+        switch (l.kind) {
+        case TraceLocal::Int:
+            putInt(s, readAs<int>(l.ptr));
+            break;
+        case TraceLocal::UInt:
+            putInt(s, readAs<unsigned int>(l.ptr));
+            break;
+        case TraceLocal::Short:
+            putInt(s, readAs<short>(l.ptr));
+            break;
+        case TraceLocal::LongLong:
+            putInt(s, readAs<long long>(l.ptr));
+            break;
+        case TraceLocal::ULongLong:
+            putInt(s, static_cast<long long>(readAs<unsigned long long>(l.ptr)));
+            break;
+        case TraceLocal::Double:
+            putDouble(s, readAs<double>(l.ptr));
+            break;
+        case TraceLocal::Bool:
+            putBool(s, readAs<bool>(l.ptr));
+            break;
+        case TraceLocal::Str:
+            putQString(s, *static_cast<const QString*>(l.ptr));
+            break;
+        case TraceLocal::Lines:
+            putLines(s, l.name, n, *static_cast<const QStringList*>(l.ptr));
+            break;
+        case TraceLocal::Hidden:
+            put(s, "{Hidden}");
+            break;
+        }
+        closeTag(s, l.name, n);
     }
 }
 
@@ -175,6 +205,7 @@ void EnterFrame(const QString& ProcName, int Kind, const QString& ParamText) {
     f.kind = Kind;
     f.paramCount = 0;
     f.localCount = 0;
+    f.self = nullptr;
     f.dynamic = true;
     f.dynName = ProcName;
     f.preText = ParamText;

@@ -12,6 +12,8 @@
 // that holds a password or key in HIDDEN(...): its value never reaches a report.
 // Scalars are copied at entry; strings and lists are referred to, not copied (they live
 // as long as the call does), so a report shows them as they are when it is built.
+// TRACE_LOCAL(x) shows a local variable as it is at the failure; make it a habit for
+// loop indexes, computed paths, counts and parsed values.
 // No text is built until a report or stack trace is asked for.
 
 #include "diagnostics/TraceSink.h"
@@ -99,15 +101,50 @@ constexpr int kMaxTraceLocals = 8;
 
 struct TraceLocal {
     const char* name = nullptr;
-    enum Kind : std::uint8_t { Int, LongLong, Double, Bool, Str } kind = Int;
+    enum Kind : std::uint8_t {
+        Int,
+        UInt,
+        Short,
+        LongLong,
+        ULongLong,
+        Double,
+        Bool,
+        Str,
+        Lines,
+        Hidden
+    } kind = Int;
     const void* ptr = nullptr;
 };
+
+template <class T> constexpr TraceLocal::Kind localKind() {
+    using U = std::remove_cv_t<T>;
+    if constexpr (std::is_same_v<U, bool>)
+        return TraceLocal::Bool;
+    else if constexpr (std::is_enum_v<U>)
+        return localKind<std::underlying_type_t<U>>();
+    else if constexpr (std::is_integral_v<U> && sizeof(U) == sizeof(long long))
+        return std::is_signed_v<U> ? TraceLocal::LongLong : TraceLocal::ULongLong;
+    else if constexpr (std::is_integral_v<U> && sizeof(U) == sizeof(int))
+        return std::is_signed_v<U> ? TraceLocal::Int : TraceLocal::UInt;
+    else if constexpr (std::is_same_v<U, short>)
+        return TraceLocal::Short;
+    else if constexpr (std::is_same_v<U, double>)
+        return TraceLocal::Double;
+    else if constexpr (std::is_same_v<U, QStringList>)
+        return TraceLocal::Lines;
+    else {
+        static_assert(std::is_same_v<U, QString>,
+                      "locals: integers, enums, double, bool, QString or QStringList");
+        return TraceLocal::Str;
+    }
+}
 
 struct Frame {
     const char* name = nullptr; // "module.procedure"; static text
     int kind = 1;               // 1 procedure, 2 property
     int paramCount = 0;
     int localCount = 0;
+    const void* self = nullptr; // the object of a member procedure, for its module variables
     std::array<const char*, kMaxTraceParams> paramNames{};
     std::array<TraceValue, kMaxTraceParams> params;
     std::array<TraceLocal, kMaxTraceLocals> locals{};
@@ -144,18 +181,21 @@ void leaveFrameSlow(int depth);
 class FrameGuard {
 public:
     template <class... Args>
-    FrameGuard(const char* name, int kind, [[maybe_unused]] const char* const* names, Args&&... args) {
+    [[gnu::always_inline]] FrameGuard(const char* name, int kind, [[maybe_unused]] const char* const* names,
+                                      Args&&... args) {
         FrameStack& st = frameStack();
         Frame& f = st.push();
         f.name = name;
         f.kind = kind;
         f.paramCount = 0;
         f.localCount = 0;
+        f.self = nullptr;
         (capture(f, names, std::forward<Args>(args)), ...);
+        m_st = &st;
         m_depth = st.depth;
     }
     ~FrameGuard() {
-        FrameStack& st = *t_frameStack;
+        FrameStack& st = *m_st;
         if (st.depth == m_depth && !st.frames[m_depth - 1].ownsText && std::uncaught_exceptions() == 0)
             st.depth = m_depth - 1;
         else
@@ -164,31 +204,25 @@ public:
     FrameGuard(const FrameGuard&) = delete;
     FrameGuard& operator=(const FrameGuard&) = delete;
 
-    // Registers a local variable so that a report can show its value at the failure.
-    template <class T> void local(const char* name, const T& var) {
-        Frame& f = frameStack().frames[m_depth - 1];
-        if (f.localCount >= kMaxTraceLocals)
-            return;
-        TraceLocal& l = f.locals[f.localCount++];
+    // Registers a local variable; answers its slot, or -1 when the frame is full.
+    [[gnu::always_inline]] int local(const char* name, const void* var, TraceLocal::Kind kind) {
+        Frame& f = m_st->frames[m_depth - 1];
+        const int slot = f.localCount;
+        if (slot >= kMaxTraceLocals)
+            return -1;
+        TraceLocal& l = f.locals[slot];
         l.name = name;
-        l.ptr = &var;
-        using U = std::decay_t<T>;
-        if constexpr (std::is_same_v<U, bool>)
-            l.kind = TraceLocal::Bool;
-        else if constexpr (std::is_same_v<U, int>)
-            l.kind = TraceLocal::Int;
-        else if constexpr (std::is_integral_v<U> && sizeof(U) == sizeof(long long))
-            l.kind = TraceLocal::LongLong;
-        else if constexpr (std::is_same_v<U, double>)
-            l.kind = TraceLocal::Double;
-        else {
-            static_assert(std::is_same_v<U, QString>, "locals: int, long long, double, bool or QString");
-            l.kind = TraceLocal::Str;
-        }
+        l.ptr = var;
+        l.kind = kind;
+        f.localCount = slot + 1;
+        return slot;
     }
+    // Drops the locals from slot on (their scope has ended).
+    void dropLocals(int slot) { m_st->frames[m_depth - 1].localCount = slot; }
+    void setSelf(const void* self) { m_st->frames[m_depth - 1].self = self; }
 
 private:
-    template <class T> void capture(Frame& f, const char* const* names, T&& x) {
+    template <class T> [[gnu::always_inline]] void capture(Frame& f, const char* const* names, T&& x) {
         if (f.paramCount >= kMaxTraceParams)
             return;
         f.paramNames[f.paramCount] = names[f.paramCount];
@@ -198,7 +232,26 @@ private:
             f.ownsText = true;
         ++f.paramCount;
     }
+    FrameStack* m_st;
     int m_depth;
+};
+
+// Keeps a local registered for as long as it lives: the registration ends with the
+// scope that declared it, so a report never reads a variable that is gone.
+class LocalGuard {
+public:
+    LocalGuard(FrameGuard& frame, const char* name, const void* var, TraceLocal::Kind kind)
+        : m_frame(frame), m_slot(frame.local(name, var, kind)) {}
+    ~LocalGuard() {
+        if (m_slot >= 0)
+            m_frame.dropLocals(m_slot);
+    }
+    LocalGuard(const LocalGuard&) = delete;
+    LocalGuard& operator=(const LocalGuard&) = delete;
+
+private:
+    FrameGuard& m_frame;
+    int m_slot;
 };
 
 // Frame text as the stack trace shows it: "Name: m.p, Type: 1, Parameters: ...;-->"
@@ -242,5 +295,13 @@ QString GetStackTrace();
 #define TRACE_PROP(name, ...) ARGENT_TRACE_(2, name __VA_OPT__(, __VA_ARGS__))
 // A parameter whose value must never appear in a report.
 #define HIDDEN(x) ::argent::diag::hideValue(x)
-// Registers a local variable of the current procedure for the report.
-#define TRACE_LOCAL(var) argentFrame_.local(#var, var)
+// Registers a local variable of the current procedure for the report, until its scope
+// ends. Declare it right after the variable; secrets go through TRACE_LOCAL_HIDDEN.
+#define TRACE_LOCAL(var)                                                                                     \
+    ::argent::diag::LocalGuard ARGENT_TR_CAT(argentLocal_, __LINE__)(                                        \
+        argentFrame_, #var, &(var), ::argent::diag::localKind<std::remove_reference_t<decltype(var)>>())
+#define TRACE_LOCAL_HIDDEN(var)                                                                              \
+    ::argent::diag::LocalGuard ARGENT_TR_CAT(argentLocal_, __LINE__)(argentFrame_, #var, nullptr,            \
+                                                                     ::argent::diag::TraceLocal::Hidden)
+// A member procedure names its object, so that a report shows the object's variables.
+#define TRACE_SELF() argentFrame_.setSelf(this)

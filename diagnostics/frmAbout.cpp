@@ -76,9 +76,15 @@ void frmAbout::ShowFormLang() {
 
 void frmAbout::cmdTestError_Click() {
     TRACE_PROC("frmAbout.cmdTestError_Click");
-    double x = 1.0;
-    TRACE_LOCAL(x);
-    x = VbDiv(x, 0.0);
+    // A floating-point division by zero, made here so that the report names this
+    // procedure with its variables.
+    double Dividend = 1.0;
+    TRACE_LOCAL(Dividend);
+    double Divisor = 0.0;
+    TRACE_LOCAL(Divisor);
+    double Quotient = 0.0;
+    TRACE_LOCAL(Quotient);
+    Quotient = VbDiv(Dividend, Divisor);
 }
 
 void frmAbout::cmdTestException_Click() {

@@ -21,6 +21,7 @@ int AutobackupTickCount = 0;
 namespace {
 const bool g_registered = [] {
     argent::diag::registerGlobal("AutobackupTickCount", &AutobackupTickCount);
+    argent::diag::registerModuleVar("modMain", "AutobackupTickCount", &AutobackupTickCount);
     return true;
 }();
 
@@ -40,6 +41,7 @@ QString BackupCopyPath(const QString& Name, int k) {
 int BackupCopiesNumber() {
     TRACE_PROC("modMain.BackupCopiesNumber");
     const QString v = ProgConfig[13];
+    TRACE_LOCAL(v);
     return CLng(v.startsWith(u'n') ? v.mid(1) : v);
 }
 
@@ -47,11 +49,14 @@ QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
     TRACE_PROC("modMain.DoAutobackup", db.get(), TimerInterval);
     DbgPrint(QStringLiteral("!!!AUTOBACKUP!!!"));
     const QString name = db->Name();
+    TRACE_LOCAL(name);
     const int n = BackupCopiesNumber();
+    TRACE_LOCAL(n);
 
     // The highest copy on disk, searched from N down; a gap below it is not noticed. For
     // N <= 0 the search ends at once with N: the set counts as full.
     int CopNum = n;
+    TRACE_LOCAL(CopNum);
     while (CopNum >= 1 && !FileExist(BackupCopyPath(name, CopNum)))
         --CopNum;
     TRACE_LOCAL(CopNum);
@@ -65,23 +70,29 @@ QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
     }
 
     const QString folder = Pt(ProgConfig[5]) + QStringLiteral("Backup");
+    TRACE_LOCAL(folder);
     if (!FileExist(folder))
         MakeFolder(folder, kPrivateDirPerms);
 
     // A database used within the last hour (with the design interval) is saved first, so
     // that the copy holds the recent changes.
     const long long product = static_cast<long long>(TimerInterval) * 60;
+    TRACE_LOCAL(product);
     if (product > INT_MAX || product < INT_MIN)
         RaiseError(vbErrOverflow);
     const double limit = static_cast<double>(product) / 1000.0;
+    TRACE_LOCAL(limit);
     const double elapsed = GetQueryPerf() - db->DBLastAccess();
+    TRACE_LOCAL(elapsed);
     if (limit > elapsed) {
         const int r = SaveUsDB(db, GetTruePasw(CurUsPasw));
+        TRACE_LOCAL(r);
         if (r < 0)
             RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + UsDBFilePath(name));
     }
 
     const QString copy = BackupCopyPath(name, CopNum + 1);
+    TRACE_LOCAL(copy);
     CopyFileOver(UsDBFilePath(name), copy, kPrivateFilePerms);
     return copy;
 }
@@ -91,6 +102,7 @@ bool AutobackupTick(int& TickCount, const clsDatabasePtr& db, int TimerInterval)
     if (!db || db->TabNum() == 0)
         return false;
     const int v = TickCount;
+    TRACE_LOCAL(v);
     if (v == INT_MAX)
         RaiseError(vbErrOverflow);
     TickCount = v + 1;

@@ -48,6 +48,7 @@ int copyDirInto(const QString& from_dir, const QString& to_dir, bool PrivateData
                 const std::function<void(const QString&)>& Copied) {
     TRACE_PROC("modMain.CopyDir", from_dir, to_dir, PrivateData);
     int count = 0;
+    TRACE_LOCAL(count);
     QStringList folders;
     const std::optional<QFileDevice::Permissions> filePerms =
         PrivateData ? std::optional<QFileDevice::Permissions>(kPrivateFilePerms) : std::nullopt;
@@ -56,6 +57,7 @@ int copyDirInto(const QString& from_dir, const QString& to_dir, bool PrivateData
         it.next();
         const QFileInfo& fi = it.fileInfo();
         const QString name = it.fileName();
+        TRACE_LOCAL(name);
         if (fi.isDir()) {
             // A link to a folder could lead round in a circle; the target folder itself
             // may lie inside the source.
@@ -88,10 +90,13 @@ void writeFileOver(const QString& Path, const QByteArray& Bytes, QFileDevice::Pe
 } // namespace
 
 QStringList PortableProgramFiles() {
-    return {QStringLiteral("ArgentPasswordMngr"),  QStringLiteral("argentpm"),
-            QStringLiteral("argentpm-clipkeeper"), QStringLiteral("start.dat"),
-            QStringLiteral("mainicon.ico"),        QStringLiteral("mainicon.png"),
-            QStringLiteral("readme.txt"),          QStringLiteral("SampleUser.bdb")};
+    QStringList files{QStringLiteral("ArgentPasswordMngr"),  QStringLiteral("argentpm"),
+                      QStringLiteral("argentpm-clipkeeper"), QStringLiteral("start.dat"),
+                      QStringLiteral("mainicon.ico"),        QStringLiteral("mainicon.png"),
+                      QStringLiteral("readme.txt"),          QStringLiteral("SampleUser.bdb")};
+    // The help files of the languages go along with the general one.
+    files += QDir(AppPath()).entryList({QStringLiteral("readme.*.txt")}, QDir::Files, QDir::Name);
+    return files;
 }
 
 QStringList PortableRequiredFiles() {
@@ -111,12 +116,14 @@ int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Pro
     // differ for an installed copy (bin/ and share/argentpm/).
     const QString exe = Pt(ExeFolderPath());
     const QString prog = Pt(AppPath());
+    TRACE_LOCAL(prog);
     const QString dbFolder = Pt(ProgConfig[5]);
     const QStringList programs = {QStringLiteral("ArgentPasswordMngr"), QStringLiteral("argentpm"),
                                   QStringLiteral("argentpm-clipkeeper")};
 
     QStringList files;
     const QStringList required = PortableRequiredFiles();
+    TRACE_LOCAL(required);
     for (const QString& f : PortableProgramFiles())
         if (required.contains(f) || QFileInfo(prog + f).isFile() || QFileInfo(exe + f).isFile())
             files.append(f);
@@ -178,11 +185,13 @@ int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Pro
     step(targ + QStringLiteral("qt.conf"));
 
     const QString dbTarget = targ + QStringLiteral("DataBases");
+    TRACE_LOCAL(dbTarget);
     MakeFolder(dbTarget, kPrivateDirPerms);
     step(dbTarget);
     CopyDir(dbFolder, dbTarget, true, step);
 
     const QString langTarget = targ + QStringLiteral("Languages");
+    TRACE_LOCAL(langTarget);
     const QFileInfo langSource(prog + QStringLiteral("Languages"));
     MakeFolder(langTarget, langSource.isDir() ? langSource.permissions() : kPublicDirPerms);
     step(langTarget);

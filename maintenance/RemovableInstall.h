@@ -8,7 +8,8 @@
 //   ArgentPasswordMngr, argentpm    the programs (required), from the executables' folder,
 //   argentpm-clipkeeper             and the clipboard keeper of argentpm when it is there
 //   start.dat                       settings template (required)
-//   mainicon.ico, mainicon.png, readme.txt, SampleUser.bdb    when the program has them
+//   mainicon.ico, mainicon.png, readme.txt, readme.<language>.txt, SampleUser.bdb
+//                                   when the program has them
 //   lib/, plugins/, qt.conf         the libraries and Qt plugins a machine without Qt
 //                                   lacks (see PortableRuntime.h)
 //   DataBases/                      the whole databases folder, backups included (0700,

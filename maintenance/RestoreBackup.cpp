@@ -68,8 +68,10 @@ QStringList ListDBsForRestore(const QString& DBPath) {
     TRACE_PROC("frmRestore.ListDBsForRestore", DBPath);
     QStringList items;
     const QString folder = Pt(DBPath);
+    TRACE_LOCAL(folder);
     const QFileInfo fi(folder);
     int entries = 0;
+    TRACE_LOCAL(entries);
     if (fi.isDir() && fi.isReadable()) {
         QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
         while (it.hasNext()) {
@@ -104,9 +106,11 @@ int RestoreBackupFile(const QString& BackupFileName) {
     if (!plainCopyName(BackupFileName))
         return -2;
     const QString source = BackupFolderPath() + BackupFileName;
+    TRACE_LOCAL(source);
     if (!QFileInfo(source).isFile())
         return -2;
     const QString user = BackupUserFromItem(BackupFileName);
+    TRACE_LOCAL(user);
     if (user.isEmpty() || user == BackupFileName)
         return -3;
     // Deleting the old file and copying the backup is one replacement: until the copy
@@ -121,13 +125,17 @@ int RestoreBackupFile(const QString& BackupFileName) {
 int RestoreDBFromBackup(const QString& ItemText) {
     TRACE_PROC("frmRestore.cmdRestore_Click", ItemText);
     const QString file = BackupFileFromItem(ItemText);
+    TRACE_LOCAL(file);
     const QString user = BackupUserFromItem(ItemText);
+    TRACE_LOCAL(user);
     if (!plainCopyName(file) || !QFileInfo(BackupFolderPath() + file).isFile())
         return -2;
     if (user.isEmpty() || user == ItemText)
         return -3;
     const QString wasUser = CurUser;
+    TRACE_LOCAL(wasUser);
     QString wasKey = CurUsPasw;
+    TRACE_LOCAL_HIDDEN(wasKey);
     UnloadUser();
     const int r = RestoreBackupFile(file);
     if (r < 0) {
@@ -138,6 +146,7 @@ int RestoreDBFromBackup(const QString& ItemText) {
         return r;
     }
     int result = 1;
+    TRACE_LOCAL(result);
     if (!wasUser.isEmpty() && user == wasUser && FullUserLoad(user, wasKey) == 0)
         result = 0;
     WipeString(wasKey);
@@ -147,9 +156,11 @@ int RestoreDBFromBackup(const QString& ItemText) {
 int DeleteBackup(const QString& ItemText) {
     TRACE_PROC("frmRestore.cmdDelete_Click", ItemText);
     const QString file = BackupFileFromItem(ItemText);
+    TRACE_LOCAL(file);
     if (!plainCopyName(file))
         return -2;
     const QString path = BackupFolderPath() + file;
+    TRACE_LOCAL(path);
     if (!QFileInfo(path).isFile())
         return -2;
     TrueKill(path);

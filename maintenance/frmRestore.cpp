@@ -95,12 +95,14 @@ QString frmRestore::SelectedItem() {
 void frmRestore::cmdRestore_Click() {
     TRACE_PROC("frmRestore.cmdRestore_Click");
     const QString item = SelectedItem();
+    TRACE_LOCAL(item);
     if (item.isEmpty() || MsgBox(Texts(223), vbYesNo | vbQuestion) != vbYes)
         return;
     // Still asked for: a dialog closed meanwhile (by the lock) restores nothing.
     if (m_closed)
         return;
     const QString user = BackupUserFromItem(item);
+    TRACE_LOCAL(user);
     // Another user's copy takes the place of the open user, who is saved first; the open
     // user's own copy is meant to replace what is open.
     if (user != CurUser && !SaveCurrentUserFirst())
@@ -108,6 +110,7 @@ void frmRestore::cmdRestore_Click() {
     if (RestoreDBFromBackup(item) == 1 && AskUserPassword(this, user) == 1) {
         // Another user's copy, or one made under an older password: its password opens it.
         QString pasw = FrmPaswEnetered;
+        TRACE_LOCAL_HIDDEN(pasw);
         FrmPaswEnetered.clear();
         OpenUser(this, user, pasw);
         WipeString(pasw);
@@ -118,6 +121,7 @@ void frmRestore::cmdRestore_Click() {
 void frmRestore::cmdDelete_Click() {
     TRACE_PROC("frmRestore.cmdDelete_Click");
     const QString item = SelectedItem();
+    TRACE_LOCAL(item);
     if (item.isEmpty() || MsgBox(Texts(224), vbYesNo | vbQuestion) != vbYes || m_closed)
         return;
     DeleteBackup(item);

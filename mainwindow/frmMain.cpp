@@ -7,6 +7,7 @@
 #include "app/modLang.h"
 #include "app/modMain.h"
 #include "diagnostics/DbgPrint.h"
+#include "diagnostics/Globals.h"
 #include "diagnostics/Trace.h"
 #include "mainwindow/guiActivitySource.h"
 #include "mainwindow/guiEndSession.h"
@@ -47,6 +48,7 @@ QString pxToTwips(int px) {
 
 frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
     TRACE_PROC("frmMain.Form_Initialize");
+    RegisterReportVars();
     // The icons live in a static library, whose resources must be registered by hand.
     Q_INIT_RESOURCE(icons);
     setObjectName(QStringLiteral("frmMain"));
@@ -93,6 +95,11 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
     SetTrayCreatedHandler([this](frmSysTray* t) {
         connect(t, &frmSysTray::MenuClick, this, &frmMain::m_frmSysTray_MenuClick);
         connect(t, &frmSysTray::SysTrayDoubleClick, this, [this](int) { mnuTrayShow_Click(); });
+        // Many desktop trays deliver single clicks only: the left button shows the window too.
+        connect(t, &frmSysTray::SysTrayMouseDown, this, [this](int Button) {
+            if (Button == vbLeftButton)
+                mnuTrayShow_Click();
+        });
     });
 
     connect(trvDatabase, &QWidget::customContextMenuRequested, this, [this](const QPoint& p) {
@@ -106,10 +113,8 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
     });
     connect(txtValue, &QWidget::customContextMenuRequested, this,
             [this](const QPoint& p) { mnuContextVal->popup(txtValue->viewport()->mapToGlobal(p)); });
-    connect(trvDatabase, &QTreeWidget::currentItemChanged, this, [this] {
-        if (!m_editingLabel)
-            trvDatabase_Click();
-    });
+    // A click shows the node, also while or right after a label is edited.
+    connect(trvDatabase, &QTreeWidget::currentItemChanged, this, [this] { trvDatabase_Click(); });
     connect(trvDatabase, &QTreeWidget::itemDoubleClicked, this, [this](QTreeWidgetItem* node) {
         if (node && node != NodeByKey(QStringLiteral("0key")))
             mnuContextTrvEdit_Click();
@@ -534,7 +539,21 @@ bool frmMain::Form_Unload() {
 }
 
 frmMain::~frmMain() {
+    argent::diag::dropVars(this);
     if (UserView() == this)
         SetUserView(nullptr);
     SetSaveFirstHandler(nullptr);
+}
+
+// The window's state as an error report shows it.
+void frmMain::RegisterReportVars() {
+    using namespace argent::diag;
+    registerOwned(this, "frmMain", "CurRecord", &m_curRecord);
+    registerOwned(this, "frmMain", "CloseConfirmed", &CloseConfirmed);
+    registerOwned(this, "frmMain", "Locked", &m_locked);
+    registerOwned(this, "frmMain", "EditingLabel", &m_editingLabel);
+    registerOwned(this, "frmMain", "ToldHidden", &m_toldHidden);
+    registerOwnedCount(this, "frmMain", "NodeCount", &m_nodeById, [](const void* p) -> long long {
+        return static_cast<const QHash<int, QTreeWidgetItem*>*>(p)->size();
+    });
 }

@@ -223,6 +223,7 @@ private:
     static clsDatabase* CurUsDBRef();
     QTreeWidgetItem* CommandNode() const;
     int TreeOrderPosition(QTreeWidgetItem* Parent, QTreeWidgetItem* Node) const;
+    void RegisterReportVars();
 
     QHash<int, QTreeWidgetItem*> m_nodeById;
     DataTableIndex m_index;

@@ -140,6 +140,7 @@ void frmMain::mnuFileExit_Click() {
 void frmMain::mnuViewOnTop_Click() {
     TRACE_PROC("frmMain.mnuViewOnTop_Click");
     const bool on = mnuViewOnTop->isChecked();
+    TRACE_LOCAL(on);
     ProgConfig[6] = boolText(on);
     ApplyOnTop(on);
     SaveConfig(ProgCfgPath);
@@ -148,6 +149,7 @@ void frmMain::mnuViewOnTop_Click() {
 void frmMain::mnuViewStatusbar_Click() {
     TRACE_PROC("frmMain.mnuViewStatusbar_Click");
     const bool on = mnuViewStatusbar->isChecked();
+    TRACE_LOCAL(on);
     ProgConfig[2] = boolText(on);
     sbStatusBar->setVisible(on);
     SaveConfig(ProgCfgPath);
@@ -156,6 +158,7 @@ void frmMain::mnuViewStatusbar_Click() {
 void frmMain::mnuViewToolBar_Click() {
     TRACE_PROC("frmMain.mnuViewToolBar_Click");
     const bool on = mnuViewToolBar->isChecked();
+    TRACE_LOCAL(on);
     ProgConfig[1] = boolText(on);
     tlbToolbar->setVisible(on);
     SaveConfig(ProgCfgPath);
@@ -175,7 +178,7 @@ void frmMain::mnuToolsClearClip_Click() {
 
 void frmMain::mnuHelpContents_Click() {
     TRACE_PROC("frmMain.mnuHelpContents_Click");
-    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(Pt(AppPath()) + QStringLiteral("readme.txt"))))
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(ReadmePath(AppPath(), ProgConfig[14]))))
         MsgBox(Texts(166), vbExclamation);
 }
 
@@ -198,7 +201,9 @@ void frmMain::mnuContextTrvAddFolder_Click() {
     if (!parent || NodeTag(parent) == QStringLiteral("2"))
         return;
     const QString id = GetNewIndNum(*CurUsDB);
+    TRACE_LOCAL(id);
     const QString title = QStringLiteral("Новая папка");
+    TRACE_LOCAL(title);
     AddFolderToDB(title, NodeId(parent), id);
     m_index.Invalidate();
     auto* node = new QTreeWidgetItem;
@@ -271,6 +276,7 @@ void frmMain::mnuContextValCopy(const QString& FieldName) {
     if (!UserLoaded() || m_curRecord == 0)
         return;
     const int rec = RowOf(QString::number(m_curRecord));
+    TRACE_LOCAL(rec);
     if (rec <= 0)
         return;
     CopyRowField(rec, FieldName);
@@ -404,6 +410,7 @@ void frmMain::MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target) {
     // The row and its whole subtree go behind every other row, so that each row still
     // follows its folder however old the folder is.
     const QString id = QString::number(NodeId(Node));
+    TRACE_LOCAL(id);
     const int r = MoveRecordTree(*CurUsDB, id, QString::number(NodeId(Target)));
     m_index.Invalidate();
     if (r == -1)

@@ -51,6 +51,7 @@ void frmMain::mnuContextTrvEdit_Click() {
     if (!UserLoaded() || !node || node == NodeByKey(QStringLiteral("0key")))
         return;
     const QString id = QString::number(NodeId(node));
+    TRACE_LOCAL(id);
     if (NodeTag(node) == QStringLiteral("2")) {
         frmEditRecord dlg(this, id);
         if (ShowModal(dlg) == QDialog::Accepted)

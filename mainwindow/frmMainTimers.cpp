@@ -129,6 +129,7 @@ void frmMain::Form_Paint() {
         return;
     if (AskUserPassword(this, ProgConfig[4]) == 1) {
         QString pasw = FrmPaswEnetered;
+        TRACE_LOCAL_HIDDEN(pasw);
         FrmPaswEnetered.clear();
         if (m_unsavedDB) {
             // The password is right; the open database is the newer one.

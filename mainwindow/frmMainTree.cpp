@@ -159,12 +159,18 @@ void frmMain::ShowUsDBInTreeView(clsDatabase& UsDB) {
     // Rows in the order the tree shows them; nodes are built under a root that is not
     // yet in the view, so the view sees one insertion.
     const int tbl = UsDB.FindTable(QStringLiteral("DataTable"));
+    TRACE_LOCAL(tbl);
     if (tbl > 0) {
         const int fInd = UsDB.FindField(tbl, QStringLiteral("IndNum"));
+        TRACE_LOCAL(fInd);
         const int fTitle = UsDB.FindField(tbl, QStringLiteral("Title"));
+        TRACE_LOCAL(fTitle);
         const int fType = UsDB.FindField(tbl, QStringLiteral("Type"));
+        TRACE_LOCAL(fType);
         const int fImage = UsDB.FindField(tbl, QStringLiteral("Image"));
+        TRACE_LOCAL(fImage);
         const int fFlags = UsDB.FindField(tbl, QStringLiteral("Flags"));
+        TRACE_LOCAL(fFlags);
         const QList<UsTreeNode> order = UsDBTreeOrder(UsDB);
         QList<QTreeWidgetItem*> parents{root};
         m_nodeById.reserve(order.size());
@@ -206,6 +212,7 @@ void frmMain::ShowDataInTextBox(clsDatabase& UsDB, int TblNum, int RecNum) {
         return;
     const TableEntry& tbl = UsDB.DBView().Tables[TblNum - 1];
     const QStringList row = UsDB.GetTblRecord(TblNum, RecNum);
+    TRACE_LOCAL(row);
     for (int i = 0; i < tbl.FldNames.size(); ++i) {
         // Fields marked hidden (bit value 4) are not shown.
         if (tbl.FldTypes.value(i) & 4)
@@ -232,9 +239,12 @@ void frmMain::trvDatabase_Click() {
     if (!node || !m_root)
         return;
     const QString id = QString::number(NodeId(node));
+    TRACE_LOCAL(id);
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    TRACE_LOCAL(tbl);
     if (node != m_root && tbl > 0) {
         const int rec = RowOf(id);
+        TRACE_LOCAL(rec);
         if (rec > 0 && CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Type")) == QStringLiteral("2")) {
             m_curRecord = NodeId(node);
             txtValue->clear();
@@ -278,15 +288,18 @@ QTreeWidgetItem* frmMain::InsertRowNode(const QString& IndNum) {
     TRACE_PROC("frmMain.InsertRowNode", IndNum);
     m_index.Invalidate();
     const int rec = RowOf(IndNum);
+    TRACE_LOCAL(rec);
     if (rec <= 0 || !m_root)
         return nullptr;
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    TRACE_LOCAL(tbl);
     QTreeWidgetItem* parent =
         NodeByKey(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Parent")) + QStringLiteral("key"));
     if (!parent)
         return nullptr;
     auto* node = new QTreeWidgetItem;
     const QString type = CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Type"));
+    TRACE_LOCAL(type);
     ApplyRowToNode(node, IndNum, CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Title")),
                    CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Image")), type,
                    CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Flags")));
@@ -314,9 +327,11 @@ void frmMain::RefreshRowNode(const QString& IndNum) {
     TRACE_PROC("frmMain.RefreshRowNode", IndNum);
     QTreeWidgetItem* node = NodeByKey(IndNum + QStringLiteral("key"));
     const int rec = node ? RowOf(IndNum) : 0;
+    TRACE_LOCAL(rec);
     if (!node || rec <= 0)
         return;
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
+    TRACE_LOCAL(tbl);
     ApplyRowToNode(node, IndNum, CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Title")),
                    CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Image")),
                    CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Type")),

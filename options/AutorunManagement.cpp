@@ -62,6 +62,7 @@ QString DesktopExecArg(const QString& Arg) {
 bool AutorunManagement(bool Autorun) {
     TRACE_PROC("modMain.AutorunManagement", Autorun);
     const QString path = AutorunEntryPath();
+    TRACE_LOCAL(path);
     if (!Autorun) {
         return !QFileInfo::exists(path) || QFile::remove(path);
     }

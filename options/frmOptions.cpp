@@ -73,6 +73,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
 
     auto* grid = new QGridLayout;
     int row = 0;
+    TRACE_LOCAL(row);
     grid->addWidget(chkStartWithWin, row++, 0, 1, 3);
     grid->addWidget(chkLoadLUser, row++, 0, 1, 3);
     grid->addWidget(chkTrayMode, row++, 0, 1, 3);
@@ -104,12 +105,14 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     lay->addLayout(buttons);
     setMinimumWidth(460);
 
-    connect(chkStartWithWin, &QCheckBox::clicked, this, &frmOptions::chkStartWithWin_Click);
-    connect(chkLoadLUser, &QCheckBox::clicked, this, &frmOptions::chkLoadLUser_Click);
-    connect(chkTrayMode, &QCheckBox::clicked, this, &frmOptions::chkTrayMode_Click);
-    connect(chkPaswProtect, &QCheckBox::clicked, this, &frmOptions::chkPaswProtect_Click);
-    connect(chkDBBackup, &QCheckBox::clicked, this, &frmOptions::chkDBBackup_Click);
-    // Any change of state counts, by click, key or accessibility tool alike.
+    // The boxes act on every change of their state (mouse, keyboard, a screen reader), so
+    // they are filled before they are connected.
+    DoConfig();
+    connect(chkStartWithWin, &QCheckBox::toggled, this, &frmOptions::chkStartWithWin_Click);
+    connect(chkLoadLUser, &QCheckBox::toggled, this, &frmOptions::chkLoadLUser_Click);
+    connect(chkTrayMode, &QCheckBox::toggled, this, &frmOptions::chkTrayMode_Click);
+    connect(chkPaswProtect, &QCheckBox::toggled, this, &frmOptions::chkPaswProtect_Click);
+    connect(chkDBBackup, &QCheckBox::toggled, this, &frmOptions::chkDBBackup_Click);
     connect(chkSaveAfterChange, &QCheckBox::toggled, this, &frmOptions::chkSaveAfterChange_Change);
     connect(txtInactMin, &QLineEdit::textEdited, this, &frmOptions::txtInactMin_Change);
     connect(txtBackCopies, &QLineEdit::textEdited, this, &frmOptions::txtBackCopies_Change);
@@ -120,7 +123,6 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     connect(cmdCancel, &QPushButton::clicked, this, &frmOptions::cmdCancel_Click);
     // Escape closes the dialog like Cancel (QDialog's reject).
 
-    DoConfig();
     ShowFormLang();
     ApplyDialogOnTop(this);
 }

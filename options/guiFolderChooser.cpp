@@ -15,6 +15,7 @@ namespace {
 FolderChooser g_chooser;
 const bool g_registered = [] {
     argent::diag::registerGlobal("BrowsePath", &BrowsePath);
+    argent::diag::registerModuleVar("modMain", "BrowsePath", &BrowsePath);
     return true;
 }();
 } // namespace

@@ -16,6 +16,7 @@ QString LastGenPasw;
 namespace {
 const bool g_registered = [] {
     argent::diag::registerGlobalHidden("LastGenPasw");
+    argent::diag::registerModuleHidden("modMain", "LastGenPasw");
     return true;
 }();
 
@@ -85,6 +86,7 @@ QString GeneratePassword(int Lenght) {
 int PaswLengthFromText(const QString& Text) {
     TRACE_PROC("modMain.PaswLengthFromText", Text);
     const double v = Val(Text);
+    TRACE_LOCAL(v);
     if (v < 1.0)
         return 0;
     return CLng(v);

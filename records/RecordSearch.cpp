@@ -16,6 +16,8 @@ namespace {
 const bool g_registered = [] {
     argent::diag::registerGlobal("FindIndNum", &FindIndNum);
     argent::diag::registerGlobal("LastFindText", &LastFindText);
+    argent::diag::registerModuleVar("modMain", "FindIndNum", &FindIndNum);
+    argent::diag::registerModuleVar("modMain", "LastFindText", &LastFindText);
     return true;
 }();
 
@@ -51,6 +53,7 @@ QString FindRecordInDB(const QString& SText, int STblNum, int SFNum, int& Start,
         const QList<int> cols = searchableColumns(pDB.GetTblCaption(STblNum));
         best = pDB.GetTblRecNum(STblNum) + 1;
         const int r = cols.isEmpty() ? 0 : pDB.FindRecordInFields(STblNum, cols, SText, Start, CaseSens);
+        TRACE_LOCAL(r);
         if (r >= 1 && r >= Start && r < best)
             best = r;
     } else {
@@ -76,8 +79,11 @@ QString FindNextRecord(const QString& SText, bool SearchAll, bool CaseSens) {
     }
     clsDatabase& db = *CurUsDB;
     const int tbl = db.FindTable(QStringLiteral("DataTable"));
+    TRACE_LOCAL(tbl);
     const int fld = SearchAll ? -1 : db.FindField(tbl, QStringLiteral("Title"));
+    TRACE_LOCAL(fld);
     const int rec = CLng(FindRecordInDB(SText, tbl, fld, FindIndNum, db, SearchAll, CaseSens));
+    TRACE_LOCAL(rec);
     if (rec == -2) {
         MsgBox(Texts(18), vbExclamation);
         return QString();
@@ -89,10 +95,13 @@ QList<FoundRow> FindAllRecords(clsDatabase& pDB, const QString& SText, bool Sear
     TRACE_PROC("modMain.FindAllRecords", SText, SearchAll, CaseSens);
     QList<FoundRow> found;
     const int tbl = pDB.FindTable(QStringLiteral("DataTable"));
+    TRACE_LOCAL(tbl);
     if (tbl == 0)
         return found;
     const int titleF = pDB.FindField(tbl, QStringLiteral("Title"));
+    TRACE_LOCAL(titleF);
     const int idF = pDB.FindField(tbl, QStringLiteral("IndNum"));
+    TRACE_LOCAL(idF);
     // What pressing "find" from row 1 until the search comes round again would list, in
     // one pass: each search goes on from the row after the last match.
     const QList<int> cols = SearchAll ? searchableColumns(pDB.GetTblCaption(tbl)) : QList<int>{titleF};
@@ -100,6 +109,7 @@ QList<FoundRow> FindAllRecords(clsDatabase& pDB, const QString& SText, bool Sear
         return found;
     for (int start = 1;;) {
         const int rec = pDB.FindRecordInFields(tbl, cols, SText, start, CaseSens);
+        TRACE_LOCAL(rec);
         if (rec == 0)
             break;
         const QStringList& r = pDB.DBView().Tables[tbl - 1].Records[rec - 1];

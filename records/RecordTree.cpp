@@ -102,6 +102,7 @@ private:
 QString GetTblTrueCapText(const QString& InTxt) {
     TRACE_PROC("modMain.GetTblTrueCapText", InTxt);
     int id = 0;
+    TRACE_LOCAL(id);
     if (InTxt == QLatin1String("Title"))
         id = 13;
     else if (InTxt == QLatin1String("Login"))
@@ -113,13 +114,16 @@ QString GetTblTrueCapText(const QString& InTxt) {
     if (id == 0)
         return InTxt;
     const QString text = Texts(id);
+    TRACE_LOCAL(text);
     return text.isEmpty() ? InTxt : text;
 }
 
 QString GetNewIndNum(clsDatabase& pDB) {
     TRACE_PROC("modMain.GetNewIndNum");
     const int tbl = pDB.FindTable(kDataTable);
+    TRACE_LOCAL(tbl);
     const int last = CLng(pDB.GetTblTag(tbl));
+    TRACE_LOCAL(last);
     if (last == INT_MAX)
         RaiseError(vbErrOverflow);
     pDB.SetTblTag(tbl, QString::number(last + 1));
@@ -130,8 +134,10 @@ void AddFolderToDB(const QString& FoldName, int Parent, const QString& FoldID) {
     TRACE_PROC("modMain.AddFolderToDB", FoldName, Parent, FoldID);
     clsDatabase& db = *CurUsDB;
     const int tbl = db.FindTable(kDataTable);
+    TRACE_LOCAL(tbl);
     db.AddRecord(tbl);
     const int rec = db.GetTblRecNum(tbl);
+    TRACE_LOCAL(rec);
     db.SetTblFldValNm(tbl, rec, QStringLiteral("IndNum"), FoldID);
     db.SetTblFldValNm(tbl, rec, QStringLiteral("Parent"), QString::number(Parent));
     db.SetTblFldValNm(tbl, rec, QStringLiteral("Type"), QStringLiteral("1"));
@@ -144,10 +150,13 @@ QString AddRecordToDB(clsDatabase& pDB, const QString& rParent, const QString& r
                       const QString& rPasw, const QString& rDesc) {
     TRACE_PROC("modMain.AddRecordToDB", rParent, rTitle, rLogin, HIDDEN(rPasw), rDesc);
     const int tbl = pDB.FindTable(kDataTable);
+    TRACE_LOCAL(tbl);
     pDB.AddRecord(tbl);
     const int rec = pDB.GetTblRecNum(tbl);
+    TRACE_LOCAL(rec);
     // The identifier comes from the same database the row goes to.
     const QString id = GetNewIndNum(pDB);
+    TRACE_LOCAL(id);
     pDB.SetTblFldValNm(tbl, rec, QStringLiteral("IndNum"), id);
     pDB.SetTblFldValNm(tbl, rec, QStringLiteral("Parent"), rParent);
     pDB.SetTblFldValNm(tbl, rec, QStringLiteral("Type"), QStringLiteral("2"));
@@ -165,8 +174,11 @@ void ChangeDataTableField(const QString& UniqFName, const QString& UniqFVal, con
     TRACE_PROC("modMain.ChangeDataTableField", UniqFName, UniqFVal, FldName, HIDDEN(newval));
     clsDatabase& db = *CurUsDB;
     const int tbl = db.FindTable(kDataTable);
+    TRACE_LOCAL(tbl);
     const int fld = db.FindField(tbl, UniqFName);
+    TRACE_LOCAL(fld);
     const int rec = db.GetRecNumFromVal(tbl, fld, UniqFVal, 1);
+    TRACE_LOCAL(rec);
     // Row 0 (not found) changes nothing.
     db.SetTblFldValNm(tbl, rec, FldName, newval);
 }
@@ -176,9 +188,13 @@ int DelRecordTreeFromDataTable(const QString& UniqFName, const QString& UniqFVal
     TRACE_PROC("modMain.DelRecordTreeFromDataTable", UniqFName, UniqFVal, SearchFName);
     clsDatabase& db = *CurUsDB;
     const int tbl = db.FindTable(kDataTable);
+    TRACE_LOCAL(tbl);
     const int uniqFNum = db.FindField(tbl, UniqFName);
+    TRACE_LOCAL(uniqFNum);
     const int curRecNum = db.GetRecNumFromVal(tbl, uniqFNum, UniqFVal, 1);
+    TRACE_LOCAL(curRecNum);
     const int searchFNum = db.FindField(tbl, SearchFName);
+    TRACE_LOCAL(searchFNum);
     return DelRecordTree(tbl, uniqFNum, UniqFVal, searchFNum, curRecNum, db);
 }
 
@@ -191,7 +207,9 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
     const TableEntry& t = db.Tables[TblNum - 1];
     const QList<QStringList>& recs = t.Records;
     const int n = t.RecNum();
+    TRACE_LOCAL(n);
     const int titleFNum = pDB.FindField(TblNum, QStringLiteral("Title"));
+    TRACE_LOCAL(titleFNum);
 
     const ChildIndex kids(recs, SearchFNum);
 
@@ -205,12 +223,14 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
     std::vector<Step> stack;
     QList<int> order; // rows to delete, in deletion order, from 0
     const int start = CurRecNum >= 1 && CurRecNum <= n ? CurRecNum - 1 : -1;
+    TRACE_LOCAL(start);
     stack.push_back({start, kids.First(UniqFVal)});
     if (start >= 0)
         onPath[static_cast<std::size_t>(start)] = 1;
     while (!stack.empty()) {
         Step& s = stack.back();
         int c = s.child;
+        TRACE_LOCAL(c);
         while (c >= 0 && (onPath[static_cast<std::size_t>(c)] || gone[static_cast<std::size_t>(c)]))
             c = kids.Next(c);
         if (c >= 0) {
@@ -221,6 +241,7 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
             continue;
         }
         const int row = s.row;
+        TRACE_LOCAL(row);
         stack.pop_back();
         if (row >= 0) {
             onPath[static_cast<std::size_t>(row)] = 0;
@@ -241,6 +262,7 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
             if (const QString* ahead = fieldOf(recs[order[k + 8]], titleFNum))
                 __builtin_prefetch(ahead->constData());
         const int row = order[k];
+        TRACE_LOCAL(row);
         const QString* title = row >= 0 ? fieldOf(recs[row], titleFNum) : nullptr;
         lines.append(QStringLiteral("-= DELETE: ") + (title ? *title : QString()));
         if (row >= 0)
@@ -253,13 +275,17 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
 void GetStatBarData(clsDatabase& pDB, const QString& IndNum, int& NumFolds, int& NumRecs) {
     TRACE_PROC("modMain.GetStatBarData", IndNum, NumFolds, NumRecs);
     const int tbl = pDB.FindTable(kDataTable);
+    TRACE_LOCAL(tbl);
     const int parentFNum = pDB.FindField(tbl, QStringLiteral("Parent"));
+    TRACE_LOCAL(parentFNum);
     const int typeFNum = pDB.FindField(tbl, QStringLiteral("Type"));
+    TRACE_LOCAL(typeFNum);
     const DatabaseRecord& db = pDB.DBView();
     if (tbl < 1 || tbl > db.TabNum())
         return;
     const QList<QStringList>& recs = db.Tables[tbl - 1].Records;
     const qsizetype n = recs.size();
+    TRACE_LOCAL(n);
     for (qsizetype i = 0; i < n; ++i) {
         if (i + 16 < n)
             __builtin_prefetch(recs[i + 16].constData());
@@ -286,6 +312,7 @@ void GetSepatRecOptns(const QString& InpStr, int& BufCol, int& BufFlags) {
         return;
     }
     const qsizetype p = InpStr.indexOf(u'|');
+    TRACE_LOCAL(p);
     if (p < 0) {
         BufCol = CLng(InpStr);
         BufFlags = 0;
@@ -302,6 +329,7 @@ QString MakeRecOptns(int Col, int Flags) {
 QString SetRecBold(const QString& InpStr, bool Bold) {
     TRACE_PROC("modMain.SetRecBold", InpStr, Bold);
     int col = 0, bits = 0;
+    TRACE_LOCAL(col);
     GetSepatRecOptns(InpStr, col, bits);
     return MakeRecOptns(col, Bold ? (bits | 1) : (bits & ~1));
 }
@@ -309,6 +337,7 @@ QString SetRecBold(const QString& InpStr, bool Bold) {
 QString SetRecColor(const QString& InpStr, int Col) {
     TRACE_PROC("modMain.SetRecColor", InpStr, Col);
     int col = 0, bits = 0;
+    TRACE_LOCAL(col);
     GetSepatRecOptns(InpStr, col, bits);
     return MakeRecOptns(Col, bits);
 }
@@ -318,7 +347,9 @@ int GetTextTillSepar(const QString& Text, QString& Buffer, const QString& separ,
     if (Start < 1)
         Start = 1;
     const qsizetype from = Start - 1;
+    TRACE_LOCAL(from);
     const qsizetype p = from <= Text.size() ? Text.indexOf(separ, from) : -1;
+    TRACE_LOCAL(p);
     if (p < 0) {
         Buffer = Text.mid(from);
         return static_cast<int>(Text.size()) + 1;
@@ -330,14 +361,18 @@ int GetTextTillSepar(const QString& Text, QString& Buffer, const QString& separ,
 int FindDataRow(clsDatabase& pDB, const QString& IndNum) {
     TRACE_PROC("modMain.FindDataRow", IndNum);
     const int tbl = pDB.FindTable(kDataTable);
+    TRACE_LOCAL(tbl);
     return pDB.GetRecNumFromVal(tbl, pDB.FindField(tbl, QStringLiteral("IndNum")), IndNum, 1);
 }
 
 bool IsInRecordTree(clsDatabase& pDB, const QString& AncestorID, const QString& IndNum) {
     TRACE_PROC("modMain.IsInRecordTree", AncestorID, IndNum);
     const int tbl = pDB.FindTable(kDataTable);
+    TRACE_LOCAL(tbl);
     const int idF = pDB.FindField(tbl, QStringLiteral("IndNum"));
+    TRACE_LOCAL(idF);
     const int parentF = pDB.FindField(tbl, QStringLiteral("Parent"));
+    TRACE_LOCAL(parentF);
     const DatabaseRecord& db = pDB.DBView();
     if (tbl < 1 || tbl > db.TabNum())
         return AncestorID == IndNum;
@@ -352,6 +387,7 @@ bool IsInRecordTree(clsDatabase& pDB, const QString& AncestorID, const QString& 
             parentOf.insert(*id, p ? *p : QString());
     }
     QString cur = IndNum;
+    TRACE_LOCAL(cur);
     // At most one step per row: a loop in a damaged file ends the walk.
     for (qsizetype steps = 0; steps <= recs.size(); ++steps) {
         if (cur == AncestorID)

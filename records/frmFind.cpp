@@ -59,9 +59,9 @@ frmFind::frmFind(frmMain* Main) : QDialog(Main), m_main(Main) {
     DoConfig();
     connect(cmdFind, &QPushButton::clicked, this, &frmFind::cmdFind_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);
-    connect(chkCaseSens, &QCheckBox::clicked, this, &frmFind::chkCaseSens_Click);
-    connect(optSearchTitles, &QRadioButton::clicked, this, &frmFind::optSearch_Click);
-    connect(optSearchEverywhere, &QRadioButton::clicked, this, &frmFind::optSearch_Click);
+    connect(chkCaseSens, &QCheckBox::toggled, this, &frmFind::chkCaseSens_Click);
+    connect(optSearchTitles, &QRadioButton::toggled, this, &frmFind::optSearch_Click);
+    connect(optSearchEverywhere, &QRadioButton::toggled, this, &frmFind::optSearch_Click);
     connect(txtFindText, &QLineEdit::textChanged, this, &frmFind::txtFindText_Change);
     ShowFormLang();
     ApplyDialogOnTop(this);

@@ -63,7 +63,7 @@ frmPaswGenerator::frmPaswGenerator(QWidget* parent) : QDialog(parent) {
     connect(cmdGenerate, &QPushButton::clicked, this, &frmPaswGenerator::cmdGenerate_Click);
     connect(cmdOk, &QPushButton::clicked, this, &frmPaswGenerator::cmdOk_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);
-    connect(chkClipCopy, &QCheckBox::clicked, this, &frmPaswGenerator::chkClipCopy_Click);
+    connect(chkClipCopy, &QCheckBox::toggled, this, &frmPaswGenerator::chkClipCopy_Click);
     connect(txtPaswLenght, &QLineEdit::textChanged, this, &frmPaswGenerator::txtPaswLenght_Change);
     DoConfig();
     ShowFormLang();
@@ -89,10 +89,12 @@ void frmPaswGenerator::ShowFormLang() {
 }
 
 bool frmPaswGenerator::eventFilter(QObject* watched, QEvent* event) {
-    // The length field takes digits only (and the few codes that always passed).
+    // The length field takes digits only (and the few codes that always passed). Only
+    // typed characters are filtered: Tab, Escape, Enter and the other keys that move
+    // the focus or act on the dialog always pass.
     if (watched == txtPaswLenght && event->type() == QEvent::KeyPress) {
         const QString t = static_cast<QKeyEvent*>(event)->text();
-        if (t.size() == 1 && !PaswLengthKeyAllowed(t[0].unicode()))
+        if (t.size() == 1 && t[0].isPrint() && !PaswLengthKeyAllowed(t[0].unicode()))
             return true;
     }
     return QDialog::eventFilter(watched, event);

@@ -17,7 +17,8 @@
 
 namespace {
 constexpr int kIconCount = 20;
-}
+constexpr int kIconNameText = 360; // texts 360-379 name the pictures 1-20
+} // namespace
 
 LookControls::LookControls(QWidget* Owner) : QObject(Owner), m_owner(Owner) {
     lblIconCap = new QLabel;
@@ -73,6 +74,12 @@ void LookControls::AddTo(QGridLayout* Grid, int Row, int Span) {
 void LookControls::ShowFormLang() {
     lblIconCap->setText(Texts(207));
     imcIcons->setAccessibleName(Texts(208));
+    // Each picture has a name of its own, for screen readers and as a tip.
+    for (int n = 1; n <= imcIcons->count(); ++n) {
+        QListWidgetItem* item = imcIcons->item(n - 1);
+        item->setData(Qt::AccessibleTextRole, Texts(kIconNameText + n - 1));
+        item->setToolTip(Texts(kIconNameText + n - 1));
+    }
     chkBold->setText(Texts(209));
     lblColorCap->setText(Texts(210));
     picColor->setAccessibleName(Texts(211));

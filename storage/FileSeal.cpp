@@ -102,6 +102,7 @@ bool SealInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, bool
             qCompress(reinterpret_cast<const uchar*>(File.constData()) + HeaderAt + kSealHeaderSize,
                       File.size() - HeaderAt - kSealHeaderSize);
         const qsizetype bodyAt = HeaderAt + kSealHeaderSize;
+        TRACE_LOCAL(bodyAt);
         sodium_memzero(File.data() + bodyAt, static_cast<std::size_t>(File.size() - bodyAt));
         File.truncate(bodyAt);
         File.append(packed);
@@ -147,7 +148,9 @@ bool SealInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, bool
     randombytes_buf(h + kHdrNonce, crypto_aead_xchacha20poly1305_ietf_NPUBBYTES);
 
     const qsizetype bodyAt = HeaderAt + kSealHeaderSize;
+    TRACE_LOCAL(bodyAt);
     const qsizetype bodyLen = File.size() - bodyAt;
+    TRACE_LOCAL(bodyLen);
     unsigned char mac[kSealTagSize];
     auto* body = reinterpret_cast<unsigned char*>(File.data() + bodyAt);
     crypto_aead_xchacha20poly1305_ietf_encrypt_detached(
@@ -194,7 +197,9 @@ int OpenInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, KeyCa
     WipeBytes(pw);
 
     const qsizetype bodyAt = HeaderAt + kSealHeaderSize;
+    TRACE_LOCAL(bodyAt);
     const qsizetype bodyLen = File.size() - bodyAt - kSealTagSize;
+    TRACE_LOCAL(bodyLen);
     auto* body = reinterpret_cast<unsigned char*>(File.data() + bodyAt);
     const int rc = crypto_aead_xchacha20poly1305_ietf_decrypt_detached(
         body, nullptr, body, static_cast<unsigned long long>(bodyLen), body + bodyLen,
@@ -223,6 +228,7 @@ int OpenInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, KeyCa
     if (flags & kFlagPacked) {
         QByteArray plain = qUncompress(File);
         const bool bad = plain.isEmpty() && !File.isEmpty();
+        TRACE_LOCAL(bad);
         WipeBytes(File);
         File = plain;
         if (bad)

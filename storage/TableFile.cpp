@@ -20,6 +20,7 @@ constexpr char kSepByte = static_cast<char>(0x87);
 void appendEscapedUtf8(QByteArray& Out, const QChar* s, qsizetype n) {
     TRACE_PROC("TableEngine.AppendEscapedUtf8", static_cast<long long>(n));
     const qsizetype at = Out.size();
+    TRACE_LOCAL(at);
     // At most 6 bytes per UTF-16 unit: 3 bytes of which 2 continuation bytes may be 0x87.
     Out.resize(at + n * 6);
     char* w = Out.data() + at;
@@ -107,7 +108,9 @@ bool recordPasses(const QStringList& rec, const TblsFilter* f) {
 template <class Sink> void writeTable(Sink& s, const TableEntry& t, const TblsFilter* Filter) {
     TRACE_PROC("TableEngine.WriteTable", t.Name);
     const bool filtered = Filter && Filter->FldNum > 0;
+    TRACE_LOCAL(filtered);
     long long count = t.Records.size();
+    TRACE_LOCAL(count);
     if (filtered) {
         count = 0;
         for (const QStringList& r : t.Records)
@@ -132,6 +135,7 @@ template <class Sink> void writeTable(Sink& s, const TableEntry& t, const TblsFi
     }
     s.eol();
     const qsizetype nf = t.FldNames.size();
+    TRACE_LOCAL(nf);
     for (const QStringList& r : t.Records) {
         if (filtered && !recordPasses(r, Filter))
             continue;
@@ -157,6 +161,7 @@ template <class Sink> void writeHelpTable(Sink& s, const HelpTable& h) {
     s.raw("}");
     s.eol();
     const qsizetype n = std::min(h.Codes.size(), h.Texts.size());
+    TRACE_LOCAL(n);
     s.num(n);
     s.eol();
     for (qsizetype i = 0; i < n; ++i) {
@@ -175,6 +180,7 @@ template <class Sink> void writeHelpTable(Sink& s, const HelpTable& h) {
 qsizetype estimateBody(const DatabaseRecord& db) {
     TRACE_PROC("TableEngine.EstimateBody");
     qsizetype n = 256 + db.Name.size() + db.Tag.size() + db.Version.size();
+    TRACE_LOCAL(n);
     for (const TableEntry& t : db.Tables) {
         n += 128 + t.Name.size() * 2 + t.Tag.size();
         for (const QString& f : t.FldNames)
@@ -218,7 +224,9 @@ bool parseInt(const char* s, qsizetype n, long long lo, long long hi, long long&
     if (n < 1 || n > 20)
         return false;
     qsizetype i = 0;
+    TRACE_LOCAL(i);
     bool neg = false;
+    TRACE_LOCAL(neg);
     if (s[0] == '-') {
         neg = true;
         i = 1;
@@ -226,6 +234,7 @@ bool parseInt(const char* s, qsizetype n, long long lo, long long hi, long long&
             return false;
     }
     long long v = 0;
+    TRACE_LOCAL(v);
     for (; i < n; ++i) {
         if (s[i] < '0' || s[i] > '9')
             return false;
@@ -250,6 +259,7 @@ struct Piece {
 template <std::size_t Max> int split(const char* s, qsizetype n, Piece (&out)[Max]) {
     TRACE_PROC("TableEngine.Split", static_cast<long long>(n));
     int k = 0;
+    TRACE_LOCAL(k);
     const char* e = s + n;
     for (;;) {
         const auto* q = static_cast<const char*>(std::memchr(s, kSepByte, static_cast<std::size_t>(e - s)));
@@ -305,6 +315,7 @@ int parseTable(Cursor& c, const char* head, qsizetype headLen, TableEntry& t, bo
     TRACE_PROC("TableEngine.ParseTable", QByteArray(head, headLen), keep);
     const char* rawName = head + 1;
     const qsizetype rawLen = headLen - 2;
+    TRACE_LOCAL(rawLen);
     t.Name = UnescapeValue(rawName, rawLen);
     const char* s;
     qsizetype n;
@@ -345,6 +356,7 @@ int parseTable(Cursor& c, const char* head, qsizetype headLen, TableEntry& t, bo
     }
     t.Caption = caption;
     const qsizetype nf = t.FldNames.size();
+    TRACE_LOCAL(nf);
     if (keep)
         t.Records.reserve(std::min<qsizetype>(count, c.end - c.p));
     std::vector<ValuePool> pools(static_cast<std::size_t>(nf));
@@ -387,6 +399,7 @@ int parseHelpTable(Cursor& c, const char* head, qsizetype headLen, HelpTable& h)
     TRACE_PROC("TableEngine.ParseHelpTable", QByteArray(head, headLen));
     const char* rawName = head + 1;
     const qsizetype rawLen = headLen - 2;
+    TRACE_LOCAL(rawLen);
     h.Name = UnescapeValue(rawName, rawLen);
     const char* s;
     qsizetype n;
@@ -449,6 +462,7 @@ QString UnescapeValue(const char* Data, qsizetype Len) {
         }
     }
     QString out = QString::fromUtf8(b);
+    TRACE_LOCAL(out);
     WipeBytes(b);
     return out;
 }
@@ -520,7 +534,9 @@ int ParseBody(const char* Data, qsizetype Len, DatabaseRecord& db, const QSet<QS
     out.Key = db.Key;
     Piece pc[4];
     const int k = split(s, n, pc);
+    TRACE_LOCAL(k);
     long long flags = 0;
+    TRACE_LOCAL(flags);
     if (k >= 2 && pc[1].n > 0 && !parseInt(pc[1].s, pc[1].n, SHRT_MIN, SHRT_MAX, flags))
         return -3;
     out.Name = k >= 1 ? UnescapeValue(pc[0].s, pc[0].n) : QString();
@@ -558,7 +574,9 @@ int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, co
     const auto* nl =
         static_cast<const char*>(std::memchr(Data.constData(), '\n', static_cast<std::size_t>(Data.size())));
     qsizetype sigLen = nl ? nl - Data.constData() : Data.size();
+    TRACE_LOCAL(sigLen);
     const qsizetype bodyAt = nl ? sigLen + 1 : Data.size();
+    TRACE_LOCAL(bodyAt);
     if (sigLen > 0 && Data[sigLen - 1] == '\r')
         --sigLen;
     const QByteArrayView sig(Data.constData(), sigLen);
@@ -583,6 +601,7 @@ QByteArray BuildFileImage(const DatabaseRecord& db, const QString& Pasw, bool Co
     TRACE_PROC("TableEngine.BuildFileImage", HIDDEN(Pasw), Compress);
     QByteArray out;
     const bool sealed = !Pasw.isEmpty();
+    TRACE_LOCAL_HIDDEN(sealed);
     out.reserve(estimateBody(db) + (sealed ? 15 + kSealHeaderSize + kSealTagSize : 11));
     if (!sealed) {
         out.append(kSignature);
@@ -593,6 +612,7 @@ QByteArray BuildFileImage(const DatabaseRecord& db, const QString& Pasw, bool Co
     out.append(kSignatureEnc);
     out.append("\r\n");
     const qsizetype headerAt = out.size();
+    TRACE_LOCAL(headerAt);
     out.append(QByteArray(kSealHeaderSize, '\0'));
     WriteBody(out, db);
     if (!SealInPlace(out, headerAt, Pasw, Compress, db.Key.get()))

@@ -30,6 +30,10 @@ public:
     void Remove(const QString& Key);
     int IndexOf(const QString& Key) const;
 
+    // The keys as an error report lists them (plain reads, no allocation).
+    static long long DumpCount(const void* Col);
+    static const QString* DumpKey(const void* Col, long long i);
+
 private:
     QList<std::pair<QString, clsDatabasePtr>> m_items;
 };

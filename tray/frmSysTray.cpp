@@ -1,5 +1,6 @@
 #include "tray/frmSysTray.h"
 
+#include "diagnostics/Globals.h"
 #include "diagnostics/Trace.h"
 
 #include <QAction>
@@ -9,6 +10,13 @@
 
 frmSysTray::frmSysTray(QObject* parent) : QObject(parent) {
     TRACE_PROC("frmSysTray.Form_Load");
+    argent::diag::registerOwned(this, "frmSysTray", "m_bSupportsNewVersion", &m_bSupportsNewVersion);
+    argent::diag::registerOwned(this, "frmSysTray", "m_iDefaultIndex", &m_iDefaultIndex);
+    argent::diag::registerOwned(this, "frmSysTray", "m_bAddedMenuItem", &m_bAddedMenuItem);
+    argent::diag::registerOwnedItems(
+        this, "frmSysTray", "MenuKeys", &m_keys,
+        [](const void* p) -> long long { return static_cast<const QStringList*>(p)->size(); },
+        [](const void* p, long long i) { return &(*static_cast<const QStringList*>(p))[i]; });
     m_tray = new QSystemTrayIcon(this);
     m_menu = new QMenu;
     m_menu->setObjectName(QStringLiteral("mnuSysTray"));
@@ -39,6 +47,7 @@ frmSysTray::frmSysTray(QObject* parent) : QObject(parent) {
 
 frmSysTray::~frmSysTray() {
     TRACE_PROC("frmSysTray.Form_Unload");
+    argent::diag::dropVars(this);
     m_tray->hide();
     delete m_menu;
 }

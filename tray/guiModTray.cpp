@@ -19,6 +19,9 @@ int g_availableOverride = -1;
 const bool g_registered = [] {
     argent::diag::registerGlobal("DoUnloadTIcon", &DoUnloadTIcon);
     argent::diag::registerGlobalFixed("TrayIcon", "{NOTIFYICONDATA}");
+    argent::diag::registerModuleVar("modMain", "DoUnloadTIcon", &DoUnloadTIcon);
+    argent::diag::registerModuleVar("modTray", "ToldNoTray", &g_toldNoTray);
+    argent::diag::registerModuleVar("modTray", "TrayAvailableOverride", &g_availableOverride);
     return true;
 }();
 } // namespace
@@ -53,7 +56,7 @@ frmSysTray* CreateTrayIcon() {
     g_tray->AddMenuItem(Texts(141), QStringLiteral("UnloadUser"));
     g_tray->AddMenuItem(QStringLiteral("-"));
     g_tray->AddMenuItem(Texts(127), QStringLiteral("Exit"));
-    g_tray->SetToolTip(QStringLiteral("Argent Password Manager"));
+    g_tray->SetToolTip(QString::fromUtf8(kProgramTitle));
     g_tray->SetIconHandle(QIcon(Pt(AppPath()) + QStringLiteral("mainicon.png")));
     if (g_onCreated)
         g_onCreated(g_tray);

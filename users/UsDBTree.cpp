@@ -95,8 +95,10 @@ QList<UsTreeNode> UsDBTreeOrder(const clsDatabase& UsDB) {
             continue;
         }
         const int row = lv.rows[lv.next++];
+        TRACE_LOCAL(row);
         const QStringList& rec = t->Records[row];
         const bool folder = isFolder(valueOf(rec, c.Type));
+        TRACE_LOCAL(folder);
         out.append(UsTreeNode{row + 1, static_cast<int>(stack.size()), folder});
         // Children are looked for from this row on only; once there is one, all of them show.
         const QString& indNum = valueOf(rec, c.IndNum);
@@ -104,7 +106,9 @@ QList<UsTreeNode> UsDBTreeOrder(const clsDatabase& UsDB) {
         if (kids == byParent.constEnd() || kids->empty() || kids->back() < row)
             continue;
         bool ok = false;
+        TRACE_LOCAL(ok);
         const int id = indNum.trimmed().toInt(&ok);
+        TRACE_LOCAL(id);
         if (!ok || onPath.contains(id))
             continue;
         onPath.insert(id);

@@ -43,6 +43,9 @@ const bool g_registered = [] {
     registerGlobalFixed("MDFM", "{Cannot dump external UDTs}");
     registerGlobal("FrmPaswResult", &FrmPaswResult);
     registerGlobalHidden("FrmPaswEnetered");
+    registerModuleVar("modMain", "CurUser", &CurUser);
+    registerModuleVar("modMain", "CurUsDBPath", &CurUsDBPath);
+    registerModuleHidden("modMain", "CurUsPasw");
     return true;
 }();
 
@@ -141,6 +144,7 @@ void TrueKill(const QString& FilePath) {
 void FindUsers(const QString& FPath, StrMass& pUsers) {
     TRACE_PROC("modMain.FindUsers", FPath, pUsers.Items);
     const QString folder = Pt(FPath);
+    TRACE_LOCAL(folder);
     DIR* dir = opendir(QFile::encodeName(folder).constData());
     if (!dir) {
         DbgPrint(QStringLiteral("Error#0003. FPath = ") + FPath);
@@ -148,6 +152,7 @@ void FindUsers(const QString& FPath, StrMass& pUsers) {
     }
     while (const dirent* e = readdir(dir)) {
         QString name = QFile::decodeName(e->d_name);
+        TRACE_LOCAL(name);
         StripNulls(name);
         if (name == QLatin1String(".") || name == QLatin1String(".."))
             continue;
@@ -166,6 +171,7 @@ void FindUsers(const QString& FPath, StrMass& pUsers) {
 QString GetTruePasw(const QString& InPasw) {
     TRACE_PROC("modMain.GetTruePasw", HIDDEN(InPasw));
     QString h = HashString(InPasw);
+    TRACE_LOCAL_HIDDEN(h);
     for (int i = 0; i < 19; ++i)
         h = HashString(h);
     return h + InPasw;
@@ -176,6 +182,7 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
     // The template and its protected form are made in the private temporary folder; the
     // user's path receives only the finished, enciphered file.
     const QString tmp = GetTempFileName();
+    TRACE_LOCAL(tmp);
     {
         QFile f(tmp);
         const QByteArray tpl = NewUserTemplate();
@@ -186,9 +193,11 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
         }
     }
     const QString typed = Pasw;
+    TRACE_LOCAL_HIDDEN(typed);
     Pasw = HashString(typed);
     clsDatabasePtr db;
     const int r = MDFM->LoadDB(tmp, db, QString());
+    TRACE_LOCAL(r);
     MDFM->DeleteDBFromCol(tmp);
     if (r < 0) {
         TrueKill(tmp);
@@ -197,12 +206,15 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
     db->SetTag(Name);
     db->SetName(Name);
     const QString key = GetTruePasw(Pasw);
+    TRACE_LOCAL_HIDDEN(key);
     const int s = MDFM->SaveDB(db, tmp, key, false);
+    TRACE_LOCAL(s);
     if (s < 0) {
         TrueKill(tmp);
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + tmp);
     }
     const bool written = EncryptFile(tmp, Path, true, key);
+    TRACE_LOCAL(written);
     TrueKill(tmp);
     if (!written)
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
@@ -250,6 +262,7 @@ int LoadUser(const QString& UPath, const QString& Pasw) {
     }
     clsDatabasePtr db;
     const int r = MDFM->LoadDB(tmp, db, Pasw);
+    TRACE_LOCAL(r);
     // The deciphered copy is erased on every path, and its entry goes with it: the key
     // names a file that no longer exists.
     TrueKill(tmp);
@@ -267,6 +280,7 @@ int FullUserLoad(const QString& UsName, const QString& UsPasw) {
     TRACE_PROC("modMain.FullUserLoad", UsName, HIDDEN(UsPasw));
     CurUsDB = std::make_shared<clsDatabase>();
     const QString path = UsDBFilePath(UsName);
+    TRACE_LOCAL(path);
     const int r = LoadUser(path, GetTruePasw(UsPasw));
     if (r == -9)
         return 102;

@@ -3,6 +3,8 @@
 #include "diagnostics/ErrorTrap.h"
 #include "tests/common/TestMain.h"
 
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 
 namespace {
@@ -75,6 +77,14 @@ private slots:
         QString t = QStringLiteral("plain");
         RemoveNullChar(t);
         QCOMPARE(t, QStringLiteral("plain"));
+        // The help file of the language when there is one, else the general one.
+        QTemporaryDir dir;
+        QFile(dir.path() + "/readme.Russian.txt").open(QIODevice::WriteOnly);
+        for (const auto& [lang, file] : {std::pair{"Russian", "readme.Russian.txt"},
+                                         {"English", "readme.txt"},
+                                         {"", "readme.txt"},
+                                         {"../x", "readme.txt"}})
+            QCOMPARE(ReadmePath(dir.path(), lang), dir.path() + "/" + file);
     }
 };
 

@@ -133,21 +133,38 @@ private slots:
         QTest::addColumn<QByteArray>("config");
         QTest::addColumn<QByteArray>("language");
         QTest::addColumn<QString>("expected");
+        QTest::addColumn<QString>("variables");
         QTest::newRow("too few lines")
-            << QByteArray("True\r\nTrue\r\n") << QByteArray() << "Error Number: 9\r\n";
+            << QByteArray("True\r\nTrue\r\n") << QByteArray() << "Error Number: 9\r\n"
+            << QString();
         QTest::newRow("binary junk") << QByteArray("\x01\xff\x00zz\r\n\x87\x87", 9) << QByteArray()
-                                     << "Error Number: 9\r\n";
+                                     << "Error Number: 9\r\n"
+                                     << QString();
         QTest::newRow("unknown language")
             << QByteArray("1\r\n2\r\n3\r\n4\r\n5\r\n6\r\n7\r\n8\r\n9\r\n10\r\n11\r\n"
                           "12\r\n13\r\nKlingon\r\n")
-            << QByteArray() << "Error Number: 53\r\n";
+            << QByteArray() << "Error Number: 53\r\n"
+            << QString();
+        // The report shows where in the file reading stopped, and the language module's state.
         QTest::newRow("damaged language")
-            << QByteArray() << QByteArray("300\r\nthis is not a text line\r\n") << "Error Number: 5\r\n";
+            << QByteArray() << QByteArray("300\r\n1=a\r\nthis is not a text line\r\n")
+            << "Error Number: 5\r\n"
+            << "<LocalVariables><LineCount>3</LineCount>\r\n<header>300</header>\r\n<n>300</n>\r\n<i>2</"
+               "i>\r\n"
+               "<line>this is not a text "
+               "line</line>\r\n</LocalVariables>\r\n<ModuleVariables><LangFile></LangFile>\r\n"
+               "<LangTextCount>0</LangTextCount>\r\n</ModuleVariables>";
+        QTest::newRow("identifier not a number")
+            << QByteArray() << QByteArray("300\r\nx=a\r\n")
+            << "Error Number: 13\r\nComponent Name: ArgentPasswordMngr\r\n"
+               "Module Name: modLang\r\nBlock Name: LoadLang\r\nDescription: Type mismatch\r\n"
+            << "<i>1</i>\r\n<line>x=a</line>\r\n</LocalVariables>";
     }
     void damagedSettingsEndInTheReport() {
         QFETCH(QByteArray, config);
         QFETCH(QByteArray, language);
         QFETCH(QString, expected);
+        QFETCH(QString, variables);
         TestEnv env;
         if (!config.isEmpty())
             writeFileText(env.progDir() + "/config.dat", config);
@@ -157,6 +174,7 @@ private slots:
         QCOMPARE(r.code, argent::diag::kTrappedExitCode);
         const QString report = QString::fromUtf8(readAllOf(env.progDir() + "/ErrorReport.txt"));
         QVERIFY2(report.startsWith(expected), qPrintable(report));
+        QVERIFY2(report.contains(variables), qPrintable(report));
         QVERIFY(report.contains("Name: modMain.Main, Type: 1"));
     }
 };

@@ -42,7 +42,8 @@ TestEnv::TestEnv() {
     // The program folder: what the build puts beside the executables, minus programs.
     const QString bin = QStringLiteral(ARGENT_BIN_DIR);
     QDir().mkpath(progDir());
-    for (const char* f : {"start.dat", "mainicon.ico", "mainicon.png", "readme.txt", "SampleUser.bdb"})
+    for (const char* f :
+         {"start.dat", "mainicon.ico", "mainicon.png", "readme.txt", "readme.Russian.txt", "SampleUser.bdb"})
         QFile::copy(bin + u'/' + QLatin1String(f), progDir() + u'/' + QLatin1String(f));
     copyTree(bin + QStringLiteral("/Languages"), progDir() + QStringLiteral("/Languages"));
     SetAppPath(progDir());

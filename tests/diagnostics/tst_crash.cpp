@@ -99,6 +99,12 @@ private slots:
             QStringLiteral("<Parameters><pDepth>7</pDepth>\r\n<pWhat>segv</pWhat>\r\n</Parameters>")));
         QVERIFY(r.reportFile.contains(QStringLiteral("<g_childState>child state</g_childState>")));
         QVERIFY(r.reportFile.contains(QStringLiteral("<CurUsPasw>{Hidden}</CurUsPasw>")));
+        // The error globals are filled before the globals are written.
+        QVERIFY(r.reportFile.contains(QStringLiteral(
+            "<vbcsErrorNumber>10005</vbcsErrorNumber>\r\n<vbcsErrorDescription>Access Violation</"
+            "vbcsErrorDescription>\r\n<vbcsErrorLine>0</"
+            "vbcsErrorLine>\r\n<vbcsErrorSource>vbcsExceptionFilter</"
+            "vbcsErrorSource>\r\n")));
         QVERIFY(r.reportFile.contains(
             QStringLiteral("Stack Trace: Name: modCrash.Main, Type: 1, Parameters: ;-->\r\n"
                            "Name: modCrash.Crasher, Type: 1")));

@@ -153,7 +153,7 @@ private slots:
         QTest::newRow("error")
             << "error"
             << "Error Number: 11\r\nComponent Name: ArgentPasswordMngr\r\n"
-               "Module Name: modConv\r\nBlock Name: VbDiv\r\nDescription: Division by zero\r\n";
+               "Module Name: frmAbout\r\nBlock Name: cmdTestError_Click\r\nDescription: Division by zero\r\n";
         QTest::newRow("exception") << "exception"
                                    << "Error Number: 10005\r\nComponent Name: ArgentPasswordMngr\r\n"
                                       "Module Name: frmAbout\r\nBlock Name: cmdTestException_Click\r\n"
@@ -180,6 +180,16 @@ private slots:
         // Exactly the report the program kept, sent as it stands.
         const QString report = QString::fromUtf8(readAllOf(env.progDir() + "/ErrorReport.txt"));
         QVERIFY2(report.startsWith(head), qPrintable(report));
+        if (trigger == QStringLiteral("error")) {
+            // The failing procedure's variables, and the error globals in the global dump.
+            QVERIFY2(report.contains(
+                         QStringLiteral("<LocalVariables><Dividend>1</Dividend>\r\n<Divisor>0</Divisor>\r\n"
+                                        "<Quotient>0</Quotient>\r\n</LocalVariables>")),
+                     qPrintable(report));
+            QVERIFY(report.contains(QStringLiteral("<vbcsErrorNumber>11</vbcsErrorNumber>")));
+            QVERIFY(report.contains(QStringLiteral(
+                "Name: frmAbout.cmdTestError_Click, Type: 1, Parameters: ;-->\r\n\r\nVersion: ")));
+        }
         QCOMPARE(request, BuildReportRequest("127.0.0.1", report));
     }
 

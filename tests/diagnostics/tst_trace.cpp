@@ -6,6 +6,8 @@
 
 #include <QTest>
 
+#include <functional>
+
 namespace {
 
 QString g_moduleText = QStringLiteral("module state");
@@ -24,10 +26,45 @@ int outerProc(bool pFlag) {
 void failingProc(int pIndex, const QString& pPasw) {
     TRACE_PROC("modTest.Failing", pIndex, HIDDEN(pPasw));
     QString localText = QStringLiteral("local");
-    int localCount = 3;
     TRACE_LOCAL(localText);
+    for (int i = 0; i < 2; ++i) {
+        TRACE_LOCAL(i); // its scope ends before the failure: not in the report
+    }
+    const qsizetype localCount = 3;
     TRACE_LOCAL(localCount);
+    const QString key = QStringLiteral("k-secret");
+    TRACE_LOCAL_HIDDEN(key);
     RaiseError(vbErrSubscript);
+}
+
+// An object whose procedures show its own variables.
+struct TestObj {
+    QString Name;
+    int Count = 0;
+    TestObj(QString n, int c) : Name(std::move(n)), Count(c) {
+        argent::diag::registerMember("clsTestObj", "Name", this, &Name);
+        argent::diag::registerMember("clsTestObj", "Count", this, &Count);
+    }
+    void Fail() const {
+        TRACE_PROC("clsTestObj.Fail");
+        TRACE_SELF();
+        RaiseError(vbErrInvalidCall);
+    }
+};
+
+QString reportOf(const std::function<void()>& fn) {
+    try {
+        fn();
+    } catch (...) {
+        return argent::diag::ReportForCurrentException();
+    }
+    return {};
+}
+
+QString section(const QString& report, const QString& tag) {
+    const qsizetype a = report.indexOf("<" + tag + ">");
+    const qsizetype b = report.indexOf("</" + tag + ">");
+    return a < 0 || b < 0 ? QStringLiteral("?") : report.mid(a + tag.size() + 2, b - a - tag.size() - 2);
 }
 
 void throwsForeign() {
@@ -148,23 +185,34 @@ private slots:
     void reportLayoutIsExact() {
         static QString modVar = QStringLiteral("m1");
         argent::diag::registerModuleVar("modTest", "modVar", &modVar);
+        argent::diag::registerModuleHidden("modTest", "modPasw");
+        InstallErrorTrap();
+        vbcsErrorNumber = 0;
         QString report;
-        QString globals;
         try {
             int pLevel = 1;
             TRACE_PROC("modTest.Outer", pLevel);
             failingProc(12, QStringLiteral("secret"));
         } catch (...) {
-            globals = DumpGlobals();
             report = argent::diag::ReportForCurrentException();
         }
+        // The error globals were set before the report was built, so it shows them.
+        const QString globals = section(report, QStringLiteral("GlobalVariables"));
+        QVERIFY2(
+            globals.contains(QStringLiteral("<vbcsErrorNumber>9</vbcsErrorNumber>\r\n"
+                                            "<vbcsErrorDescription>Subscript out of range</"
+                                            "vbcsErrorDescription>\r\n<vbcsErrorLine>%1</vbcsErrorLine>\r\n"
+                                            "<vbcsErrorSource>modTest.Failing</vbcsErrorSource>\r\n")
+                                 .arg(vbcsErrorLine)),
+            qPrintable(globals));
         const QString expected =
             QStringLiteral(
                 "Error Number: 9\r\nComponent Name: ArgentPasswordMngr\r\nModule Name: modTest\r\n"
                 "Block Name: Failing\r\nDescription: Subscript out of range\r\nLine Number: %1\r\n"
                 "<Variables>\r\n<LocalVariables><localText>local</localText>\r\n<localCount>3</"
-                "localCount>\r\n"
-                "</LocalVariables>\r\n<ModuleVariables><modVar>m1</modVar>\r\n</ModuleVariables>\r\n"
+                "localCount>\r\n<key>{Hidden}</key>\r\n"
+                "</LocalVariables>\r\n<ModuleVariables><modVar>m1</modVar>\r\n<modPasw>{Hidden}</modPasw>\r\n"
+                "</ModuleVariables>\r\n"
                 "<GlobalVariables>%2</GlobalVariables>\r\n</Variables>\r\n"
                 "<Parameters><pIndex>12</pIndex>\r\n<pPasw>{Hidden}</pPasw>\r\n</Parameters>\r\n"
                 "Stack Trace: Name: modTest.Outer, Type: 1, Parameters: <pLevel>1</pLevel>\r\n;-->\r\n"
@@ -182,6 +230,33 @@ private slots:
         QVERIFY(vbcsErrorLine > 0);
         QCOMPARE(ErrorMessage, report);
         QVERIFY(!report.contains(QStringLiteral("secret")));
+    }
+
+    void objectVariablesFollowTheFailingObject() {
+        const TestObj a(QStringLiteral("first"), 1), b(QStringLiteral("second"), 2);
+        QCOMPARE(section(reportOf([&] { b.Fail(); }), QStringLiteral("ModuleVariables")),
+                 QStringLiteral("<Name>second</Name>\r\n<Count>2</Count>\r\n"));
+        QCOMPARE(section(reportOf([&] { a.Fail(); }), QStringLiteral("ModuleVariables")),
+                 QStringLiteral("<Name>first</Name>\r\n<Count>1</Count>\r\n"));
+        // A form's variables go with the form; a collection lists its items.
+        static const int owner = 0;
+        static const QStringList keys{QStringLiteral("a.bdb"), QStringLiteral("b.bdb")};
+        static bool flag = true;
+        argent::diag::registerOwned(&owner, "modOwned", "Flag", &flag);
+        argent::diag::registerOwnedItems(
+            &owner, "modOwned", "Keys", &keys,
+            [](const void* p) -> long long { return static_cast<const QStringList*>(p)->size(); },
+            [](const void* p, long long i) { return &(*static_cast<const QStringList*>(p))[i]; });
+        auto fail = [] {
+            TRACE_PROC("modOwned.Fail");
+            RaiseError(vbErrInvalidCall);
+        };
+        QCOMPARE(
+            section(reportOf(fail), QStringLiteral("ModuleVariables")),
+            QStringLiteral(
+                "<Flag>True</Flag>\r\n<Keys>\r\n  <[1]>a.bdb</[1]>\r\n  <[2]>b.bdb</[2]>\r\n</Keys>\r\n"));
+        argent::diag::dropVars(&owner);
+        QCOMPARE(section(reportOf(fail), QStringLiteral("ModuleVariables")), QString());
     }
 
     void foreignExceptionsAndEmptyStack() {

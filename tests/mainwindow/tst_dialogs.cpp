@@ -128,6 +128,32 @@ private slots:
         QCOMPARE(ProgConfig[10], QStringLiteral("0"));
     }
 
+    void generatorKeyboard() {
+        TestEnv env;
+        makeUser(env);
+        frmPaswGenerator g;
+        g.show();
+        g.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&g));
+        // Tab and Shift+Tab leave the length field; the filter drops typed characters only.
+        for (const auto& [key, mod] :
+             {std::pair{Qt::Key_Tab, Qt::NoModifier}, {Qt::Key_Backtab, Qt::ShiftModifier}}) {
+            g.txtPaswLenght->setFocus();
+            QTest::keyClick(g.txtPaswLenght, key, mod);
+            QVERIFY(!g.txtPaswLenght->hasFocus());
+        }
+        // Escape closes it as Cancel does; the password made before stays handed over.
+        g.txtPaswLenght->setText("9");
+        g.cmdGenerate->click();
+        const QString made = LastGenPasw;
+        QCOMPARE(made.size(), 9);
+        g.txtPaswLenght->setFocus();
+        QTest::keyClick(g.txtPaswLenght, Qt::Key_Escape);
+        QVERIFY(!g.isVisible());
+        QCOMPARE(g.result(), int(QDialog::Rejected));
+        QCOMPARE(LastGenPasw, made);
+    }
+
     void editorsWriteTheRowAndTheNode() {
         TestEnv env;
         makeUser(env);

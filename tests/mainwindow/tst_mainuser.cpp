@@ -7,6 +7,7 @@
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QLabel>
+#include <QLineEdit>
 #include <QTextEdit>
 
 namespace {
@@ -79,6 +80,29 @@ private slots:
         QGuiApplication::clipboard()->setText("keep");
         w.mnuContextValCopy("Login");
         QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("keep"));
+    }
+
+    void clickRightAfterAddFolderShowsTheRecord() {
+        TestEnv env;
+        makeUser(env);
+        Script s;
+        frmMain w;
+        w.Form_Load();
+        openUser();
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        w.SetDropHighlight(w.NodeByKey("0key"));
+        w.mnuContextTrvAddFolder->trigger();
+        QVERIFY(w.trvDatabase->viewport()->findChild<QLineEdit*>()); // the new name is open for editing
+        for (const auto& [key, title] : {std::pair{"4key", "Bank"}, {"2key", "Box"}}) {
+            QTreeWidgetItem* node = w.NodeByKey(key);
+            w.trvDatabase->scrollToItem(node);
+            QTest::mouseClick(w.trvDatabase->viewport(), Qt::LeftButton, {},
+                              w.trvDatabase->visualItemRect(node).center());
+            QVERIFY2(w.txtValue->toPlainText().startsWith(QStringLiteral("Title:\n") + title + "\n"),
+                     qPrintable(w.txtValue->toPlainText()));
+        }
+        QCOMPARE(rowValue("6", "Title"), QStringLiteral("Новая папка"));
     }
 
     void treeCommandsChangeTheDatabase() {
