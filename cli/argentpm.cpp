@@ -262,7 +262,7 @@ void printUsage(FILE* out) {
                "  --case-sensitive  find: tell upper and lower case apart\n"
                "  --format FORMAT   import: the file's format; export: xml or csv\n"
                "  --into ID         import: the folder that takes the new folder\n"
-               "  --map SPEC        import: the columns of a CSV (title=COLUMN,...)\n"
+               "  --map COLUMNS     import: the columns of a CSV (title=COLUMN,...)\n"
                "  --folder ID       export: one folder with everything in it\n"
                "  -o, --output FILE export: the file to write, instead of standard output\n",
                out);

@@ -220,11 +220,11 @@ CsvMapping GuessCsvMapping(const QStringList& Header) {
     return m;
 }
 
-bool ParseCsvMapping(const QString& Spec, const QStringList& Header, CsvMapping& Out, QString& Bad) {
-    TRACE_PROC("modImport.ParseCsvMapping", Spec, Header);
+bool ParseCsvMapping(const QString& Mapping, const QStringList& Header, CsvMapping& Out, QString& Bad) {
+    TRACE_PROC("modImport.ParseCsvMapping", Mapping, Header);
     Out = CsvMapping();
     const QStringList h = lowerHeader(Header);
-    for (const QString& part : Spec.split(u',', Qt::SkipEmptyParts)) {
+    for (const QString& part : Mapping.split(u',', Qt::SkipEmptyParts)) {
         const qsizetype eq = part.indexOf(u'=');
         const QString field = part.left(eq).trimmed().toLower();
         const QString col = eq < 0 ? QString() : part.mid(eq + 1).trimmed();

@@ -107,7 +107,7 @@ CsvMapping GuessCsvMapping(const QStringList& Header);
 // Reads the columns of a mapping given as "title=Name,login=3,...": a column by its name
 // in the header (letter case aside) or its number from 1. False for a field or column
 // that does not exist (Bad names it).
-bool ParseCsvMapping(const QString& Spec, const QStringList& Header, CsvMapping& Out, QString& Bad);
+bool ParseCsvMapping(const QString& Mapping, const QStringList& Header, CsvMapping& Out, QString& Bad);
 
 // Reads a file whole. Format Detect detects it; a generic CSV without a mapping uses
 // GuessCsvMapping. False with Err filled when it cannot be read; Out is then empty. XML is

@@ -6,8 +6,8 @@
 #include "diagnostics/Trace.h"
 #include "storage/Md5.h"
 #include "users/UserAccounts.h"
-#include "users/guiOpenUser.h"
 #include "users/UserName.h"
+#include "users/guiOpenUser.h"
 #include "users/guiStrengthMeter.h"
 
 #include <QCheckBox>

@@ -10,8 +10,8 @@
 
 namespace {
 
-QStringList row(const QString& Spec) {
-    const QStringList p = Spec.split(u':');
+QStringList row(const QString& Text) {
+    const QStringList p = Text.split(u':');
     const QString title = p.value(2);
     return {p.value(0), p.value(1), title.startsWith(u'F') ? "1" : "2", title, p.value(3), "pw", "",
             "1key",     "0|0"};
@@ -39,7 +39,7 @@ TableEntry sharing(const TableEntry& Base, TableEntry T) {
     return T;
 }
 
-QString spec(const QList<QStringList>& Rows) {
+QString rowsText(const QList<QStringList>& Rows) {
     QStringList out;
     for (const QStringList& r : Rows)
         out << r[0] + ":" + r[1] + ":" + r[3] + (r[4].isEmpty() ? QString() : ":" + r[4]);
@@ -132,7 +132,7 @@ private slots:
         const TableEntry b = table(base, t[0]);
         for (const TableEntry& o : {table(ours, t[1]), sharing(b, table(ours, t[1]))}) {
             const clsMergeResult r = MergeDataTable(b, o, table(theirs, t[2]));
-            QCOMPARE(spec(r.Records), merged);
+            QCOMPARE(rowsText(r.Records), merged);
             QCOMPARE(r.Tag, tag);
             // Identifiers stay unique.
             QSet<QString> ids;
@@ -177,7 +177,7 @@ private slots:
         for (const QString& r : rows.split(u' '))
             CurUsDB->SetTblRecord(dataTable(), CurUsDB->AddRecord(dataTable()), row(r));
         QCOMPARE(MoveRecordTree(*CurUsDB, id, parent), result);
-        QCOMPARE(spec(allRows()), after);
+        QCOMPARE(rowsText(allRows()), after);
     }
 };
 
