@@ -107,7 +107,14 @@ void frmRestore::cmdRestore_Click() {
     // user's own copy is meant to replace what is open.
     if (user != CurUser && !SaveCurrentUserFirst())
         return;
-    if (RestoreDBFromBackup(item) == 1 && AskUserPassword(this, user) == 1) {
+    const int restored = RestoreDBFromBackup(item);
+    TRACE_LOCAL(restored);
+    // The user's file is unchanged after either failure: say why nothing happened.
+    if (restored == -1)
+        MsgBox(Texts(247), vbExclamation);
+    else if (restored == -6)
+        MsgBox(Texts(264), vbExclamation);
+    if (restored == 1 && AskUserPassword(this, user) == 1) {
         // Another user's copy, or one made under an older password: its password opens it.
         QString pasw = FrmPaswEnetered;
         TRACE_LOCAL_HIDDEN(pasw);
