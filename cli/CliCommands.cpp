@@ -52,24 +52,31 @@ int askSecret(const CliOptions& Opt, const char* Prompt, QString& Out) {
     return cliOk;
 }
 
+int askConfirmedSecret(const CliOptions& Opt, const char* Prompt, const char* Done, QString& Out) {
+    TRACE_PROC("modCli.AskConfirmedSecret", Prompt);
+    if (int rc = askSecret(Opt, Prompt, Out))
+        return rc;
+    if (Opt.PaswStdin)
+        return cliOk;
+    QString again;
+    if (int rc = askSecret(Opt, "Repeat it: ", again))
+        return rc;
+    const bool same = again == Out;
+    TRACE_LOCAL(same);
+    WipeString(again);
+    if (!same) {
+        WipeString(Out);
+        say(QStringLiteral("the two passwords differ; nothing was %1").arg(QLatin1String(Done)));
+        return cliRefused;
+    }
+    return cliOk;
+}
+
 // A new password: one line from standard input, or typed twice on the terminal.
 int askNewSecret(const CliOptions& Opt, QString& Out) {
     TRACE_PROC("modCli.AskNewSecret");
-    if (int rc = askSecret(Opt, "New password: ", Out))
+    if (int rc = askConfirmedSecret(Opt, "New password: ", "changed", Out))
         return rc;
-    if (!Opt.PaswStdin) {
-        QString again;
-        if (int rc = askSecret(Opt, "Repeat the new password: ", again))
-            return rc;
-        const bool same = again == Out;
-        TRACE_LOCAL(same);
-        WipeString(again);
-        if (!same) {
-            WipeString(Out);
-            say(QStringLiteral("the two passwords differ; nothing was changed"));
-            return cliRefused;
-        }
-    }
     if (Out.size() < kMinPaswLen) {
         WipeString(Out);
         say(QStringLiteral("a password needs at least %1 characters; nothing was changed").arg(kMinPaswLen));

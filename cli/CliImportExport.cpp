@@ -36,23 +36,6 @@ bool parseId(const QString& Text, QString& Id) {
     return true;
 }
 
-// The root or a folder of the current user; an exit status after saying why not.
-int folderOfUser(const QString& Id) {
-    if (Id == QLatin1String("0"))
-        return cliOk;
-    const int rec = FindDataRow(*CurUsDB, Id);
-    if (rec == 0) {
-        say(QStringLiteral("user %1 has no folder with identifier %2").arg(quoted(CurUser), Id));
-        return cliNoRecord;
-    }
-    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    if (Val(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Type"))) == 2.0) {
-        say(QStringLiteral("%1 is a record, not a folder").arg(Id));
-        return cliRefused;
-    }
-    return cliOk;
-}
-
 QString plural(int N, const char* One, const char* Many) {
     return QString::number(N) + u' ' + QLatin1String(N == 1 ? One : Many);
 }
@@ -100,7 +83,7 @@ int CmdImport(const CliOptions& Opt, const QStringList& Args) {
 
     if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
-    if (int rc = folderOfUser(into))
+    if (int rc = existingFolder(into))
         return rc;
     const QString id = ImportIntoDB(data, into, ImportFolderName(path), nullptr, err);
     if (id.isEmpty()) {
@@ -137,7 +120,7 @@ int CmdExport(const CliOptions& Opt, const QStringList& Args) {
     int tbl;
     if (int rc = dataTable(tbl))
         return rc;
-    if (int rc = folderOfUser(folder))
+    if (int rc = existingFolder(folder))
         return rc;
     ExpCounts counts;
     QByteArray bytes = ExportRecordTree(

@@ -86,22 +86,6 @@ int existingRow(const QString& Id, int& Rec) {
     return cliOk;
 }
 
-// The root or a folder, to put rows into.
-int existingFolder(const QString& Id) {
-    if (Id == QLatin1String("0"))
-        return cliOk;
-    const int rec = FindDataRow(*CurUsDB, Id);
-    if (rec == 0) {
-        say(QStringLiteral("user %1 has no folder with identifier %2").arg(quoted(CurUser), Id));
-        return cliNoRecord;
-    }
-    if (isRecordRow(rec)) {
-        say(QStringLiteral("%1 is a record, not a folder: it cannot hold anything").arg(Id));
-        return cliRefused;
-    }
-    return cliOk;
-}
-
 // A colour as decimal COLORREF (0x00BBGGRR) or as #RRGGBB.
 bool parseColor(const QString& Text, int& Col) {
     static const QRegularExpression hex(
@@ -175,20 +159,8 @@ int CmdAdd(const CliOptions& Opt, const QStringList& Args) {
     if (generate) {
         pasw = GeneratePassword(length);
     } else if (ask) {
-        if (int rc = askSecret(Opt, "Password of the record: ", pasw))
+        if (int rc = askConfirmedSecret(Opt, "Password of the record: ", "added", pasw))
             return rc;
-        if (!Opt.PaswStdin) {
-            QString again;
-            if (int rc = askSecret(Opt, "Repeat it: ", again))
-                return rc;
-            const bool same = again == pasw;
-            WipeString(again);
-            if (!same) {
-                WipeString(pasw);
-                say(QStringLiteral("the two passwords differ; nothing was added"));
-                return cliRefused;
-            }
-        }
     }
     const QString id = AddRecordToDB(*CurUsDB, parent, Opt.Given.value(QStringLiteral("--title")),
                                      Opt.Given.value(QStringLiteral("--login")), pasw,
@@ -364,6 +336,22 @@ int CmdGenerate(const CliOptions&, const QStringList& Args) {
 }
 
 namespace cli {
+// The root or a folder, to put rows into.
+int existingFolder(const QString& Id) {
+    if (Id == QLatin1String("0"))
+        return cliOk;
+    const int rec = FindDataRow(*CurUsDB, Id);
+    if (rec == 0) {
+        say(QStringLiteral("user %1 has no folder with identifier %2").arg(quoted(CurUser), Id));
+        return cliNoRecord;
+    }
+    if (isRecordRow(rec)) {
+        say(QStringLiteral("%1 is a record, not a folder: it cannot hold anything").arg(Id));
+        return cliRefused;
+    }
+    return cliOk;
+}
+
 int openUserForChange(const CliOptions& Opt, const QString& Name) {
     return openForChange(Opt, Name);
 }

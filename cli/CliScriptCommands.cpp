@@ -218,20 +218,8 @@ int applyFieldEdits(const CliOptions& Opt, const QString& Id, int Rec) {
         pasw = GeneratePassword(PaswLengthFromText(Opt.Given.value(QStringLiteral("--generate"))));
         setPasw = true;
     } else if (Opt.Given.contains(QStringLiteral("--ask-password"))) {
-        if (int rc = askSecret(Opt, "New password of the record: ", pasw))
+        if (int rc = askConfirmedSecret(Opt, "New password of the record: ", "changed", pasw))
             return rc;
-        if (!Opt.PaswStdin) {
-            QString again;
-            if (int rc = askSecret(Opt, "Repeat it: ", again))
-                return rc;
-            const bool same = again == pasw;
-            WipeString(again);
-            if (!same) {
-                WipeString(pasw);
-                say(QStringLiteral("the two passwords differ; nothing was changed"));
-                return cliRefused;
-            }
-        }
         setPasw = true;
     }
     const QString ind = QStringLiteral("IndNum");

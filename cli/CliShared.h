@@ -14,6 +14,12 @@ void say(const QString& Text);
 QString quoted(const QString& Name);
 // A password from the next line of standard input (--password-stdin) or the terminal.
 int askSecret(const CliOptions& Opt, const char* Prompt, QString& Out);
+// askSecret, typed a second time on a terminal; differing entries are cliRefused after
+// saying that nothing was Done ("changed", "added").
+int askConfirmedSecret(const CliOptions& Opt, const char* Prompt, const char* Done, QString& Out);
+// The root ("0") or a folder of the current user, to put rows into; an exit status after
+// saying why not.
+int existingFolder(const QString& Id);
 // Takes the lock of user Name's file for the rest of the command (every changing command
 // holds it across its read, change and write). cliOk, or cliLocked / cliFailed after
 // saying why.
