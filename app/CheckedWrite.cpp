@@ -1,5 +1,7 @@
 #include "app/CheckedWrite.h"
 
+#include "app/MemoryFile.h"
+
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
 
@@ -24,7 +26,10 @@ void syncFolder(const QString& FilePath) {
 
 } // namespace
 
-clsCheckedFile::clsCheckedFile(const QString& Path) : m_file(Path) {}
+clsCheckedFile::clsCheckedFile(const QString& Path) : m_file(Path) {
+    if (IsMemoryFile(Path))
+        m_scratch.setFileName(Path);
+}
 
 clsCheckedFile::~clsCheckedFile() {
     if (!m_done)
@@ -33,6 +38,15 @@ clsCheckedFile::~clsCheckedFile() {
 
 bool clsCheckedFile::Open(QFileDevice::Permissions Perms) {
     TRACE_PROC("clsCheckedFile.Open", m_file.fileName());
+    if (!m_scratch.fileName().isEmpty()) {
+        m_dev = &m_scratch;
+        if (!m_scratch.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
+            m_failed = true;
+            return false;
+        }
+        return true;
+    }
+    m_dev = &m_file;
     // Unbuffered: a write the disk refuses fails in Write, not silently in a later flush.
     if (!m_file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
         m_failed = true;
@@ -46,11 +60,11 @@ bool clsCheckedFile::Open(QFileDevice::Permissions Perms) {
 }
 
 bool clsCheckedFile::Write(const char* Data, qint64 Len) {
-    if (m_failed || !m_file.isOpen())
+    if (m_failed || !m_dev || !m_dev->isOpen())
         return false;
     qint64 done = 0;
     while (done < Len) {
-        const qint64 n = m_file.write(Data + done, Len - done);
+        const qint64 n = m_dev->write(Data + done, Len - done);
         if (n <= 0) {
             m_failed = true;
             return false;
@@ -65,6 +79,12 @@ bool clsCheckedFile::Commit() {
     TRACE_PROC("clsCheckedFile.Commit", m_file.fileName(), static_cast<long long>(m_written));
     if (m_done)
         return false;
+    if (m_dev == &m_scratch) {
+        m_done = true;
+        const bool ok = !m_failed && m_scratch.isOpen() && m_scratch.size() == m_written;
+        m_scratch.close();
+        return ok;
+    }
     if (m_failed || !m_file.isOpen() || m_file.error() != QFileDevice::NoError || !m_file.flush() ||
         ::fsync(m_file.handle()) != 0 || m_file.size() != m_written) {
         DbgPrint(QStringLiteral("Write failed: ") + m_file.fileName() + QStringLiteral(" (") + ErrorText() +
@@ -84,6 +104,10 @@ bool clsCheckedFile::Commit() {
 
 void clsCheckedFile::Cancel() {
     m_done = true;
+    if (m_dev == &m_scratch) {
+        m_scratch.close();
+        return;
+    }
     // commit() after cancelWriting() removes the temporary file and reports failure.
     if (m_file.isOpen()) {
         m_file.cancelWriting();
@@ -92,7 +116,7 @@ void clsCheckedFile::Cancel() {
 }
 
 QString clsCheckedFile::ErrorText() const {
-    return m_file.errorString();
+    return m_dev == &m_scratch ? m_scratch.errorString() : m_file.errorString();
 }
 
 bool WriteFileChecked(const QString& Path, const QByteArray& Data, QFileDevice::Permissions Perms) {

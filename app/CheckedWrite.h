@@ -8,6 +8,7 @@
 // the temporary file and leaves the old target byte for byte as it was.
 
 #include <QByteArray>
+#include <QFile>
 #include <QFileDevice>
 #include <QSaveFile>
 #include <QString>
@@ -36,6 +37,8 @@ public:
 
 private:
     QSaveFile m_file;
+    QFile m_scratch;              // the target itself, when it is a memory file
+    QFileDevice* m_dev = nullptr; // where Write goes
     qint64 m_written = 0;
     bool m_failed = false;
     bool m_done = false;

@@ -2,6 +2,7 @@
 
 #include "app/InstanceChannel.h"
 #include "app/guiApplication.h"
+#include "app/guiPaintProbe.h"
 #include "app/modMain.h"
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/frmError.h"
@@ -18,6 +19,7 @@ int main(int argc, char** argv) {
     prctl(PR_SET_DUMPABLE, 0);
     ArgentApplication app(argc, argv);
     InstallGuiErrorTrap();
+    InstallPaintProbe();
     // After a crash the program comes back in this mode to show the report.
     const QStringList args = QCoreApplication::arguments();
     if (args.size() >= 3 && args[1] == QLatin1String("--error-report"))

@@ -6,6 +6,9 @@
 // median is printed.
 //
 //   bench_storage [N ...]          (default 1000 10000 100000)
+//   bench_storage --gen N DIR      writes user BenchN into DIR (password "bench-password-1")
+//   bench_storage --xml N DIR OUT  writes user BenchN of DIR as a KeePass XML export (the
+//                                  same folders and records, for bench/compare_keepassxc.py)
 
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
@@ -21,9 +24,12 @@
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
+#include <QUuid>
+#include <QXmlStreamWriter>
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <sys/resource.h>
 #include <vector>
 
@@ -118,6 +124,62 @@ int generate(int n, const QString& dir) {
     return SaveUsDB(CurUsDB, key) > 0 ? 0 : 1;
 }
 
+// The same tree as a KeePass XML export: folders become groups, records entries, the top
+// level the root group.
+int exportXml(int n, const QString& dir, const QString& out) {
+    setup(dir);
+    if (LoadUser(UsDBFilePath(userName(n)), GetTruePasw(HashString(QString::fromLatin1(kPasw)))) != 2)
+        return 1;
+    const TableEntry& t = CurUsDB->DBView().Tables[0];
+    QHash<QString, QList<int>> kids;
+    for (int i = 0; i < t.RecNum(); ++i)
+        kids[t.Records[i].value(1)].append(i);
+    QFile f(out);
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return 1;
+    QXmlStreamWriter w(&f);
+    w.writeStartDocument();
+    w.writeStartElement(QStringLiteral("KeePassFile"));
+    w.writeStartElement(QStringLiteral("Meta"));
+    w.writeTextElement(QStringLiteral("Generator"), QStringLiteral("bench_storage"));
+    w.writeEndElement();
+    w.writeStartElement(QStringLiteral("Root"));
+    auto uuid = [] { return QString::fromLatin1(QUuid::createUuid().toRfc4122().toBase64()); };
+    auto field = [&](const char* key, const QString& value) {
+        w.writeStartElement(QStringLiteral("String"));
+        w.writeTextElement(QStringLiteral("Key"), QLatin1String(key));
+        w.writeTextElement(QStringLiteral("Value"), value);
+        w.writeEndElement();
+    };
+    std::function<void(const QString&, const QString&)> group = [&](const QString& id, const QString& title) {
+        w.writeStartElement(QStringLiteral("Group"));
+        w.writeTextElement(QStringLiteral("UUID"), uuid());
+        w.writeTextElement(QStringLiteral("Name"), title);
+        const QList<int> rows = kids.value(id);
+        for (int r : rows) {
+            const QStringList& v = t.Records[r];
+            if (v.value(2) == QLatin1String("1"))
+                continue;
+            w.writeStartElement(QStringLiteral("Entry"));
+            w.writeTextElement(QStringLiteral("UUID"), uuid());
+            field("Title", v.value(3));
+            field("UserName", v.value(4));
+            field("Password", v.value(5));
+            field("Notes", v.value(6));
+            w.writeEndElement();
+        }
+        for (int r : rows)
+            if (t.Records[r].value(2) == QLatin1String("1"))
+                group(t.Records[r].value(0), t.Records[r].value(3));
+        w.writeEndElement();
+    };
+    group(QStringLiteral("0"), QStringLiteral("Root"));
+    w.writeEndElement();
+    w.writeEndElement();
+    w.writeEndDocument();
+    return f.error() == QFileDevice::NoError ? 0 : 1;
+}
+
 double msSince(QElapsedTimer& t) {
     return static_cast<double>(t.nsecsElapsed()) / 1e6;
 }
@@ -170,6 +232,10 @@ int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     const QStringList args = QCoreApplication::arguments();
     int rc = 1;
+    if (args.size() == 5 && args[1] == QLatin1String("--xml")) {
+        argent::diag::trapped([&] { rc = exportXml(args[2].toInt(), args[3], args[4]); });
+        return rc;
+    }
     if (args.size() == 4 && (args[1] == QLatin1String("--gen") || args[1] == QLatin1String("--measure"))) {
         argent::diag::trapped([&] {
             rc = args[1] == QLatin1String("--gen") ? generate(args[2].toInt(), args[3])

@@ -99,3 +99,22 @@ bool DecryptFile(const QString& InPath, const QString& OutPath, bool Flag, const
     TRACE_PROC("clsRC4.DecryptFile", InPath, OutPath, Flag, HIDDEN(Key));
     return cipherFile(InPath, OutPath, Flag, Key);
 }
+
+bool DecryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key,
+                 clsFileIdentity& Id) {
+    TRACE_PROC("clsRC4.DecryptFile", InPath, OutPath, Flag, HIDDEN(Key));
+    QByteArray bytes;
+    if (!ReadFileWithIdentity(InPath, bytes, Id))
+        return false;
+    if (!Flag && QFileInfo::exists(OutPath) && QFileInfo(OutPath) != QFileInfo(InPath))
+        RaiseError(vbErrFileExists, QStringLiteral("File already exists: ") + OutPath);
+    {
+        QByteArray key = Key.toUtf8();
+        Rc4 rc4(key);
+        sodium_memzero(key.data(), static_cast<std::size_t>(key.size()));
+        rc4.Apply(bytes.data(), bytes.size());
+    }
+    const bool ok = WriteFileChecked(OutPath, bytes);
+    sodium_memzero(bytes.data(), static_cast<std::size_t>(bytes.size()));
+    return ok;
+}

@@ -4,6 +4,8 @@
 // every user file; it carries no salt or nonce, so one key and one input always give
 // the same bytes.
 
+#include "storage/FileIdentity.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -34,3 +36,7 @@ private:
 bool EncryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key);
 // RC4 is its own inverse: the same as EncryptFile.
 bool DecryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key);
+// DecryptFile that also gives the identity (size, time, inode, digest) of exactly the
+// bytes it deciphered, read once.
+bool DecryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key,
+                 clsFileIdentity& Id);

@@ -1,6 +1,7 @@
 #include "storage/TableEngine.h"
 
 #include "storage/FileSeal.h"
+#include "storage/FoldedSearch.h"
 #include "storage/TableFile.h"
 
 #include "app/CheckedWrite.h"
@@ -127,6 +128,26 @@ private:
 
 } // namespace
 
+TableEngine::TableEngine() = default;
+TableEngine::~TableEngine() = default;
+// A copy starts without the folded copy: it belongs to the structure the original searched.
+TableEngine::TableEngine(const TableEngine&) {}
+TableEngine& TableEngine::operator=(const TableEngine& Other) {
+    if (this != &Other)
+        m_folded.reset();
+    return *this;
+}
+
+void TableEngine::TableChanged(int TblNum, int From, int To) {
+    if (m_folded)
+        m_folded->Changed(TblNum, From, To);
+}
+
+void TableEngine::DatabaseChanged() {
+    if (m_folded)
+        m_folded->Clear();
+}
+
 int TableEngine::AddRecord(DatabaseRecord& db, int TblNum) {
     TRACE_PROC("TableEngine.AddRecord", TblNum);
     if (!tblOk(db, TblNum))
@@ -135,6 +156,7 @@ int TableEngine::AddRecord(DatabaseRecord& db, int TblNum) {
     QStringList rec;
     rec.resize(t.FldNames.size());
     t.Records.append(std::move(rec));
+    TableChanged(TblNum, t.RecNum());
     return t.RecNum();
 }
 
@@ -163,6 +185,7 @@ QString TableEngine::GetComplexFldVal(const DatabaseRecord& db, int TblNum, int 
 
 int TableEngine::LoadDatabase(DatabaseRecord& db, const QString& Path, const QString& Pasw) {
     TRACE_PROC("TableEngine.LoadDatabase", Path, HIDDEN(Pasw));
+    DatabaseChanged();
     if (!QFileInfo(Path).isFile())
         return tbeNoFile;
     QFile f(Path);
@@ -239,6 +262,7 @@ void TableEngine::SetTblFldValNm(DatabaseRecord& db, int TblNum, int RecNum, con
     QStringList& r = db.Tables[TblNum - 1].Records[RecNum - 1];
     if (f >= 1 && f <= r.size())
         r[f - 1] = newval;
+    TableChanged(TblNum, RecNum, RecNum);
 }
 
 int TableEngine::GetHelpValNum(const DatabaseRecord& db, int HTabNum, const QString& StrVal) {
@@ -296,6 +320,7 @@ void TableEngine::ResetDatabase(DatabaseRecord& db) {
     TRACE_PROC("TableEngine.ResetDatabase");
     db = DatabaseRecord();
     db.Key = std::make_shared<KeyCache>();
+    DatabaseChanged();
 }
 
 int TableEngine::DeleteRec(DatabaseRecord& db, int TblNum, int RecNum) {
@@ -303,6 +328,7 @@ int TableEngine::DeleteRec(DatabaseRecord& db, int TblNum, int RecNum) {
     if (!recOk(db, TblNum, RecNum))
         return 0;
     db.Tables[TblNum - 1].Records.removeAt(RecNum - 1);
+    TableChanged(TblNum, RecNum);
     return 1;
 }
 
@@ -317,6 +343,13 @@ int TableEngine::FindRecordInFields(const DatabaseRecord& db, int TblNum, const 
     TRACE_PROC("TableEngine.FindRecordInFields", TblNum, SText, Start, CaseSens);
     if (!tblOk(db, TblNum))
         return 0;
+    if (!CaseSens) {
+        if (!m_folded)
+            m_folded = std::make_unique<clsFoldedSearch>();
+        const int r = m_folded->Find(db, TblNum, FldNums, SText, Start);
+        if (r >= 0)
+            return r;
+    }
     const QList<QStringList>& recs = db.Tables[TblNum - 1].Records;
     const TextMatcher match(SText, CaseSens);
     const qsizetype n = recs.size();
@@ -352,6 +385,7 @@ int TableEngine::DeleteRecs(DatabaseRecord& db, int TblNum, const QList<int>& Re
     }
     if (removed == 0)
         return 0;
+    TableChanged(TblNum, static_cast<int>(std::find(drop.begin(), drop.end(), true) - drop.begin()) + 1);
     qsizetype w = 0;
     for (qsizetype i = 0; i < recs.size(); ++i) {
         if (drop[static_cast<std::size_t>(i)])

@@ -23,6 +23,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <climits>
 #include <cstdint>
 #include <memory>
 
@@ -85,6 +86,8 @@ enum TableEngineResult {
     tbeNothingToSave = -5 // see clsDatabase / SaveUsDB
 };
 
+class clsFoldedSearch;
+
 class TableEngine {
 public:
     int AddRecord(DatabaseRecord& db, int TblNum);
@@ -129,4 +132,19 @@ public:
     // Beyond the classic set: removes many records in one pass (numbers in any order,
     // repeats and bad numbers ignored). Answers how many were removed.
     int DeleteRecs(DatabaseRecord& db, int TblNum, const QList<int>& RecNums);
+
+    // Beyond the classic set: a search without regard to case answers from a folded copy
+    // of the searched columns that the engine keeps for the structure it last searched.
+    // Whoever changes that structure other than through the engine says so here: records
+    // From..To of a table (To = INT_MAX: From and every later one), or all of it.
+    void TableChanged(int TblNum, int From, int To = INT_MAX);
+    void DatabaseChanged();
+
+    TableEngine();
+    ~TableEngine();
+    TableEngine(const TableEngine&);
+    TableEngine& operator=(const TableEngine&);
+
+private:
+    std::unique_ptr<clsFoldedSearch> m_folded; // made by the first search that uses it
 };

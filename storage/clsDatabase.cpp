@@ -51,6 +51,7 @@ void clsDatabase::SetDB(const DatabaseRecord& NewDB) {
     TRACE_PROP("clsDatabase.DB", NewDB);
     TRACE_SELF();
     lDB = NewDB;
+    lDBMngr.DatabaseChanged();
 }
 
 int clsDatabase::flags() const {
@@ -238,6 +239,7 @@ void clsDatabase::SetTblFldVal(int TblNum, int RecNum, int FldNum, const QString
     if (FldNum < 1 || FldNum > r.size())
         RaiseError(vbErrSubscript);
     r[FldNum - 1] = newval;
+    lDBMngr.TableChanged(TblNum, RecNum, RecNum);
 }
 
 void clsDatabase::SetTblFldValNm(int TblNum, int RecNum, const QString& FldName, const QString& newval) {
@@ -256,6 +258,7 @@ void clsDatabase::SetTblRecord(int TblNum, int RecNum, const QStringList& NewRec
     if (RecNum < 1 || RecNum > t.RecNum())
         RaiseError(vbErrSubscript);
     t.Records[RecNum - 1] = NewRec;
+    lDBMngr.TableChanged(TblNum, RecNum, RecNum);
 }
 
 QString clsDatabase::FindHelpVal(int TblNum, int FldNum, const QString& Val) {
@@ -370,6 +373,7 @@ void clsDatabase::SetFldAllRecsVal(int TblNum, int FldNum, const QString& lVal, 
         r[FldNum - 1] = lVal;
         ++buf;
     }
+    lDBMngr.TableChanged(TblNum, 1);
 }
 
 int clsDatabase::GetHelpValNum(int HTabNum, const QString& StrVal) {
@@ -440,4 +444,5 @@ void clsDatabase::ReplaceDB(DatabaseRecord NewDB) {
     if (!NewDB.Key)
         NewDB.Key = lDB.Key;
     lDB = std::move(NewDB);
+    lDBMngr.DatabaseChanged();
 }

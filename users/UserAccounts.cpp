@@ -2,6 +2,7 @@
 
 #include "users/IUserView.h"
 
+#include "app/MemoryFile.h"
 #include "app/ProgConfig.h"
 #include "app/modMain.h"
 #include "diagnostics/DbgPrint.h"
@@ -15,6 +16,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryFile>
@@ -52,6 +54,59 @@ const bool g_registered = [] {
 IUserView* g_view = nullptr;
 
 constexpr qint64 kSignatureEncLen = 13; // "wqpdhxMeM.ENC"
+
+// The deciphered copy of the last password check that succeeded, kept for the load that
+// follows it (the window's password dialog, argentpm's commands), so that a file is read
+// and deciphered once per opening. It is only taken for the same file, still unchanged
+// (same size, time and inode), and the same key, within a few seconds; any other check
+// or load drops it.
+struct CheckedCopy {
+    QString UPath;
+    QByteArray KeyDigest;
+    clsFileIdentity Id;
+    QString Tmp;
+    QElapsedTimer Age;
+};
+CheckedCopy g_checked;
+constexpr qint64 kCheckedCopyMs = 10000;
+
+QByteArray keyDigest(const QString& Key) {
+    const QByteArray k = Key.toUtf8();
+    QByteArray d(crypto_generichash_BYTES, Qt::Uninitialized);
+    crypto_generichash(reinterpret_cast<unsigned char*>(d.data()), crypto_generichash_BYTES,
+                       reinterpret_cast<const unsigned char*>(k.constData()),
+                       static_cast<unsigned long long>(k.size()), nullptr, 0);
+    return d;
+}
+
+void dropCheckedCopy() {
+    if (!g_checked.Tmp.isEmpty())
+        TrueKill(g_checked.Tmp);
+    g_checked = CheckedCopy();
+}
+
+// Takes the kept copy when it is the one for UPath and Key: Tmp and Id receive it.
+bool takeCheckedCopy(const QString& UPath, const QString& Key, QString& Tmp, clsFileIdentity& Id) {
+    if (g_checked.Tmp.isEmpty())
+        return false;
+    bool fits = g_checked.UPath == UPath && g_checked.Age.isValid() &&
+                !g_checked.Age.hasExpired(kCheckedCopyMs) && g_checked.KeyDigest == keyDigest(Key);
+    if (fits) {
+        struct stat st;
+        fits = ::stat(QFile::encodeName(UPath).constData(), &st) == 0 && st.st_size == g_checked.Id.Size &&
+               st.st_ino == g_checked.Id.Inode &&
+               static_cast<qint64>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec ==
+                   g_checked.Id.MTimeNs;
+    }
+    if (!fits) {
+        dropCheckedCopy();
+        return false;
+    }
+    Tmp = g_checked.Tmp;
+    Id = g_checked.Id;
+    g_checked = CheckedCopy();
+    return true;
+}
 
 void saveLastUser(const QString& UsName) {
     TRACE_PROC("modMain.SaveLastUser", UsName);
@@ -110,6 +165,10 @@ QByteArray NewUserTemplate() {
 
 bool TryGetTempFileName(QString& Out) {
     TRACE_PROC("modMain.TryGetTempFileName");
+    // In memory where the system allows: the copy then never reaches a disk.
+    Out = CreateMemoryFile("psc");
+    if (!Out.isEmpty())
+        return true;
     // The process id in the name tells the start-up clean-up whose copy it is.
     QTemporaryFile f(GetWindowsTemp() +
                      QStringLiteral("psc%1_XXXXXX.tmp").arg(QCoreApplication::applicationPid()));
@@ -131,6 +190,8 @@ QString GetTempFileName() {
 
 void TrueKill(const QString& FilePath) {
     TRACE_PROC("modMain.TrueKill", FilePath);
+    if (CloseMemoryFile(FilePath))
+        return;
     const QFileInfo fi(FilePath);
     if (!fi.exists() && !fi.isSymLink())
         return;
@@ -222,12 +283,14 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
 
 int TestUsPasw(const QString& UPath, const QString& Pasw) {
     TRACE_PROC("modMain.TestUsPasw", UPath, HIDDEN(Pasw));
+    dropCheckedCopy();
     const QString key = GetTruePasw(Pasw);
     QString tmp;
     if (!TryGetTempFileName(tmp))
         return 4;
     int result = 2;
-    if (!DecryptFile(UPath, tmp, true, key) && QFileInfo(UPath).isFile() && QFileInfo(UPath).isReadable()) {
+    clsFileIdentity id;
+    if (!DecryptFile(UPath, tmp, true, key, id) && id.Exists) {
         TrueKill(tmp);
         return 4;
     }
@@ -242,6 +305,15 @@ int TestUsPasw(const QString& UPath, const QString& Pasw) {
             result = 1;
         f.close();
     }
+    if (result == 1) {
+        // The load that follows takes this copy instead of deciphering the file again.
+        g_checked.UPath = UPath;
+        g_checked.KeyDigest = keyDigest(key);
+        g_checked.Id = id;
+        g_checked.Tmp = tmp;
+        g_checked.Age.start();
+        return result;
+    }
     TrueKill(tmp);
     return result;
 }
@@ -249,16 +321,18 @@ int TestUsPasw(const QString& UPath, const QString& Pasw) {
 int LoadUser(const QString& UPath, const QString& Pasw) {
     TRACE_PROC("modMain.LoadUser", UPath, HIDDEN(Pasw));
     QString tmp;
-    if (!TryGetTempFileName(tmp))
-        return -9;
-    // The identity is read before the bytes: a replacement in between makes the next
-    // save merge (harmlessly), never write over a version it did not see.
-    const clsFileIdentity id = ReadFileIdentity(UPath);
-    // A missing user file leaves nothing to load: the manager then reports -2.
-    if (!DecryptFile(UPath, tmp, true, Pasw)) {
-        TrueKill(tmp);
-        if (id.Exists && !id.Digest.isEmpty())
+    // The identity is that of exactly the bytes deciphered: a replacement after them makes
+    // the next save merge, never write over a version it did not see.
+    clsFileIdentity id;
+    if (!takeCheckedCopy(UPath, Pasw, tmp, id)) {
+        if (!TryGetTempFileName(tmp))
             return -9;
+        // A missing user file leaves nothing to load: the manager then reports -2.
+        if (!DecryptFile(UPath, tmp, true, Pasw, id)) {
+            TrueKill(tmp);
+            if (id.Exists && !id.Digest.isEmpty())
+                return -9;
+        }
     }
     clsDatabasePtr db;
     const int r = MDFM->LoadDB(tmp, db, Pasw);

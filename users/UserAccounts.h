@@ -10,8 +10,11 @@
 // from the MD5 text of the typed password (GetTruePasw); the typed password itself is
 // never kept.
 //
-// Decided for this program: deciphered copies live in the private temporary folder and
-// are erased on every path, success or failure, and are dropped from MDFM with them; every
+// Decided for this program: deciphered copies are anonymous files in memory (the private
+// temporary folder only where the system has none), never synced to a disk, erased on
+// every path, success or failure, and dropped from MDFM with them. A successful password
+// check keeps its copy for the load that follows, so an opening deciphers the file once;
+// every
 // write of a user file replaces it in one step (the complete enciphered bytes are written
 // beside it and renamed over it), so the file at the user's path is always a whole old or
 // a whole new version; user files are created with mode 0600.
@@ -125,8 +128,9 @@ int ChangeUsPasw(const QString& NewPasw);
 QString UsDBFilePath(const QString& UsName);
 // The file a new user starts from, byte for byte (an empty database with one table).
 QByteArray NewUserTemplate();
-// A fresh empty file (mode 0600) in the private temporary folder, named
-// "psc<process id>_....tmp"; error 75 when none can be made.
+// A fresh empty scratch file (mode 0600): a memory file (app/MemoryFile.h), or where the
+// system has none a file "psc<process id>_....tmp" in the private temporary folder;
+// error 75 when none can be made.
 QString GetTempFileName();
 // The same without raising: false when the temporary folder is full, gone or no folder.
 bool TryGetTempFileName(QString& Out);

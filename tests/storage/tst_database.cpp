@@ -5,6 +5,7 @@
 #include "tests/common/TestMain.h"
 #include "users/UserAccounts.h"
 
+#include <QRandomGenerator>
 #include <QTest>
 
 namespace {
@@ -37,6 +38,18 @@ int errorNumber(const std::function<void()>& fn) {
     } catch (const VbError& e) {
         return e.number();
     }
+    return 0;
+}
+
+// The first record from Start whose value in any of the fields contains the text, letters
+// compared by case folding: the rule of the engine's search, spelled out over a folded copy
+// of the table made anew for each round.
+int referenceFind(const QList<QStringList>& Folded, const QList<int>& Flds, const QString& Text, int Start) {
+    const QString t = Text.toCaseFolded();
+    for (int i = std::max(Start, 1); i <= Folded.size(); ++i)
+        for (int f : Flds)
+            if (f <= Folded[i - 1].size() && Folded[i - 1][f - 1].contains(t))
+                return i;
     return 0;
 }
 
@@ -80,6 +93,84 @@ private slots:
         QCOMPARE(db->FindHelpVal(1, 3, "1"), QString("Folder"));
         QCOMPARE(db->GetComplexFldVal(1, 2, 3), QString("Folder"));
         QCOMPARE(db->GetComplexFldVal(1, 2, 4), QString("Bank"));
+    }
+
+    // A search without regard to case answers from a prepared folded copy of the columns;
+    // it must find what the rule finds, across blocks of records and after every kind of
+    // change made through the database object.
+    void foldedSearchFollowsChanges_data() {
+        QTest::addColumn<int>("seed");
+        QTest::addColumn<int>("rows");
+        for (int seed : {1, 2, 3})
+            for (int rows : {5, 1500, 3100})
+                QTest::addRow("seed %d, %d rows", seed, rows) << seed << rows;
+    }
+    void foldedSearchFollowsChanges() {
+        QFETCH(int, seed);
+        QFETCH(int, rows);
+        TestEnv env;
+        const QString path = env.root() + "/t.bdb";
+        writeFileText(path, NewUserTemplate());
+        clsDatabase db;
+        QCOMPARE(db.LoadDB(path, QString()), 1);
+        QRandomGenerator rng(static_cast<quint32>(seed));
+        const QStringList words = {"Mail",   "MAIL",    "straße",  "STRASSE",  "Їжак",
+                                   "їЖАК",   "ΣΊΣΥΦΟΣ", "σίσυφος", "İstanbul", "key",
+                                   "Ǆungla", "ǆ",       "a\\b",    "😀x",       ""};
+        auto value = [&] {
+            QString v;
+            for (int k = static_cast<int>(rng.bounded(3)); k >= 0; --k)
+                v += words[rng.bounded(words.size())] + QChar(u' ');
+            return v;
+        };
+        auto record = [&](int i) {
+            return QStringList{
+                QString::number(i), "0", "2", value(), value(), value(), value(), "1key", "0|0"};
+        };
+        for (int i = 1; i <= rows; ++i)
+            db.SetTblRecord(1, db.AddRecord(1), record(i));
+        const QStringList texts = {"mail", "Mail b", "STRASSE", "ЖАК", "ς", "σίσ",
+                                   "i̇st",  "ǅ",      "key",     "a\\", "zz"};
+        const QList<QList<int>> fieldSets = {{4}, {4, 5, 6, 7}, {7, 5}};
+        for (int round = 0; round < 6; ++round) {
+            QList<QStringList> folded;
+            for (QStringList r : db.DBView().Tables[0].Records) {
+                for (QString& v : r)
+                    v = v.toCaseFolded();
+                folded.append(r);
+            }
+            for (const QString& t : texts)
+                for (const QList<int>& f : fieldSets)
+                    for (int start : {0, 1, rows / 2, rows - 1, rows + 1}) {
+                        const int want = referenceFind(folded, f, t, start);
+                        QCOMPARE(db.FindRecordInFields(1, f, t, start, false), want);
+                    }
+            // Every kind of change: one value, one record, a new record, a deletion near
+            // the top, several deletions, one column everywhere.
+            const int n = db.GetTblRecNum(1);
+            switch (round) {
+            case 0:
+                db.SetTblFldVal(1, n, 4, "MAIL b");
+                break;
+            case 1:
+                db.SetTblRecord(1, 1 + static_cast<int>(rng.bounded(n)), record(0));
+                break;
+            case 2:
+                db.SetTblRecord(1, db.AddRecord(1), {"9", "0", "2", "zz top", "", "", "", "1key", "0|0"});
+                break;
+            case 3:
+                db.DeleteRec(1, 1);
+                break;
+            case 4:
+                db.DeleteRecs(1, {2, n / 2, n - 1});
+                break;
+            default:
+                break;
+            }
+        }
+        int set = 0;
+        db.SetFldAllRecsVal(1, 5, "ZZ", set);
+        QCOMPARE(db.FindRecordInFields(1, {5}, "zz", 1, false), db.GetTblRecNum(1) > 0 ? 1 : 0);
     }
 
     void tablesToStringAndReadTables() {

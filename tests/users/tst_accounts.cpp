@@ -113,6 +113,37 @@ private slots:
         QCOMPARE(leftoverTempFiles(), QStringList());
     }
 
+    // A load right after a successful check takes the check's deciphered copy, but only
+    // for the same file, unchanged, and the same key.
+    void loadAfterCheckTakesItsCopyOnlyWhenItFits() {
+        TestEnv env;
+        startFirstRun();
+        const QString dan = makeUser("Dan", "dan's password");
+        const QString eve = makeUser("Eve", "eve's password");
+        const QString path = UsDBFilePath("Dan");
+        auto load = [&](const QString& Md5) {
+            CurUsDB = std::make_shared<clsDatabase>();
+            return LoadUser(path, GetTruePasw(Md5));
+        };
+        QCOMPARE(TestUsPasw(path, dan), 1);
+        QCOMPARE(load(dan), 2);
+        QCOMPARE(CurUsDB->Name(), QString("Dan"));
+        QVERIFY(CurUsDB->FileId() == ReadFileIdentity(path));
+        // Another key than the check's.
+        QCOMPARE(TestUsPasw(path, dan), 1);
+        QCOMPARE(load(eve), -4);
+        // The file replaced between the check and the load: the new file is what is read.
+        QCOMPARE(TestUsPasw(path, dan), 1);
+        QVERIFY(QFile::remove(path) && QFile::copy(UsDBFilePath("Eve"), path));
+        QCOMPARE(load(dan), -4);
+        QCOMPARE(TestUsPasw(path, eve), 1);
+        QCOMPARE(load(eve), 2);
+        QCOMPARE(CurUsDB->Name(), QString("Eve"));
+        QVERIFY(CurUsDB->FileId() == ReadFileIdentity(path));
+        QCOMPARE(MDFM->GetLoadedDBNum(), 0);
+        QCOMPARE(leftoverTempFiles(), QStringList());
+    }
+
     void savingSwitchingAndChangingThePassword() {
         TestEnv env;
         startFirstRun();

@@ -1,0 +1,152 @@
+#include "storage/FoldedSearch.h"
+
+#include "diagnostics/Trace.h"
+
+#include <sodium.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr int kBlockRecs = 1024;
+
+void appendUtf8(std::string& Out, char32_t c) {
+    if (c < 0x80) {
+        Out += static_cast<char>(c);
+    } else if (c < 0x800) {
+        Out += static_cast<char>(0xC0 | (c >> 6));
+        Out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+        Out += static_cast<char>(0xE0 | (c >> 12));
+        Out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        Out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+}
+
+// Values may be passwords: the buffers are wiped before they are let go.
+void wipe(std::string& s) {
+    if (!s.empty())
+        sodium_memzero(s.data(), s.size());
+    std::string().swap(s);
+}
+
+} // namespace
+
+bool clsFoldedSearch::AppendFolded(std::string& Out, const QString& Text) {
+    bool exact = true;
+    for (const QChar ch : Text) {
+        const char16_t u = ch.unicode();
+        if (u < 0x80) {
+            if (u == 0)
+                exact = false;
+            Out += static_cast<char>(u >= u'A' && u <= u'Z' ? u + 32 : u);
+        } else if (QChar::isSurrogate(u)) {
+            // Kept as it is (a three-byte form of its own): a search text without
+            // surrogates never matches inside it.
+            exact = false;
+            appendUtf8(Out, u);
+        } else {
+            appendUtf8(Out, QChar::toCaseFolded(static_cast<char32_t>(u)));
+        }
+    }
+    return exact;
+}
+
+clsFoldedSearch::Column& clsFoldedSearch::column(int TblNum, int FldNum) {
+    for (Column& c : m_cols)
+        if (c.TblNum == TblNum && c.FldNum == FldNum)
+            return c;
+    m_cols.push_back(Column{TblNum, FldNum, {}});
+    return m_cols.back();
+}
+
+void clsFoldedSearch::build(const TableEntry& t, int FldNum, int BlockNo, Block& b) {
+    TRACE_PROC("TableEngine.BuildFoldedBlock", FldNum, BlockNo);
+    wipe(b.Text);
+    b.End.clear();
+    const int from = BlockNo * kBlockRecs;
+    const int to = std::min(from + kBlockRecs, t.RecNum());
+    b.End.reserve(static_cast<std::size_t>(to - from));
+    for (int i = from; i < to; ++i) {
+        const QStringList& r = t.Records[i];
+        if (FldNum <= r.size())
+            AppendFolded(b.Text, r[FldNum - 1]);
+        b.Text += '\0';
+        b.End.push_back(static_cast<unsigned>(b.Text.size()));
+    }
+    b.Ready = true;
+}
+
+int clsFoldedSearch::Find(const DatabaseRecord& db, int TblNum, const QList<int>& FldNums,
+                          const QString& SText, int Start) {
+    TRACE_PROC("TableEngine.FindFolded", TblNum, SText, Start);
+    std::string needle;
+    if (SText.isEmpty() || !AppendFolded(needle, SText))
+        return -1;
+    if (m_for != &db)
+        Clear();
+    m_for = &db;
+    const TableEntry& t = db.Tables[TblNum - 1];
+    const int n = t.RecNum();
+    const int nBlocks = (n + kBlockRecs - 1) / kBlockRecs;
+    int best = 0; // 0-based record + 1 of the nearest match so far
+    for (int fld : FldNums) {
+        if (fld < 1)
+            continue;
+        Column& col = column(TblNum, fld);
+        if (static_cast<int>(col.Blocks.size()) != nBlocks) {
+            // A count that changed without a word: every block after the shorter end is new.
+            const std::size_t keep =
+                std::min<std::size_t>(col.Blocks.size(), static_cast<std::size_t>(nBlocks));
+            if (keep > 0)
+                col.Blocks[keep - 1].Ready = false;
+            for (std::size_t k = keep; k < col.Blocks.size(); ++k)
+                wipe(col.Blocks[k].Text);
+            col.Blocks.resize(static_cast<std::size_t>(nBlocks));
+        }
+        const int first = std::max(Start, 1) - 1;
+        const int stop = best ? best - 1 : n; // a later match cannot win
+        for (int bn = first / kBlockRecs; bn * kBlockRecs < stop; ++bn) {
+            Block& b = col.Blocks[static_cast<std::size_t>(bn)];
+            if (!b.Ready)
+                build(t, fld, bn, b);
+            const int local = std::max(first - bn * kBlockRecs, 0);
+            if (local >= static_cast<int>(b.End.size()))
+                continue;
+            const std::size_t from = local == 0 ? 0 : b.End[static_cast<std::size_t>(local - 1)];
+            const void* hit =
+                ::memmem(b.Text.data() + from, b.Text.size() - from, needle.data(), needle.size());
+            if (!hit)
+                continue;
+            const auto pos = static_cast<unsigned>(static_cast<const char*>(hit) - b.Text.data());
+            const auto it = std::upper_bound(b.End.begin(), b.End.end(), pos);
+            const int rec = bn * kBlockRecs + static_cast<int>(it - b.End.begin()) + 1;
+            if (rec - 1 < stop)
+                best = rec;
+            break;
+        }
+    }
+    sodium_memzero(needle.data(), needle.size());
+    return best;
+}
+
+void clsFoldedSearch::Changed(int TblNum, int From, int To) {
+    for (Column& c : m_cols) {
+        if (c.TblNum != TblNum)
+            continue;
+        const std::size_t a = static_cast<std::size_t>(std::max(From, 1) - 1) / kBlockRecs;
+        const std::size_t b =
+            To == INT_MAX ? c.Blocks.size() : static_cast<std::size_t>(std::max(To, 1) - 1) / kBlockRecs + 1;
+        for (std::size_t k = a; k < std::min(b, c.Blocks.size()); ++k)
+            c.Blocks[k].Ready = false;
+    }
+}
+
+void clsFoldedSearch::Clear() {
+    for (Column& c : m_cols)
+        for (Block& b : c.Blocks)
+            wipe(b.Text);
+    m_cols.clear();
+    m_for = nullptr;
+}
