@@ -1,4 +1,5 @@
 #include "mainwindow/frmMain.h"
+#include "mainwindow/guiTreeModel.h"
 
 #include "app/MsgBox.h"
 #include "app/ProgConfig.h"
@@ -34,7 +35,7 @@
 #include <QTextEdit>
 #include <QTimer>
 #include <QToolBar>
-#include <QTreeWidget>
+#include <QTreeView>
 #include <QUrl>
 
 namespace {
@@ -48,11 +49,13 @@ QString pxToTwips(int px) {
 
 frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
     TRACE_PROC("frmMain.Form_Initialize");
+    m_model = new UsTreeModel(this);
     RegisterReportVars();
     // The icons live in a static library, whose resources must be registered by hand.
     Q_INIT_RESOURCE(icons);
     setObjectName(QStringLiteral("frmMain"));
-    trvDatabase = new UsTreeWidget;
+    trvDatabase = new UsTreeView;
+    trvDatabase->setModel(m_model);
     trvDatabase->setObjectName(QStringLiteral("trvDatabase"));
     trvDatabase->setHeaderHidden(true);
     trvDatabase->setContextMenuPolicy(Qt::CustomContextMenu);
@@ -104,26 +107,27 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
 
     connect(trvDatabase, &QWidget::customContextMenuRequested, this, [this](const QPoint& p) {
         // A right click picks the node the context commands act on.
-        QTreeWidgetItem* node = trvDatabase->itemAt(p);
-        if (!node)
+        const QModelIndex node = trvDatabase->indexAt(p);
+        if (!node.isValid())
             return;
-        trvDatabase->setCurrentItem(node);
+        trvDatabase->setCurrentIndex(node);
         m_dropHighlight = node;
         mnuContextTrv->popup(trvDatabase->viewport()->mapToGlobal(p));
     });
     connect(txtValue, &QWidget::customContextMenuRequested, this,
             [this](const QPoint& p) { mnuContextVal->popup(txtValue->viewport()->mapToGlobal(p)); });
     // A click shows the node, also while or right after a label is edited.
-    connect(trvDatabase, &QTreeWidget::currentItemChanged, this, [this] { trvDatabase_Click(); });
-    connect(trvDatabase, &QTreeWidget::itemDoubleClicked, this, [this](QTreeWidgetItem* node) {
-        if (node && node != NodeByKey(QStringLiteral("0key")))
+    connect(trvDatabase->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            [this] { trvDatabase_Click(); });
+    connect(trvDatabase, &QAbstractItemView::doubleClicked, this, [this](const QModelIndex& node) {
+        if (node.isValid() && !IsRoot(node))
             mnuContextTrvEdit_Click();
     });
-    connect(trvDatabase, &QTreeWidget::itemChanged, this, &frmMain::trvDatabase_AfterLabelEdit);
+    connect(m_model, &UsTreeModel::titleEdited, this, &frmMain::trvDatabase_AfterLabelEdit);
     // An edit that ends without a change writes nothing.
     connect(trvDatabase->itemDelegate(), &QAbstractItemDelegate::closeEditor, this,
             [this] { QTimer::singleShot(0, this, [this] { m_editingLabel = false; }); });
-    connect(trvDatabase, &UsTreeWidget::nodeDropped, this, &frmMain::MoveNode);
+    connect(trvDatabase, &UsTreeView::nodeDropped, this, &frmMain::MoveNode);
     connect(tlbToolbar, &QToolBar::actionTriggered, this, &frmMain::tlbToolbar_ButtonClick);
 
     tmrTimer = new QTimer(this);
@@ -290,7 +294,7 @@ void frmMain::BuildMenus() {
     keyDelete->setShortcut(QKeySequence::Delete);
     keyDelete->setShortcutContext(Qt::WidgetShortcut);
     connect(keyDelete, &QAction::triggered, this, [this] {
-        m_dropHighlight = trvDatabase->currentItem();
+        m_dropHighlight = CurrentNode();
         mnuContextTrvDelFolder_Click();
     });
     trvDatabase->addActions({keyRename, keyDelete});
@@ -304,12 +308,12 @@ void frmMain::BuildMenus() {
     connect(mnuContextTrvCopyPasw, &QAction::triggered, this, [this] {
         // From the keyboard the selected node is the one to copy from.
         if (!mnuContextTrv->isVisible())
-            m_dropHighlight = trvDatabase->currentItem();
+            m_dropHighlight = CurrentNode();
         mnuContextTrvCopy(QStringLiteral("Password"));
     });
     connect(mnuContextTrvCopyLog, &QAction::triggered, this, [this] {
         if (!mnuContextTrv->isVisible())
-            m_dropHighlight = trvDatabase->currentItem();
+            m_dropHighlight = CurrentNode();
         mnuContextTrvCopy(QStringLiteral("Login"));
     });
 }
@@ -553,7 +557,7 @@ void frmMain::RegisterReportVars() {
     registerOwned(this, "frmMain", "Locked", &m_locked);
     registerOwned(this, "frmMain", "EditingLabel", &m_editingLabel);
     registerOwned(this, "frmMain", "ToldHidden", &m_toldHidden);
-    registerOwnedCount(this, "frmMain", "NodeCount", &m_nodeById, [](const void* p) -> long long {
-        return static_cast<const QHash<int, QTreeWidgetItem*>*>(p)->size();
+    registerOwnedCount(this, "frmMain", "NodeCount", m_model, [](const void* p) -> long long {
+        return static_cast<const UsTreeModel*>(p)->NodeCount();
     });
 }

@@ -5,11 +5,11 @@
 // user that the account routines open (IUserView), runs every command, locks itself
 // after inactivity and drives the automatic backup.
 
-#include "mainwindow/DataTableIndex.h"
 #include "users/IUserView.h"
 
 #include <QMainWindow>
-#include <QTreeWidget>
+#include <QPersistentModelIndex>
+#include <QTreeView>
 
 #include <memory>
 
@@ -26,15 +26,16 @@ class GuiActivitySource;
 class SessionWatch;
 class EndSessionWatch;
 class clsDatabase;
+class UsTreeModel;
 
 // The tree, with moves by drag and drop handed to the main window.
-class UsTreeWidget : public QTreeWidget {
+class UsTreeView : public QTreeView {
     Q_OBJECT
 public:
-    using QTreeWidget::QTreeWidget;
+    using QTreeView::QTreeView;
     bool Dragging() const { return state() == DraggingState; }
 signals:
-    void nodeDropped(QTreeWidgetItem* Node, QTreeWidgetItem* Target);
+    void nodeDropped(const QModelIndex& Node, const QModelIndex& Target);
 
 protected:
     void dropEvent(QDropEvent* e) override;
@@ -63,19 +64,18 @@ public:
     void ShowUsDBInTreeView(clsDatabase& UsDB);
     void ShowDataInTextBox(clsDatabase& UsDB, int TblNum, int RecNum);
     void AddColoredTxt(const QString& Text, int col, int flags);
-    // The node of a row (or "0key" for the root), nullptr when there is none.
-    QTreeWidgetItem* NodeByKey(const QString& Key) const;
-    static QString NodeKey(const QTreeWidgetItem* Node);
-    static int NodeId(const QTreeWidgetItem* Node);
-    static QString NodeTag(const QTreeWidgetItem* Node);
-    // Key, text, image, Tag, colour and bold of a row's node.
-    void ApplyRowToNode(QTreeWidgetItem* Node, const QString& IndNum, const QString& Title,
-                        const QString& Image, const QString& Type, const QString& Flags);
+    // The node of a row (or "0key" for the root), made when its folders were never
+    // opened; invalid when the tree does not show the row.
+    QModelIndex NodeByKey(const QString& Key) const;
+    static QString NodeKey(const QModelIndex& Node);
+    static int NodeId(const QModelIndex& Node);
+    static QString NodeTag(const QModelIndex& Node);
+    UsTreeModel* TreeModel() const { return m_model; }
 
     // Brings the tree in line with a row that an editor added or changed, without
     // reloading it: a new row's node goes under its folder (folders on top, records at
     // the end), a changed row's node takes the row's text, image, colour and bold.
-    QTreeWidgetItem* InsertRowNode(const QString& IndNum);
+    QModelIndex InsertRowNode(const QString& IndNum);
     void RefreshRowNode(const QString& IndNum);
     // Nodes for the rows from FirstRec to the end of the table, added together (an
     // import): the first one is a new folder, the others lie below it. It is selected.
@@ -85,7 +85,7 @@ public:
     void RefreshStatusCounts();
 
     // The row of an identifier in the current database, 0 when there is none.
-    int RowOf(const QString& IndNum) { return m_index.RowOf(*CurUsDBRef(), IndNum); }
+    int RowOf(const QString& IndNum);
 
     // Saving. Every save of the window goes through SaveCurUser, which says what went
     // wrong; the result is SaveUsDB's. AfterChange follows every change the window makes:
@@ -110,10 +110,10 @@ public:
     void LockNow();
     bool IsLocked() const { return m_locked; }
     int CurrentRecord() const { return m_curRecord; }
-    QTreeWidgetItem* DropHighlight() const { return m_dropHighlight; }
-    void SetDropHighlight(QTreeWidgetItem* Node) { m_dropHighlight = Node; }
+    QModelIndex DropHighlight() const { return m_dropHighlight; }
+    void SetDropHighlight(const QModelIndex& Node) { m_dropHighlight = Node; }
 
-    UsTreeWidget* trvDatabase = nullptr;
+    UsTreeView* trvDatabase = nullptr;
     QTextEdit* txtValue = nullptr;
     QToolBar* tlbToolbar = nullptr;
     QStatusBar* sbStatusBar = nullptr;
@@ -185,8 +185,8 @@ public slots:
     void mnuTrayShow_Click();
     void tlbToolbar_ButtonClick(QAction* Button);
     void trvDatabase_Click();
-    void trvDatabase_AfterLabelEdit(QTreeWidgetItem* Node, int Column);
-    void MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target);
+    void trvDatabase_AfterLabelEdit(const QModelIndex& Node, const QString& Title);
+    void MoveNode(const QModelIndex& Node, const QModelIndex& Target);
     void m_frmSysTray_MenuClick(int lIndex, const QString& sKey);
     void tmrTimer_Timer();
     void tmrAutobackup_Timer();
@@ -212,7 +212,11 @@ private:
     // Closes every open dialog; each counts as declined.
     void CloseDialogs();
     void Form_Paint();
-    void ForgetNodes(QTreeWidgetItem* Node);
+    // The current node, and whether it is the root.
+    QModelIndex CurrentNode() const;
+    bool IsRoot(const QModelIndex& Node) const;
+    // After rows were added, deleted or moved: the tree and the row index in line.
+    void TreeTableChanged();
     void SetCommandStates();
     void ShowStatusCounts(const QString& IndNum);
     // A field of a row onto the clipboard: the password as a secret, the rest as text.
@@ -221,14 +225,11 @@ private:
     bool UserLoaded() const;
     bool SameUserOpen(const clsDatabase* Asked) const;
     static clsDatabase* CurUsDBRef();
-    QTreeWidgetItem* CommandNode() const;
-    int TreeOrderPosition(QTreeWidgetItem* Parent, QTreeWidgetItem* Node) const;
+    QModelIndex CommandNode() const;
     void RegisterReportVars();
 
-    QHash<int, QTreeWidgetItem*> m_nodeById;
-    DataTableIndex m_index;
-    QTreeWidgetItem* m_root = nullptr;
-    QTreeWidgetItem* m_dropHighlight = nullptr;
+    UsTreeModel* m_model = nullptr;
+    QPersistentModelIndex m_dropHighlight;
     int m_curRecord = 0;
     bool m_locked = false;
     // A database that could not be saved when the lock closed it: kept, hidden, until

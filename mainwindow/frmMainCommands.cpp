@@ -2,6 +2,7 @@
 // lead here.
 
 #include "mainwindow/frmMain.h"
+#include "mainwindow/guiTreeModel.h"
 
 #include "Version.h"
 
@@ -50,11 +51,9 @@ bool frmMain::SameUserOpen(const clsDatabase* Asked) const {
 }
 
 // The node a tree command acts on: the drop-highlight node while it is still in the tree.
-QTreeWidgetItem* frmMain::CommandNode() const {
-    if (!UserLoaded() || !m_dropHighlight)
-        return nullptr;
-    if (m_dropHighlight != m_root && !m_nodeById.contains(NodeId(m_dropHighlight)))
-        return nullptr;
+QModelIndex frmMain::CommandNode() const {
+    if (!UserLoaded() || !m_dropHighlight.isValid() || !m_model->HasRoot())
+        return {};
     return m_dropHighlight;
 }
 
@@ -197,25 +196,22 @@ void frmMain::mnuHelpAbout_Click() {
 
 void frmMain::mnuContextTrvAddFolder_Click() {
     TRACE_PROC("frmMain.mnuContextTrvAddFolder_Click");
-    QTreeWidgetItem* parent = CommandNode();
-    if (!parent || NodeTag(parent) == QStringLiteral("2"))
+    const QModelIndex parent = CommandNode();
+    if (!parent.isValid() || NodeTag(parent) == QStringLiteral("2"))
         return;
     const QString id = GetNewIndNum(*CurUsDB);
     TRACE_LOCAL(id);
     const QString title = QStringLiteral("Новая папка");
     TRACE_LOCAL(title);
     AddFolderToDB(title, NodeId(parent), id);
-    m_index.Invalidate();
-    auto* node = new QTreeWidgetItem;
-    ApplyRowToNode(node, id, title, QStringLiteral("2key"), QStringLiteral("1"), QStringLiteral("0|0"));
     // Sub-folders stand above the records, the newest first.
-    parent->insertChild(0, node);
-    m_nodeById.insert(id.toInt(), node);
-    parent->setExpanded(true);
-    trvDatabase->setCurrentItem(node);
+    TreeTableChanged();
+    trvDatabase->expand(parent);
+    const QPersistentModelIndex node = NodeByKey(id + QStringLiteral("key"));
+    trvDatabase->setCurrentIndex(node);
     // A save that merges changes made elsewhere may renumber the new folder and builds
     // the tree anew: its name is then left as it is.
-    if (AfterChange() == usMerged || NodeByKey(id + QStringLiteral("key")) != node)
+    if (AfterChange() == usMerged || !node.isValid() || NodeByKey(id + QStringLiteral("key")) != node)
         return;
     // The new folder's name is offered for editing at once.
     m_dropHighlight = node;
@@ -224,8 +220,8 @@ void frmMain::mnuContextTrvAddFolder_Click() {
 
 void frmMain::mnuContextTrvDelFolder_Click() {
     TRACE_PROC("frmMain.mnuContextTrvDelFolder_Click");
-    QTreeWidgetItem* node = CommandNode();
-    if (!node || node == m_root)
+    QModelIndex node = CommandNode();
+    if (!node.isValid() || IsRoot(node))
         return;
     const clsDatabase* db = CurUsDB.get();
     const QString id = QString::number(NodeId(node));
@@ -233,13 +229,12 @@ void frmMain::mnuContextTrvDelFolder_Click() {
         return;
     // The row may have gone while the question was open (the lock, a change made
     // elsewhere and merged), and the tree may have been built anew.
-    if (!SameUserOpen(db) || RowOf(id) <= 0 || !(node = NodeByKey(id + QStringLiteral("key"))))
+    if (!SameUserOpen(db) || RowOf(id) <= 0 || !(node = NodeByKey(id + QStringLiteral("key"))).isValid())
         return;
     DelRecordTreeFromDataTable(QStringLiteral("IndNum"), id, QStringLiteral("Parent"));
-    m_index.Invalidate();
-    ForgetNodes(node);
-    delete node;
-    m_dropHighlight = nullptr;
+    // The node goes with everything below it; the tree selects a neighbour.
+    TreeTableChanged();
+    m_dropHighlight = QModelIndex();
     trvDatabase_Click();
     AfterChange();
 }
@@ -251,21 +246,22 @@ void frmMain::mnuContextTrvDelRec_Click() {
 
 void frmMain::mnuContextTrvRename_Click() {
     TRACE_PROC("frmMain.mnuContextTrvRename_Click");
-    QTreeWidgetItem* node = trvDatabase->currentItem();
-    if (!UserLoaded() || !node || node == m_root)
+    const QModelIndex node = CurrentNode();
+    if (!UserLoaded() || !node.isValid() || IsRoot(node))
         return;
     m_editingLabel = true;
-    trvDatabase->editItem(node, 0);
+    trvDatabase->edit(node);
 }
 
-void frmMain::trvDatabase_AfterLabelEdit(QTreeWidgetItem* Node, int Column) {
-    if (!m_editingLabel || Column != 0 || !Node || Node == m_root)
+void frmMain::trvDatabase_AfterLabelEdit(const QModelIndex& Node, const QString& Title) {
+    if (!m_editingLabel || !Node.isValid() || IsRoot(Node))
         return;
-    TRACE_PROC("frmMain.trvDatabase_AfterLabelEdit", Column);
+    TRACE_PROC("frmMain.trvDatabase_AfterLabelEdit", Title);
     m_editingLabel = false;
-    ChangeDataTableField(QStringLiteral("IndNum"), QString::number(NodeId(Node)), QStringLiteral("Title"),
-                         Node->text(0));
-    if (NodeId(Node) == m_curRecord)
+    const int id = NodeId(Node);
+    ChangeDataTableField(QStringLiteral("IndNum"), QString::number(id), QStringLiteral("Title"), Title);
+    m_model->RowChanged(id);
+    if (id == m_curRecord)
         trvDatabase_Click();
     // Saved once the tree has finished with the edited node (a merge builds it anew).
     QTimer::singleShot(0, this, [this] { AfterChange(); });
@@ -284,8 +280,8 @@ void frmMain::mnuContextValCopy(const QString& FieldName) {
 
 void frmMain::mnuContextTrvCopy(const QString& FieldName) {
     TRACE_PROC("frmMain.mnuContextTrvCopy", FieldName);
-    QTreeWidgetItem* node = CommandNode();
-    if (!node || node == m_root || NodeTag(node) != QStringLiteral("2"))
+    const QModelIndex node = CommandNode();
+    if (!node.isValid() || IsRoot(node) || NodeTag(node) != QStringLiteral("2"))
         return;
     const int rec = RowOf(QString::number(NodeId(node)));
     if (rec > 0)
@@ -326,7 +322,7 @@ void frmMain::tlbToolbar_ButtonClick(QAction* Button) {
     TRACE_PROC("frmMain.tlbToolbar_ButtonClick");
     // The tree commands act on the selected node.
     if (Button == btnAddFolder || Button == btnDelFolder || Button == btnAddRec || Button == btnDelRec)
-        m_dropHighlight = trvDatabase->currentItem();
+        m_dropHighlight = CurrentNode();
     if (Button == btnSelectUser)
         mnuFileSelectUser_Click();
     else if (Button == btnAddUser)
@@ -365,65 +361,38 @@ void frmMain::m_frmSysTray_MenuClick(int lIndex, const QString& sKey) {
         MsgBox(QStringLiteral("Clicked item with key ") + sKey);
 }
 
-int frmMain::TreeOrderPosition(QTreeWidgetItem* Parent, QTreeWidgetItem* Node) const {
-    // Row numbers of the node and its new siblings, from one pass over the table.
-    QHash<QString, int> rowOf;
-    rowOf.insert(QString::number(NodeId(Node)), 0);
-    for (int i = 0; i < Parent->childCount(); ++i)
-        rowOf.insert(QString::number(NodeId(Parent->child(i))), 0);
-    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    const int fInd = CurUsDB->FindField(tbl, QStringLiteral("IndNum"));
-    const QList<QStringList>& rows = CurUsDB->DBView().Tables[tbl - 1].Records;
-    for (int r = 0; r < rows.size(); ++r) {
-        auto it = rowOf.find(rows[r].value(fInd - 1));
-        if (it != rowOf.end() && *it == 0)
-            *it = r + 1;
-    }
-    const bool record = NodeTag(Node) == QStringLiteral("2");
-    const int own = rowOf.value(QString::number(NodeId(Node)));
-    int pos = 0;
-    for (; pos < Parent->childCount(); ++pos) {
-        QTreeWidgetItem* sib = Parent->child(pos);
-        const bool sibRecord = NodeTag(sib) == QStringLiteral("2");
-        const int sibRow = rowOf.value(QString::number(NodeId(sib)));
-        if (!record && (sibRecord || sibRow < own))
-            break;
-        if (record && sibRecord && sibRow > own)
-            break;
-    }
-    return pos;
-}
-
-void frmMain::MoveNode(QTreeWidgetItem* Node, QTreeWidgetItem* Target) {
+void frmMain::MoveNode(const QModelIndex& Node, const QModelIndex& Target) {
     TRACE_PROC("frmMain.MoveNode");
-    if (!UserLoaded() || !Node || !Target || Node == m_root || NodeTag(Target) == QStringLiteral("2"))
+    if (!UserLoaded() || !Node.isValid() || !Target.isValid() || IsRoot(Node) ||
+        NodeTag(Target) == QStringLiteral("2"))
         return;
     // Not into itself, nor into one of its own folders, nor where it already is.
-    for (QTreeWidgetItem* p = Target; p; p = p->parent()) {
+    for (QModelIndex p = Target; p.isValid(); p = p.parent()) {
         if (p == Node) {
             MsgBox(Texts(168), vbExclamation);
             return;
         }
     }
-    if (Node->parent() == Target)
+    if (Node.parent() == Target)
         return;
     // The row and its whole subtree go behind every other row, so that each row still
     // follows its folder however old the folder is.
     const QString id = QString::number(NodeId(Node));
     TRACE_LOCAL(id);
+    const QPersistentModelIndex node = Node, target = Target;
     const int r = MoveRecordTree(*CurUsDB, id, QString::number(NodeId(Target)));
-    m_index.Invalidate();
     if (r == -1)
         MsgBox(Texts(168), vbExclamation);
-    if (r != 1)
+    if (r != 1) {
+        TreeTableChanged();
         return;
-    // The same node, with its key, text, image, colour, bold state, Tag and children,
-    // under its new folder, where opening the user again would show it: folders first in
-    // reverse table order, then records in table order.
-    Node->parent()->removeChild(Node);
-    Target->insertChild(TreeOrderPosition(Target, Node), Node);
-    Target->setExpanded(true);
-    trvDatabase->setCurrentItem(Node);
+    }
+    // The same node, with its children and their expansion, under its new folder, where
+    // opening the user again would show it: folders first in reverse table order, then
+    // records in table order.
+    m_model->MoveNode(node, target);
+    trvDatabase->expand(target);
+    trvDatabase->setCurrentIndex(NodeByKey(id + QStringLiteral("key")));
     RefreshStatusCounts();
     SaveCurUser();
 }

@@ -2,6 +2,7 @@
 // portable-copy dialogs.
 
 #include "mainwindow/frmMain.h"
+#include "mainwindow/guiTreeModel.h"
 
 #include "app/MsgBox.h"
 #include "app/guiApplication.h"
@@ -37,8 +38,8 @@ void frmMain::mnuToolsGenerator_Click() {
 
 void frmMain::mnuContextTrvAddRec_Click() {
     TRACE_PROC("frmMain.mnuContextTrvAddRec_Click");
-    QTreeWidgetItem* folder = CommandNode();
-    if (!folder || NodeTag(folder) == QStringLiteral("2"))
+    const QModelIndex folder = CommandNode();
+    if (!folder.isValid() || NodeTag(folder) == QStringLiteral("2"))
         return;
     frmAddRecord dlg(this, QString::number(NodeId(folder)));
     if (ShowModal(dlg) == QDialog::Accepted)
@@ -47,8 +48,8 @@ void frmMain::mnuContextTrvAddRec_Click() {
 
 void frmMain::mnuContextTrvEdit_Click() {
     TRACE_PROC("frmMain.mnuContextTrvEdit_Click");
-    QTreeWidgetItem* node = trvDatabase->currentItem();
-    if (!UserLoaded() || !node || node == NodeByKey(QStringLiteral("0key")))
+    const QModelIndex node = CurrentNode();
+    if (!UserLoaded() || !node.isValid() || IsRoot(node))
         return;
     const QString id = QString::number(NodeId(node));
     TRACE_LOCAL(id);
@@ -93,20 +94,20 @@ void frmMain::mnuToolsFlash_Click() {
 
 // The folder that import and export start from: the selected one, a record's folder, or
 // the root.
-static QTreeWidgetItem* chosenFolder(QTreeWidgetItem* Node, QTreeWidgetItem* Root) {
-    if (Node && frmMain::NodeTag(Node) == QStringLiteral("2"))
-        Node = Node->parent();
-    return Node ? Node : Root;
+static QModelIndex chosenFolder(QModelIndex Node, const QModelIndex& Root) {
+    if (Node.isValid() && frmMain::NodeTag(Node) == QStringLiteral("2"))
+        Node = Node.parent();
+    return Node.isValid() ? Node : Root;
 }
 
 void frmMain::mnuFileImport_Click() {
     TRACE_PROC("frmMain.mnuFileImport_Click");
     if (!UserLoaded())
         return;
-    QTreeWidgetItem* folder = chosenFolder(trvDatabase->currentItem(), NodeByKey(QStringLiteral("0key")));
-    if (!folder)
+    const QModelIndex folder = chosenFolder(CurrentNode(), NodeByKey(QStringLiteral("0key")));
+    if (!folder.isValid())
         return;
-    frmImport dlg(this, QString::number(NodeId(folder)), folder->text(0));
+    frmImport dlg(this, QString::number(NodeId(folder)), folder.data().toString());
     ShowModal(dlg);
 }
 
@@ -114,8 +115,8 @@ void frmMain::mnuFileExport_Click() {
     TRACE_PROC("frmMain.mnuFileExport_Click");
     if (!UserLoaded())
         return;
-    QTreeWidgetItem* folder = chosenFolder(trvDatabase->currentItem(), NodeByKey(QStringLiteral("0key")));
-    frmExport dlg(this, folder ? QString::number(NodeId(folder)) : QStringLiteral("0"),
-                  folder ? folder->text(0) : QString());
+    const QModelIndex folder = chosenFolder(CurrentNode(), NodeByKey(QStringLiteral("0key")));
+    frmExport dlg(this, folder.isValid() ? QString::number(NodeId(folder)) : QStringLiteral("0"),
+                  folder.isValid() ? folder.data().toString() : QString());
     ShowModal(dlg);
 }

@@ -2,6 +2,7 @@
 // after every change, the unsaved-changes mark in the title, and the end of the session.
 
 #include "mainwindow/frmMain.h"
+#include "mainwindow/guiTreeModel.h"
 
 #include "app/MsgBox.h"
 #include "app/ProgConfig.h"
@@ -100,7 +101,6 @@ int frmMain::SaveWithFileKey() {
 }
 
 void frmMain::ShowFileTakenIn(const QString& Message) {
-    m_index.Invalidate();
     RebuildTreeKeepingState();
     sbStatusBar->showMessage(Message, 10000);
 }
@@ -190,26 +190,33 @@ void frmMain::RefreshFromFile() {
 
 void frmMain::RebuildTreeKeepingState() {
     TRACE_PROC("frmMain.RebuildTreeKeepingState");
-    if (!UserLoaded() || !m_root)
+    if (!UserLoaded() || !m_model->HasRoot())
         return;
-    QSet<int> expanded;
-    for (auto it = m_nodeById.cbegin(); it != m_nodeById.cend(); ++it)
-        if (it.value()->isExpanded())
-            expanded.insert(it.key());
-    const bool rootExpanded = m_root->isExpanded();
-    QTreeWidgetItem* cur = trvDatabase->currentItem();
-    const bool onRoot = !cur || cur == m_root;
+    QList<int> expanded;
+    bool rootExpanded = false;
+    for (const QModelIndex& n : m_model->CreatedNodes()) {
+        if (!trvDatabase->isExpanded(n))
+            continue;
+        if (IsRoot(n))
+            rootExpanded = true;
+        else
+            expanded.append(NodeId(n));
+    }
+    const QModelIndex cur = CurrentNode();
+    const bool onRoot = !cur.isValid() || IsRoot(cur);
     const int curId = onRoot ? 0 : NodeId(cur);
     const int scroll = trvDatabase->verticalScrollBar()->value();
 
     ShowUsDBInTreeView(*CurUsDB);
     for (int id : expanded)
-        if (QTreeWidgetItem* n = m_nodeById.value(id))
-            n->setExpanded(true);
-    m_root->setExpanded(rootExpanded);
+        if (const QModelIndex n = NodeByKey(QString::number(id) + QStringLiteral("key")); n.isValid())
+            trvDatabase->expand(n);
+    trvDatabase->setExpanded(m_model->RootIndex(), rootExpanded);
     // A selected row that is gone leaves the root selected.
-    QTreeWidgetItem* sel = onRoot ? m_root : m_nodeById.value(curId, m_root);
-    trvDatabase->setCurrentItem(sel);
+    QModelIndex sel = onRoot ? QModelIndex() : NodeByKey(QString::number(curId) + QStringLiteral("key"));
+    if (!sel.isValid())
+        sel = m_model->RootIndex();
+    trvDatabase->setCurrentIndex(sel);
     trvDatabase_Click();
     trvDatabase->verticalScrollBar()->setValue(scroll);
 }

@@ -34,18 +34,19 @@ void frmMain::SetCommandStates() {
     for (QAction* a : {mnuFileDelCurUser, mnuFileSaveDB, mnuFileChangeUsPasw, mnuFileUnloadUser, mnuToolsFind,
                        mnuFileImport, mnuFileExport})
         a->setEnabled(loaded);
-    QTreeWidgetItem* node = trvDatabase->currentItem();
+    const QModelIndex node = CurrentNode();
+    const bool onRoot = IsRoot(node);
     if (!loaded) {
         for (QAction* a : {btnDelRec, btnAddFolder, btnAddRec, btnDelFolder, btnRename})
             a->setEnabled(false);
-    } else if (node) {
+    } else if (node.isValid()) {
         const bool record = NodeTag(node) == QStringLiteral("2");
         btnDelRec->setEnabled(record);
         btnAddFolder->setEnabled(!record);
         btnAddRec->setEnabled(!record);
         btnDelFolder->setEnabled(!record);
-        btnRename->setEnabled(node != m_root);
-        if (node == m_root) {
+        btnRename->setEnabled(!onRoot);
+        if (onRoot) {
             btnDelFolder->setEnabled(false);
             btnDelRec->setEnabled(false);
         }
@@ -55,9 +56,9 @@ void frmMain::SetCommandStates() {
     mnuContextTrvAddRec->setEnabled(loaded && btnAddRec->isEnabled());
     mnuContextTrvDelFolder->setEnabled(loaded && btnDelFolder->isEnabled());
     mnuContextTrvDelRec->setEnabled(loaded && btnDelRec->isEnabled());
-    mnuContextTrvRename->setEnabled(loaded && node && node != m_root);
-    mnuContextTrvEdit->setEnabled(loaded && node && node != m_root);
-    const bool recordNode = loaded && node && NodeTag(node) == QStringLiteral("2");
+    mnuContextTrvRename->setEnabled(loaded && node.isValid() && !onRoot);
+    mnuContextTrvEdit->setEnabled(loaded && node.isValid() && !onRoot);
+    const bool recordNode = loaded && node.isValid() && NodeTag(node) == QStringLiteral("2");
     mnuContextTrvCopyPasw->setEnabled(recordNode);
     mnuContextTrvCopyLog->setEnabled(recordNode);
     for (QAction* a :

@@ -6,6 +6,7 @@
 #include "app/guiSecretClipboard.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
+#include "mainwindow/guiTreeModel.h"
 #include "records/RecordTree.h"
 #include "storage/clsDatabase.h"
 #include "users/UsDBTree.h"
@@ -13,35 +14,12 @@
 
 #include <QDragMoveEvent>
 #include <QDropEvent>
-#include <QHash>
-#include <QIcon>
 #include <QLabel>
 #include <QStatusBar>
 #include <QTextCursor>
 #include <QTextEdit>
 
 namespace {
-
-constexpr int kKeyRole = Qt::UserRole;
-constexpr int kTagRole = Qt::UserRole + 1;
-constexpr int kImageCount = 20;
-
-// The tree's image list: "DBIcon" and "<n>key" for the record and folder pictures.
-const QIcon& TreeIcon(const QString& ImageKey, const QString& Type) {
-    static QHash<QString, QIcon> icons = [] {
-        QHash<QString, QIcon> h;
-        h.insert(QStringLiteral("DBIcon"), QIcon(QStringLiteral(":/icons/db.png")));
-        for (int n = 1; n <= kImageCount; ++n)
-            h.insert(QString::number(n) + QStringLiteral("key"),
-                     QIcon(QStringLiteral(":/icons/%1.png").arg(n)));
-        return h;
-    }();
-    auto it = icons.constFind(ImageKey);
-    if (it != icons.constEnd())
-        return *it;
-    // A picture this program does not have: the default one of the row's kind.
-    return icons[Type == QStringLiteral("2") ? QStringLiteral("1key") : QStringLiteral("2key")];
-}
 
 // COLORREF (0x00BBGGRR) to a colour on screen.
 QColor FromColorRef(int c) {
@@ -50,64 +28,100 @@ QColor FromColorRef(int c) {
 
 } // namespace
 
-void UsTreeWidget::dragMoveEvent(QDragMoveEvent* e) {
-    QTreeWidget::dragMoveEvent(e);
-    QTreeWidgetItem* target = itemAt(e->position().toPoint());
+void UsTreeView::dragMoveEvent(QDragMoveEvent* e) {
+    QTreeView::dragMoveEvent(e);
+    const QModelIndex target = indexAt(e->position().toPoint());
     // Only folders and the root take nodes.
-    if (!target || frmMain::NodeTag(target) == QStringLiteral("2"))
+    if (!target.isValid() || frmMain::NodeTag(target) == QStringLiteral("2"))
         e->ignore();
 }
 
-void UsTreeWidget::dropEvent(QDropEvent* e) {
-    QTreeWidgetItem* target = itemAt(e->position().toPoint());
-    QTreeWidgetItem* node = currentItem();
+void UsTreeView::dropEvent(QDropEvent* e) {
+    const QModelIndex target = indexAt(e->position().toPoint());
+    const QModelIndex node = currentIndex();
     // The main window moves the node itself; the view's own move is never run.
     e->setDropAction(Qt::IgnoreAction);
     e->accept();
-    if (node && target)
+    stopAutoScroll();
+    setState(NoState);
+    viewport()->update();
+    if (node.isValid() && target.isValid())
         emit nodeDropped(node, target);
 }
 
-QString frmMain::NodeKey(const QTreeWidgetItem* Node) {
-    return Node ? Node->data(0, kKeyRole).toString() : QString();
+QString frmMain::NodeKey(const QModelIndex& Node) {
+    return Node.isValid() ? Node.data(UsTreeModel::KeyRole).toString() : QString();
 }
-int frmMain::NodeId(const QTreeWidgetItem* Node) {
+int frmMain::NodeId(const QModelIndex& Node) {
     return static_cast<int>(Val(NodeKey(Node)));
 }
-QString frmMain::NodeTag(const QTreeWidgetItem* Node) {
-    return Node ? Node->data(0, kTagRole).toString() : QString();
+QString frmMain::NodeTag(const QModelIndex& Node) {
+    return Node.isValid() ? Node.data(UsTreeModel::TagRole).toString() : QString();
 }
 
-QTreeWidgetItem* frmMain::NodeByKey(const QString& Key) const {
+QModelIndex frmMain::NodeByKey(const QString& Key) const {
     if (Key == QStringLiteral("0key"))
-        return m_root;
-    return m_nodeById.value(static_cast<int>(Val(Key)), nullptr);
+        return m_model->RootIndex();
+    const double v = Val(Key);
+    if (v == 0 || v < INT_MIN || v > INT_MAX)
+        return {};
+    return m_model->IndexOfId(static_cast<int>(v));
 }
 
-void frmMain::ApplyRowToNode(QTreeWidgetItem* Node, const QString& IndNum, const QString& Title,
-                             const QString& Image, const QString& Type, const QString& Flags) {
-    const int imageNum = CLng(Val(Image));
-    const QString imageKey = QString::number(imageNum) + QStringLiteral("key");
-    constexpr Qt::ItemFlags kFlags = Qt::ItemIsSelectable | Qt::ItemIsEnabled | Qt::ItemIsEditable |
-                                     Qt::ItemIsDragEnabled | Qt::ItemIsDropEnabled;
-    if (Node->flags() != kFlags)
-        Node->setFlags(kFlags);
-    Node->setText(0, Title);
-    Node->setData(0, kKeyRole, IndNum + QStringLiteral("key"));
-    Node->setData(0, kTagRole, Type);
-    Node->setIcon(0, TreeIcon(imageKey, Type));
-    int col = 0, bits = 0;
-    GetSepatRecOptns(Flags, col, bits);
-    QFont f = Node->font(0);
-    if (f.bold() != ((bits & 1) != 0)) {
-        f.setBold((bits & 1) != 0);
-        Node->setFont(0, f);
+QModelIndex frmMain::CurrentNode() const {
+    const QModelIndex i = trvDatabase->currentIndex();
+    return m_model->HasRoot() ? i : QModelIndex();
+}
+
+bool frmMain::IsRoot(const QModelIndex& Node) const {
+    return Node.isValid() && !Node.parent().isValid();
+}
+
+int frmMain::RowOf(const QString& IndNum) {
+    if (!UserLoaded())
+        return 0;
+    if (!m_model->HasRoot() || m_model->Db() != CurUsDB.get()) {
+        // No tree of this database (a test or a bench without the window's tree): a
+        // search of the table.
+        return FindDataRow(*CurUsDB, IndNum);
     }
-    // Black is the default colour, which follows the desktop's theme.
-    if (col != 0)
-        Node->setForeground(0, FromColorRef(col));
-    else if (Node->data(0, Qt::ForegroundRole).isValid())
-        Node->setData(0, Qt::ForegroundRole, QVariant());
+    bool ok = false;
+    const int id = IndNum.toInt(&ok);
+    if (!ok || QString::number(id) != IndNum)
+        return FindDataRow(*CurUsDB, IndNum);
+    const UsDBTreeIndex& ix = m_model->TreeIndex();
+    if (!ix.Table())
+        return 0;
+    int row = ix.RowOfId(id);
+    // A row found through an index that a change forgot to renew costs a renewal, never a
+    // wrong row.
+    const int rows = ix.Table() ? UsDBRowCount(*ix.Table()) : 0;
+    const bool stale = rows != ix.Rows() || (row >= 0 && UsDBCell(*ix.Table(), row, ix.fIndNum) != IndNum);
+    if (stale && !m_model->Busy()) {
+        TreeTableChanged();
+        row = m_model->TreeIndex().RowOfId(id);
+    }
+    // An identifier that a damaged file also writes another way (" 5") is searched for.
+    if (row >= 0 && m_model->TreeIndex().Table() && row < UsDBRowCount(*m_model->TreeIndex().Table()) &&
+        UsDBCell(*m_model->TreeIndex().Table(), row, m_model->TreeIndex().fIndNum) != IndNum)
+        return FindDataRow(*CurUsDB, IndNum);
+    return row + 1;
+}
+
+void frmMain::TreeTableChanged() {
+    TRACE_PROC("frmMain.TreeTableChanged");
+    if (!m_model->HasRoot() || !UserLoaded())
+        return;
+    if (m_model->Db() != CurUsDB.get()) {
+        RebuildTreeKeepingState();
+        return;
+    }
+    m_model->TableChanged();
+    // The record shown may have gone with its row.
+    if (m_curRecord != 0 && m_model->TreeIndex().RowOfId(m_curRecord) < 0) {
+        m_curRecord = 0;
+        txtValue->clear();
+    }
 }
 
 void frmMain::ClearUsTree() {
@@ -115,12 +129,9 @@ void frmMain::ClearUsTree() {
     // The user is closed (unloaded, locked, or another one opened): a password of theirs
     // leaves the clipboard.
     SecretClipboard::Instance().ClearIfOurs();
-    trvDatabase->clear();
-    m_nodeById.clear();
-    m_root = nullptr;
-    m_dropHighlight = nullptr;
+    m_model->Clear();
+    m_dropHighlight = QModelIndex();
     m_curRecord = 0;
-    m_index.Invalidate();
     sbPanel->clear();
     SetCommandStates();
     UpdateTitle();
@@ -137,7 +148,7 @@ void frmMain::ClearUsValue() {
 void frmMain::ShowUsDB(clsDatabase& UsDB) {
     TRACE_PROC("frmMain.ShowUsDB");
     ShowUsDBInTreeView(UsDB);
-    trvDatabase->setCurrentItem(m_root);
+    trvDatabase->setCurrentIndex(m_model->RootIndex());
     btnDelFolder->setEnabled(false);
     btnDelRec->setEnabled(false);
     ShowStatusCounts(QStringLiteral("0"));
@@ -150,46 +161,10 @@ void frmMain::ShowUsDB(clsDatabase& UsDB) {
 void frmMain::ShowUsDBInTreeView(clsDatabase& UsDB) {
     TRACE_PROC("frmMain.ShowUsDBInTreeView");
     ClearUsTree();
-    m_index.Invalidate();
-    auto* root = new QTreeWidgetItem;
-    root->setText(0, UsDB.Tag());
-    root->setData(0, kKeyRole, QStringLiteral("0key"));
-    root->setIcon(0, TreeIcon(QStringLiteral("DBIcon"), QString()));
-
-    // Rows in the order the tree shows them; nodes are built under a root that is not
-    // yet in the view, so the view sees one insertion.
-    const int tbl = UsDB.FindTable(QStringLiteral("DataTable"));
-    TRACE_LOCAL(tbl);
-    if (tbl > 0) {
-        const int fInd = UsDB.FindField(tbl, QStringLiteral("IndNum"));
-        TRACE_LOCAL(fInd);
-        const int fTitle = UsDB.FindField(tbl, QStringLiteral("Title"));
-        TRACE_LOCAL(fTitle);
-        const int fType = UsDB.FindField(tbl, QStringLiteral("Type"));
-        TRACE_LOCAL(fType);
-        const int fImage = UsDB.FindField(tbl, QStringLiteral("Image"));
-        TRACE_LOCAL(fImage);
-        const int fFlags = UsDB.FindField(tbl, QStringLiteral("Flags"));
-        TRACE_LOCAL(fFlags);
-        const QList<UsTreeNode> order = UsDBTreeOrder(UsDB);
-        QList<QTreeWidgetItem*> parents{root};
-        m_nodeById.reserve(order.size());
-        const QList<QStringList>& rows = UsDB.DBView().Tables[tbl - 1].Records;
-        for (const UsTreeNode& n : order) {
-            const QStringList& row = rows[n.RecNum - 1];
-            auto* node = new QTreeWidgetItem;
-            const QString indNum = row.value(fInd - 1);
-            ApplyRowToNode(node, indNum, row.value(fTitle - 1), row.value(fImage - 1), row.value(fType - 1),
-                           row.value(fFlags - 1));
-            parents.resize(n.Depth);
-            parents[n.Depth - 1]->addChild(node);
-            parents.append(node);
-            m_nodeById.insert(static_cast<int>(Val(indNum)), node);
-        }
-    }
-    trvDatabase->addTopLevelItem(root);
-    m_root = root;
-    root->setExpanded(true);
+    // Only the root and its children are made; a folder's nodes come when it is opened.
+    m_model->Reset(UsDB, UsDB.Tag(),
+                   CurUsDB.get() == &UsDB ? std::shared_ptr<const clsDatabase>(CurUsDB) : nullptr);
+    trvDatabase->expand(m_model->RootIndex());
 }
 
 void frmMain::AddColoredTxt(const QString& Text, int col, int flags) {
@@ -228,21 +203,27 @@ clsDatabase* frmMain::CurUsDBRef() {
 
 void frmMain::ShowStatusCounts(const QString& IndNum) {
     int folds = 0, recs = 0;
-    m_index.ChildCounts(*CurUsDB, IndNum, folds, recs);
+    bool ok = false;
+    const int id = IndNum.toInt(&ok);
+    if (ok && m_model->HasRoot() && m_model->Db() == CurUsDB.get())
+        m_model->TreeIndex().ChildCounts(id, folds, recs);
+    else if (UserLoaded())
+        GetStatBarData(*CurUsDB, IndNum, folds, recs);
     sbPanel->setText(Texts(111) + u' ' + QString::number(folds) + QStringLiteral(", ") + Texts(112) + u' ' +
                      QString::number(recs));
 }
 
 void frmMain::trvDatabase_Click() {
     TRACE_PROC("frmMain.trvDatabase_Click");
-    QTreeWidgetItem* node = trvDatabase->currentItem();
-    if (!node || !m_root)
+    const QModelIndex node = CurrentNode();
+    if (!node.isValid() || !UserLoaded())
         return;
+    const bool root = IsRoot(node);
     const QString id = QString::number(NodeId(node));
     TRACE_LOCAL(id);
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
     TRACE_LOCAL(tbl);
-    if (node != m_root && tbl > 0) {
+    if (!root && tbl > 0) {
         const int rec = RowOf(id);
         TRACE_LOCAL(rec);
         if (rec > 0 && CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Type")) == QStringLiteral("2")) {
@@ -264,7 +245,7 @@ void frmMain::trvDatabase_Click() {
         btnAddFolder->setEnabled(true);
         btnAddRec->setEnabled(true);
     }
-    if (node == m_root) {
+    if (root) {
         btnDelFolder->setEnabled(false);
         btnDelRec->setEnabled(false);
     }
@@ -272,120 +253,52 @@ void frmMain::trvDatabase_Click() {
     SetCommandStates();
 }
 
-void frmMain::ForgetNodes(QTreeWidgetItem* Node) {
-    for (int i = 0; i < Node->childCount(); ++i)
-        ForgetNodes(Node->child(i));
-    m_nodeById.remove(NodeId(Node));
-    if (m_dropHighlight == Node)
-        m_dropHighlight = nullptr;
-    if (m_curRecord == NodeId(Node)) {
-        m_curRecord = 0;
-        txtValue->clear();
-    }
-}
-
-QTreeWidgetItem* frmMain::InsertRowNode(const QString& IndNum) {
+QModelIndex frmMain::InsertRowNode(const QString& IndNum) {
     TRACE_PROC("frmMain.InsertRowNode", IndNum);
-    m_index.Invalidate();
-    const int rec = RowOf(IndNum);
-    TRACE_LOCAL(rec);
-    if (rec <= 0 || !m_root)
-        return nullptr;
-    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    TRACE_LOCAL(tbl);
-    QTreeWidgetItem* parent =
-        NodeByKey(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Parent")) + QStringLiteral("key"));
-    if (!parent)
-        return nullptr;
-    auto* node = new QTreeWidgetItem;
-    const QString type = CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Type"));
-    TRACE_LOCAL(type);
-    ApplyRowToNode(node, IndNum, CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Title")),
-                   CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Image")), type,
-                   CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Flags")));
-    if (type == QStringLiteral("2"))
-        parent->addChild(node);
-    else
-        parent->insertChild(0, node);
-    m_nodeById.insert(static_cast<int>(Val(IndNum)), node);
-    parent->setExpanded(true);
-    // The index is current (built by RowOf above, after the row was added).
-    if (QTreeWidgetItem* cur = trvDatabase->currentItem())
+    if (!m_model->HasRoot())
+        return {};
+    TreeTableChanged();
+    const QModelIndex node = NodeByKey(IndNum + QStringLiteral("key"));
+    if (!node.isValid())
+        return {};
+    trvDatabase->expand(node.parent());
+    if (const QModelIndex cur = CurrentNode(); cur.isValid())
         ShowStatusCounts(QString::number(NodeId(cur)));
     return node;
 }
 
 void frmMain::RefreshStatusCounts() {
-    m_index.Invalidate();
-    QTreeWidgetItem* node = trvDatabase->currentItem();
-    if (!node || !m_root || !UserLoaded())
+    TreeTableChanged();
+    const QModelIndex node = CurrentNode();
+    if (!node.isValid() || !UserLoaded())
         return;
     ShowStatusCounts(QString::number(NodeId(node)));
 }
 
 void frmMain::RefreshRowNode(const QString& IndNum) {
     TRACE_PROC("frmMain.RefreshRowNode", IndNum);
-    QTreeWidgetItem* node = NodeByKey(IndNum + QStringLiteral("key"));
-    const int rec = node ? RowOf(IndNum) : 0;
-    TRACE_LOCAL(rec);
-    if (!node || rec <= 0)
+    const QModelIndex node = NodeByKey(IndNum + QStringLiteral("key"));
+    if (!node.isValid() || RowOf(IndNum) <= 0)
         return;
-    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    TRACE_LOCAL(tbl);
-    ApplyRowToNode(node, IndNum, CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Title")),
-                   CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Image")),
-                   CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Type")),
-                   CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Flags")));
-    if (trvDatabase->currentItem() == node)
+    m_model->RowChanged(NodeId(node));
+    if (CurrentNode() == node)
         trvDatabase_Click();
 }
 
 void frmMain::InsertImportedRows(int FirstRec) {
     TRACE_PROC("frmMain.InsertImportedRows", FirstRec);
-    m_index.Invalidate();
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    if (tbl < 1 || !m_root || FirstRec < 1 || FirstRec > CurUsDB->GetTblRecNum(tbl))
+    if (tbl < 1 || !m_model->HasRoot() || FirstRec < 1 || FirstRec > CurUsDB->GetTblRecNum(tbl))
         return;
-    const TableEntry& t = CurUsDB->DBView().Tables[tbl - 1];
-    const int fInd = CurUsDB->FindField(tbl, QStringLiteral("IndNum")) - 1;
-    const int fPar = CurUsDB->FindField(tbl, QStringLiteral("Parent")) - 1;
-    const int fTitle = CurUsDB->FindField(tbl, QStringLiteral("Title")) - 1;
-    const int fType = CurUsDB->FindField(tbl, QStringLiteral("Type")) - 1;
-    const int fImage = CurUsDB->FindField(tbl, QStringLiteral("Image")) - 1;
-    const int fFlags = CurUsDB->FindField(tbl, QStringLiteral("Flags")) - 1;
-    const QStringList& first = t.Records[FirstRec - 1];
-    QTreeWidgetItem* parent = NodeByKey(first.value(fPar) + QStringLiteral("key"));
-    if (!parent)
+    // The new rows come into the folders that show them, however many there are; the
+    // folder made for them is opened and selected.
+    TreeTableChanged();
+    const QModelIndex top =
+        NodeByKey(CurUsDB->GetTblFldValNm(tbl, FirstRec, QStringLiteral("IndNum")) + QStringLiteral("key"));
+    if (!top.isValid())
         return;
-    // The new rows hang below a node that is not yet in the view, so the view sees one
-    // insertion however many there are. Folders go on top (the newest first), records at
-    // the end, as a new row of each kind does.
-    auto* top = new QTreeWidgetItem;
-    ApplyRowToNode(top, first.value(fInd), first.value(fTitle), first.value(fImage), first.value(fType),
-                   first.value(fFlags));
-    QHash<QString, QTreeWidgetItem*> added{{first.value(fInd), top}};
-    QList<std::pair<int, QTreeWidgetItem*>> ids{{static_cast<int>(Val(first.value(fInd))), top}};
-    for (int r = FirstRec; r < t.RecNum(); ++r) {
-        const QStringList& row = t.Records[r];
-        QTreeWidgetItem* under = added.value(row.value(fPar), nullptr);
-        if (!under)
-            continue;
-        auto* node = new QTreeWidgetItem;
-        const QString type = row.value(fType);
-        ApplyRowToNode(node, row.value(fInd), row.value(fTitle), row.value(fImage), type, row.value(fFlags));
-        if (type == QStringLiteral("2")) {
-            under->addChild(node);
-        } else {
-            under->insertChild(0, node);
-            added.insert(row.value(fInd), node);
-        }
-        ids.append({static_cast<int>(Val(row.value(fInd))), node});
-    }
-    for (const auto& [id, node] : ids)
-        m_nodeById.insert(id, node);
-    parent->insertChild(0, top);
-    parent->setExpanded(true);
-    top->setExpanded(true);
-    trvDatabase->setCurrentItem(top);
+    trvDatabase->expand(top.parent());
+    trvDatabase->expand(top);
+    trvDatabase->setCurrentIndex(top);
     trvDatabase_Click();
 }

@@ -54,7 +54,7 @@ void frmAddRecord::cmdOk_Click() {
     TRACE_PROC("frmAddRecord.cmdOk_Click");
     const QString id = AddRecordToDB(*CurUsDB, ParentID, Fields->txtTitle->text(), Fields->txtLogin->text(),
                                      Fields->txtPasw->text(), Fields->txtDesc->toPlainText());
-    if (QTreeWidgetItem* node = m_main->InsertRowNode(id))
-        m_main->trvDatabase->setCurrentItem(node);
+    if (const QModelIndex node = m_main->InsertRowNode(id); node.isValid())
+        m_main->trvDatabase->setCurrentIndex(node);
     accept();
 }

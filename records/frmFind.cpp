@@ -111,9 +111,9 @@ void frmFind::cmdFind_Click() {
         FindNextRecord(txtFindText->text(), optSearchEverywhere->isChecked(), chkCaseSens->isChecked());
     if (id.isEmpty())
         return;
-    if (QTreeWidgetItem* node = m_main->NodeByKey(id + QStringLiteral("key"))) {
-        m_main->trvDatabase->setCurrentItem(node);
-        m_main->trvDatabase->scrollToItem(node);
+    if (const QModelIndex node = m_main->NodeByKey(id + QStringLiteral("key")); node.isValid()) {
+        m_main->trvDatabase->setCurrentIndex(node);
+        m_main->trvDatabase->scrollTo(node);
         m_main->trvDatabase_Click();
     }
 }

@@ -1,118 +1,261 @@
 #include "users/UsDBTree.h"
 
+#include "app/VbConv.h"
 #include "diagnostics/Trace.h"
 #include "storage/clsDatabase.h"
 
-#include <QHash>
-#include <QSet>
+#include <unordered_set>
 
-#include <vector>
+QString UsDBCell(const TableEntry& t, int row0, int fld0) {
+    return fld0 < 0 ? QString() : t.Records[row0].value(fld0);
+}
+
+int UsDBRowCount(const TableEntry& t) {
+    return t.RecNum();
+}
 
 namespace {
 
-struct Columns {
-    int IndNum = -1, Parent = -1, Type = -1;
-};
-
 int column(const TableEntry& t, const char* name) {
-    TRACE_PROC("modMain.TreeColumn", name);
     for (qsizetype i = 0; i < t.FldNames.size(); ++i)
         if (t.FldNames[i].compare(QLatin1String(name), Qt::CaseInsensitive) == 0)
             return static_cast<int>(i);
     return -1;
 }
 
-// Per-row helpers of the walk, not traced.
-const QString& valueOf(const QStringList& r, int col) {
-    static const QString empty;
-    return col >= 0 && col < r.size() ? r[col] : empty;
+// The number a text is when it is written exactly as QString::number writes it.
+bool plainInt(const QString& s, int& out) {
+    const qsizetype n = s.size();
+    if (n == 0 || n > 11)
+        return false;
+    qsizetype i = 0;
+    const bool neg = s[0] == u'-';
+    if (neg && ++i == n)
+        return false;
+    if (s[i] == u'0' && (n - i > 1 || neg))
+        return false;
+    long long v = 0;
+    for (; i < n; ++i) {
+        const char16_t c = s[i].unicode();
+        if (c < u'0' || c > u'9')
+            return false;
+        v = v * 10 + (c - u'0');
+    }
+    if (neg)
+        v = -v;
+    if (v < INT_MIN || v > INT_MAX)
+        return false;
+    out = static_cast<int>(v);
+    return true;
 }
 
 // Type 1, read as a number ("1", " 1", "1.0" alike).
-bool isFolder(const QString& type) {
+bool isFolderType(const QString& type) {
     if (type.size() == 1)
         return type[0] == u'1';
     bool ok = false;
     return type.trimmed().toDouble(&ok) == 1.0 && ok;
 }
 
+bool isRecordCount(const QString& type) {
+    if (type.size() == 1)
+        return type[0] == u'2';
+    return Val(type) == 2;
+}
+
 } // namespace
+
+int UsDBTreeIndex::IntMap::get(int k) const {
+    if (k >= 0 && k < static_cast<int>(dense.size()))
+        return dense[k];
+    return sparse.value(k, -1);
+}
+
+void UsDBTreeIndex::IntMap::set(int k, int v) {
+    if (k >= 0 && k < static_cast<int>(dense.size()))
+        dense[k] = v;
+    else
+        sparse.insert(k, v);
+}
+
+void UsDBTreeIndex::IntMap::reset(int DenseSize) {
+    dense.assign(DenseSize, -1);
+    sparse.clear();
+}
+
+void UsDBTreeIndex::Build(const clsDatabase& Db) {
+    TRACE_PROC("modMain.BuildTreeIndex");
+    const TableEntry* table = nullptr;
+    m_db = &Db;
+    m_tableNo = -1;
+    m_ind.clear();
+    m_par.clear();
+    m_kind.clear();
+    m_childStart.clear();
+    m_childRows.clear();
+    m_lastOddParent.clear();
+    fIndNum = fParent = fType = fTitle = fImage = fFlags = -1;
+    const QList<TableEntry>& tables = Db.DBView().Tables;
+    for (qsizetype i = 0; i < tables.size(); ++i)
+        if (tables[i].Name.compare(QLatin1String("DataTable"), Qt::CaseInsensitive) == 0) {
+            table = &tables[i];
+            m_tableNo = static_cast<int>(i);
+            break;
+        }
+    const int n = table ? UsDBRowCount(*table) : 0;
+    TRACE_LOCAL(n);
+    m_rowOfId.reset(2 * n + 1024);
+    m_slotOfParent.reset(2 * n + 1024);
+    if (!table)
+        return;
+    const TableEntry& t = *table;
+    fIndNum = column(t, "IndNum");
+    fParent = column(t, "Parent");
+    fType = column(t, "Type");
+    fTitle = column(t, "Title");
+    fImage = column(t, "Image");
+    fFlags = column(t, "Flags");
+    m_ind.resize(n);
+    m_par.resize(n);
+    m_kind.resize(n);
+    std::vector<int> counts;
+    std::vector<std::pair<int, QString>> oddIds;
+    for (int r = 0; r < n; ++r) {
+        const QString ind = UsDBCell(t, r, fIndNum);
+        int id = kNoId;
+        unsigned char kind = 0;
+        if (plainInt(ind, id)) {
+            kind |= kPlainId;
+        } else {
+            bool ok = false;
+            id = ind.trimmed().toInt(&ok);
+            if (!ok)
+                id = kNoId;
+            else
+                oddIds.emplace_back(r, ind);
+        }
+        m_ind[r] = id;
+        if (id != kNoId && m_rowOfId.get(id) < 0)
+            m_rowOfId.set(id, r);
+        const QString type = UsDBCell(t, r, fType);
+        if (isFolderType(type))
+            kind |= kTreeFolder;
+        if (isRecordCount(type))
+            kind |= kCountRecord;
+        m_kind[r] = kind;
+        const QString par = UsDBCell(t, r, fParent);
+        int p = kNoId;
+        if (plainInt(par, p)) {
+            int slot = m_slotOfParent.get(p);
+            if (slot < 0) {
+                slot = static_cast<int>(counts.size());
+                m_slotOfParent.set(p, slot);
+                counts.push_back(0);
+            }
+            ++counts[slot];
+        } else {
+            p = kNoId;
+            if (!par.isEmpty())
+                m_lastOddParent.insert(par, r);
+        }
+        m_par[r] = p;
+    }
+    // The rows under each parent, in table order, one after the other.
+    m_childStart.resize(counts.size() + 1);
+    m_childStart[0] = 0;
+    for (std::size_t s = 0; s < counts.size(); ++s)
+        m_childStart[s + 1] = m_childStart[s] + counts[s];
+    m_childRows.resize(m_childStart.back());
+    std::vector<int> fill(m_childStart.begin(), m_childStart.end() - 1);
+    for (int r = 0; r < n; ++r)
+        if (m_par[r] != kNoId)
+            m_childRows[fill[m_slotOfParent.get(m_par[r])]++] = r;
+    // An IndNum written oddly finds children only under the same odd text.
+    for (const auto& [r, text] : oddIds)
+        if (m_lastOddParent.value(text, -1) >= r)
+            m_kind[r] |= kOddOpens;
+}
+
+const TableEntry* UsDBTreeIndex::Table() const {
+    if (!m_db || m_tableNo < 0 || m_tableNo >= m_db->DBView().Tables.size())
+        return nullptr;
+    return &m_db->DBView().Tables[m_tableNo];
+}
+
+int UsDBTreeIndex::RowOfId(int Id) const {
+    return Id == kNoId ? -1 : m_rowOfId.get(Id);
+}
+
+std::span<const int> UsDBTreeIndex::ChildRows(int Id) const {
+    const int slot = Id == kNoId ? -1 : m_slotOfParent.get(Id);
+    if (slot < 0)
+        return {};
+    return {m_childRows.data() + m_childStart[slot],
+            static_cast<std::size_t>(m_childStart[slot + 1] - m_childStart[slot])};
+}
+
+bool UsDBTreeIndex::Opens(int row0) const {
+    if (m_ind[row0] == kNoId)
+        return false;
+    if (!(m_kind[row0] & kPlainId))
+        return m_kind[row0] & kOddOpens;
+    const std::span<const int> kids = ChildRows(m_ind[row0]);
+    return !kids.empty() && kids.back() >= row0;
+}
+
+std::vector<int> UsDBTreeIndex::DisplayChildren(int Id) const {
+    const std::span<const int> rows = ChildRows(Id);
+    std::vector<int> order;
+    order.reserve(rows.size());
+    for (auto r = rows.rbegin(); r != rows.rend(); ++r)
+        if (IsFolder(*r))
+            order.push_back(*r);
+    for (int r : rows)
+        if (!IsFolder(r))
+            order.push_back(r);
+    return order;
+}
+
+void UsDBTreeIndex::ChildCounts(int Id, int& NumFolds, int& NumRecs) const {
+    for (int r : ChildRows(Id)) {
+        if (m_kind[r] & kCountRecord)
+            ++NumRecs;
+        else
+            ++NumFolds;
+    }
+}
 
 QList<UsTreeNode> UsDBTreeOrder(const clsDatabase& UsDB) {
     TRACE_PROC("modMain.UsDBTreeOrder");
     QList<UsTreeNode> out;
-    const DatabaseRecord& db = UsDB.DBView();
-    const TableEntry* t = nullptr;
-    for (const TableEntry& e : db.Tables)
-        if (e.Name.compare(QLatin1String("DataTable"), Qt::CaseInsensitive) == 0) {
-            t = &e;
-            break;
-        }
-    if (!t)
+    UsDBTreeIndex ix;
+    ix.Build(UsDB);
+    if (!ix.Table() || ix.fParent < 0)
         return out;
-    Columns c{column(*t, "IndNum"), column(*t, "Parent"), column(*t, "Type")};
-    if (c.Parent < 0)
-        return out;
-
-    // Rows by the text of their parent link, in table order.
-    QHash<QString, std::vector<int>> byParent;
-    byParent.reserve(t->RecNum() / 8 + 16);
-    for (int i = 0; i < t->RecNum(); ++i)
-        byParent[valueOf(t->Records[i], c.Parent)].push_back(i);
-    out.reserve(t->RecNum());
-
-    // The display order of the children of one parent.
-    auto childrenOf = [&](const QString& parentText) {
-        std::vector<int> order;
-        auto it = byParent.constFind(parentText);
-        if (it == byParent.constEnd())
-            return order;
-        const std::vector<int>& rows = *it;
-        order.reserve(rows.size());
-        for (auto r = rows.rbegin(); r != rows.rend(); ++r)
-            if (isFolder(valueOf(t->Records[*r], c.Type)))
-                order.push_back(*r);
-        for (int r : rows)
-            if (!isFolder(valueOf(t->Records[r], c.Type)))
-                order.push_back(r);
-        return order;
-    };
-
+    out.reserve(ix.Rows());
     struct Level {
         std::vector<int> rows;
         std::size_t next = 0;
         int id = 0;
     };
     std::vector<Level> stack;
-    QSet<int> onPath;
-    stack.push_back(Level{childrenOf(QStringLiteral("0")), 0, 0});
+    std::unordered_set<int> onPath;
+    stack.push_back(Level{ix.DisplayChildren(0), 0, 0});
     onPath.insert(0);
     while (!stack.empty()) {
         Level& lv = stack.back();
         if (lv.next >= lv.rows.size()) {
-            onPath.remove(lv.id);
+            onPath.erase(lv.id);
             stack.pop_back();
             continue;
         }
         const int row = lv.rows[lv.next++];
-        TRACE_LOCAL(row);
-        const QStringList& rec = t->Records[row];
-        const bool folder = isFolder(valueOf(rec, c.Type));
-        TRACE_LOCAL(folder);
-        out.append(UsTreeNode{row + 1, static_cast<int>(stack.size()), folder});
-        // Children are looked for from this row on only; once there is one, all of them show.
-        const QString& indNum = valueOf(rec, c.IndNum);
-        auto kids = byParent.constFind(indNum);
-        if (kids == byParent.constEnd() || kids->empty() || kids->back() < row)
-            continue;
-        bool ok = false;
-        TRACE_LOCAL(ok);
-        const int id = indNum.trimmed().toInt(&ok);
-        TRACE_LOCAL(id);
-        if (!ok || onPath.contains(id))
+        out.append(UsTreeNode{row + 1, static_cast<int>(stack.size()), ix.IsFolder(row)});
+        const int id = ix.IdOf(row);
+        if (!ix.Opens(row) || onPath.count(id))
             continue;
         onPath.insert(id);
-        stack.push_back(Level{childrenOf(QString::number(id)), 0, id});
+        stack.push_back(Level{ix.DisplayChildren(id), 0, id});
     }
     return out;
 }

@@ -15,6 +15,7 @@
 #include "users/frmPassword.h"
 #include "users/frmSelectUser.h"
 
+#include <QAbstractItemModel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
@@ -102,9 +103,13 @@ inline QString rowValue(const QString& id, const QString& field) {
     return CurUsDB->GetTblFldValNm(CurUsDB->FindTable("DataTable"), FindDataRow(*CurUsDB, id), field);
 }
 
-inline QStringList childTexts(QTreeWidgetItem* node) {
+inline QModelIndex childOf(const QModelIndex& node, int i) {
+    return node.model()->index(i, 0, node);
+}
+
+inline QStringList childTexts(const QModelIndex& node) {
     QStringList t;
-    for (int i = 0; i < node->childCount(); ++i)
-        t << node->child(i)->text(0);
+    for (int i = 0; i < node.model()->rowCount(node); ++i)
+        t << childOf(node, i).data().toString();
     return t;
 }

@@ -77,8 +77,8 @@ private slots:
         openUser();
         showActive(w);
         QGuiApplication::clipboard()->setText("keep");
-        QTreeWidgetItem* node = w.NodeByKey(id + "key");
-        w.trvDatabase->setCurrentItem(node);
+        QModelIndex node = w.NodeByKey(id + "key");
+        w.trvDatabase->setCurrentIndex(node);
         if (key) {
             QTest::keyClick(w.trvDatabase, Qt::Key(key), Qt::ControlModifier);
         } else {
@@ -107,7 +107,7 @@ private slots:
         w.Form_Load();
         openUser();
         auto copyBank = [&w] {
-            w.trvDatabase->setCurrentItem(w.NodeByKey("4key"));
+            w.trvDatabase->setCurrentIndex(w.NodeByKey("4key"));
             w.mnuContextValCopyPasw->trigger();
             QCOMPARE(clipText(), QStringLiteral("MailKey"));
         };
@@ -131,7 +131,7 @@ private slots:
         w2.Form_Load();
         openUser();
         auto copyBank2 = [&w2] {
-            w2.trvDatabase->setCurrentItem(w2.NodeByKey("4key"));
+            w2.trvDatabase->setCurrentIndex(w2.NodeByKey("4key"));
             w2.mnuContextValCopyPasw->trigger();
         };
         copyBank2();
@@ -159,19 +159,19 @@ private slots:
         frmMain w;
         w.Form_Load();
         openUser();
-        QTreeWidgetItem* root = w.NodeByKey("0key");
+        QModelIndex root = w.NodeByKey("0key");
         auto counts = [&](int f, int r) {
             return Texts(111) + " " + QString::number(f) + ", " + Texts(112) + " " + QString::number(r);
         };
-        w.trvDatabase->setCurrentItem(root);
+        w.trvDatabase->setCurrentIndex(root);
         QCOMPARE(w.sbPanel->text(), counts(2, 1));
         w.MoveNode(w.NodeByKey("5key"), root); // Forum out of Work
-        w.trvDatabase->setCurrentItem(root);
+        w.trvDatabase->setCurrentIndex(root);
         QCOMPARE(w.sbPanel->text(), counts(2, 2));
         w.SetDropHighlight(w.NodeByKey("1key")); // Mail with Box
         w.mnuContextTrvDelFolder_Click();
-        w.trvDatabase->setCurrentItem(w.NodeByKey("3key"));
-        w.trvDatabase->setCurrentItem(root);
+        w.trvDatabase->setCurrentIndex(w.NodeByKey("3key"));
+        w.trvDatabase->setCurrentIndex(root);
         QCOMPARE(w.sbPanel->text(), counts(1, 2));
     }
 

@@ -4,6 +4,7 @@
 #include "maintenance/RestoreBackup.h"
 #include "maintenance/frmRestore.h"
 #include "mainwindow/frmMain.h"
+#include "mainwindow/guiTreeModel.h"
 #include "options/frmOptions.h"
 #include "options/guiFolderChooser.h"
 #include "records/PaswGenerator.h"
@@ -79,11 +80,11 @@ private slots:
             f->optSearchEverywhere->click();
             for (int i = 0; i < 3; ++i) {
                 f->cmdFind->click();
-                selected << w.trvDatabase->currentItem()->text(0);
+                selected << w.trvDatabase->currentIndex().data().toString();
             }
             f->optSearchTitles->click();
             f->cmdFind->click();
-            selected << w.trvDatabase->currentItem()->text(0);
+            selected << w.trvDatabase->currentIndex().data().toString();
             f->txtFindText->setText("nowhere");
             f->cmdFind->click();
         };
@@ -198,16 +199,16 @@ private slots:
                 f->cmdSaveChanges->click();
             }
         };
-        QTreeWidgetItem* box = w.NodeByKey("2key");
-        w.trvDatabase->setCurrentItem(box);
+        QModelIndex box = w.NodeByKey("2key");
+        w.trvDatabase->setCurrentIndex(box);
         w.mnuContextTrvEdit_Click();
         QCOMPARE(generated.size(), 16);
         QCOMPARE(rowValue("2", "Password"), generated);
         QCOMPARE(rowValue("2", "Flags"), QStringLiteral("255|1"));
         QCOMPARE(rowValue("2", "Image"), QStringLiteral("3key"));
-        QCOMPARE(box->text(0), QStringLiteral("Box 2"));
-        QVERIFY(box->font(0).bold());
-        QCOMPARE(box->foreground(0).color(), QColor(255, 0, 0));
+        QCOMPARE(box.data().toString(), QStringLiteral("Box 2"));
+        QVERIFY(box.data(Qt::FontRole).value<QFont>().bold());
+        QCOMPARE(box.data(Qt::ForegroundRole).value<QColor>(), QColor(255, 0, 0));
         // The custom colours of the accepted dialog are kept for the run.
         QCOMPARE(CustomColors.left(4), QByteArray("\x0a\x14\x1e\x00", 4));
 
@@ -232,17 +233,17 @@ private slots:
                 a->cmdOk->click();
             }
         };
-        QTreeWidgetItem* mail = w.NodeByKey("1key");
-        w.trvDatabase->setCurrentItem(mail);
+        QModelIndex mail = w.NodeByKey("1key");
+        w.trvDatabase->setCurrentIndex(mail);
         w.mnuContextTrvEdit_Click();
         QCOMPARE(rowValue("1", "Flags"), QStringLiteral("0|1"));
-        QVERIFY(mail->font(0).bold());
+        QVERIFY(mail.data(Qt::FontRole).value<QFont>().bold());
         w.SetDropHighlight(mail);
         w.mnuContextTrvAddRec_Click();
-        QTreeWidgetItem* shop = w.NodeByKey("6key");
-        QVERIFY(shop);
-        QCOMPARE(shop->parent(), mail);
-        QCOMPARE(mail->indexOfChild(shop), mail->childCount() - 1);
+        QModelIndex shop = w.NodeByKey("6key");
+        QVERIFY(shop.isValid());
+        QCOMPARE(shop.parent(), mail);
+        QCOMPARE(shop.row(), w.TreeModel()->rowCount(mail) - 1);
         QCOMPARE(rowValue("6", "Login"), QStringLiteral("me"));
         QCOMPARE(rowValue("6", "Image"), QStringLiteral("1key"));
     }
@@ -282,7 +283,7 @@ private slots:
         // The user is open again with the copy's content, in the tree as well.
         QCOMPARE(CurUser, QStringLiteral("anna"));
         QCOMPARE(rowValue("5", "Title"), QStringLiteral("Forum"));
-        QCOMPARE(w.NodeByKey("5key")->text(0), QStringLiteral("Forum"));
+        QCOMPARE(w.NodeByKey("5key").data().toString(), QStringLiteral("Forum"));
     }
 
     void portableCopyWithProgress() {

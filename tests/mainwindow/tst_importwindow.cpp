@@ -28,7 +28,7 @@ private slots:
         w.Form_Load();
         openUser();
         Script s;
-        w.trvDatabase->setCurrentItem(w.NodeByKey("2key")); // a record of Mail: Mail it is
+        w.trvDatabase->setCurrentIndex(w.NodeByKey("2key")); // a record of Mail: Mail it is
         QString summary, refused;
         s.on = [&](QDialog& d) {
             auto* f = qobject_cast<frmImport*>(&d);
@@ -55,10 +55,10 @@ private slots:
                  QStringLiteral("Format: CSV with a header row (choose the columns). Found 2 folders and 3 "
                                 "records. They will go into a new folder \"generic\" inside \"Mail\"."));
         QCOMPARE(s.boxes, QStringList{"Imported 2 folders and 3 records into the new folder \"generic\"."});
-        QTreeWidgetItem* mail = w.NodeByKey("1key");
+        QModelIndex mail = w.NodeByKey("1key");
         QCOMPARE(childTexts(mail), QStringList({"generic", "Box"}));
-        QCOMPARE(w.trvDatabase->currentItem(), mail->child(0));
-        QCOMPARE(childTexts(mail->child(0)), QStringList({"Web", "Top"}));
+        QCOMPARE(w.trvDatabase->currentIndex(), childOf(mail, 0));
+        QCOMPARE(childTexts(childOf(mail, 0)), QStringList({"Web", "Top"}));
         QCOMPARE(childTexts(w.NodeByKey("7key")), QStringList({"Mail", "Shop"}));
         QCOMPARE(rowValue("9", "Password"), QStringLiteral("m@il"));
         // Saved: opening the user again shows the same.
@@ -77,7 +77,7 @@ private slots:
         w.Form_Load();
         openUser();
         Script s;
-        w.trvDatabase->setCurrentItem(w.NodeByKey("3key"));
+        w.trvDatabase->setCurrentIndex(w.NodeByKey("3key"));
         const QString path = env.root() + "/work.csv";
         s.on = [&](QDialog& d) {
             auto* f = qobject_cast<frmExport*>(&d);

@@ -1,6 +1,7 @@
 #include "mainwindow/CheckActivity.h"
 #include "mainwindow/frmMain.h"
 #include "mainwindow/guiSessionWatch.h"
+#include "mainwindow/guiTreeModel.h"
 #include "tests/common/TestMain.h"
 #include "tests/mainwindow/MainTestKit.h"
 
@@ -54,16 +55,16 @@ private slots:
         w.btnSelectUser->trigger();
         QCOMPARE(s.boxes, QStringList{Texts(9)});
         QCOMPARE(CurUser, QStringLiteral("anna"));
-        QTreeWidgetItem* root = w.NodeByKey("0key");
-        QCOMPARE(root->text(0), QStringLiteral("anna"));
-        QVERIFY(root->isExpanded());
+        QModelIndex root = w.NodeByKey("0key");
+        QCOMPARE(root.data().toString(), QStringLiteral("anna"));
+        QVERIFY(w.trvDatabase->isExpanded(root));
         QCOMPARE(childTexts(root), QStringList({"Work", "Mail", "Bank"}));
         QCOMPARE(childTexts(w.NodeByKey("1key")), QStringList{"Box"});
 
-        QTreeWidgetItem* bank = w.NodeByKey("4key");
-        QVERIFY(bank->font(0).bold());
-        QCOMPARE(bank->foreground(0).color(), QColor(255, 0, 0));
-        w.trvDatabase->setCurrentItem(bank);
+        QModelIndex bank = w.NodeByKey("4key");
+        QVERIFY(bank.data(Qt::FontRole).value<QFont>().bold());
+        QCOMPARE(bank.data(Qt::ForegroundRole).value<QColor>(), QColor(255, 0, 0));
+        w.trvDatabase->setCurrentIndex(bank);
         QCOMPARE(
             w.txtValue->toPlainText(),
             QStringLiteral("Title:\nBank\n\nLogin:\nb\n\nPassword:\nMailKey\n\nDescription:\nmoney\n\n"));
@@ -72,7 +73,7 @@ private slots:
         QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("MailKey"));
 
         // The root: no value, both delete buttons off, its direct children counted.
-        w.trvDatabase->setCurrentItem(root);
+        w.trvDatabase->setCurrentIndex(root);
         QVERIFY(w.txtValue->toPlainText().isEmpty());
         QVERIFY(!w.btnDelFolder->isEnabled() && !w.btnDelRec->isEnabled());
         QCOMPARE(w.sbPanel->text(), Texts(111) + " 2, " + Texts(112) + " 1");
@@ -95,10 +96,10 @@ private slots:
         w.mnuContextTrvAddFolder->trigger();
         QVERIFY(w.trvDatabase->viewport()->findChild<QLineEdit*>()); // the new name is open for editing
         for (const auto& [key, title] : {std::pair{"4key", "Bank"}, {"2key", "Box"}}) {
-            QTreeWidgetItem* node = w.NodeByKey(key);
-            w.trvDatabase->scrollToItem(node);
+            QModelIndex node = w.NodeByKey(key);
+            w.trvDatabase->scrollTo(node);
             QTest::mouseClick(w.trvDatabase->viewport(), Qt::LeftButton, {},
-                              w.trvDatabase->visualItemRect(node).center());
+                              w.trvDatabase->visualRect(node).center());
             QVERIFY2(w.txtValue->toPlainText().startsWith(QStringLiteral("Title:\n") + title + "\n"),
                      qPrintable(w.txtValue->toPlainText()));
         }
@@ -112,16 +113,16 @@ private slots:
         frmMain w;
         w.Form_Load();
         openUser();
-        QTreeWidgetItem* root = w.NodeByKey("0key");
+        QModelIndex root = w.NodeByKey("0key");
         const int tbl = CurUsDB->FindTable("DataTable");
 
         // A new folder goes to the top with the next identifier and is renamed in place.
         w.SetDropHighlight(root);
         w.mnuContextTrvAddFolder->trigger();
-        QTreeWidgetItem* added = root->child(0);
+        QModelIndex added = childOf(root, 0);
         QCOMPARE(frmMain::NodeKey(added), QStringLiteral("6key"));
-        QCOMPARE(added->text(0), QStringLiteral("Новая папка"));
-        added->setText(0, "Shops");
+        QCOMPARE(added.data().toString(), QStringLiteral("Новая папка"));
+        w.TreeModel()->setData(added, "Shops");
         QCOMPARE(rowValue("6", "Title"), QStringLiteral("Shops"));
         QCOMPARE(rowValue("6", "Image"), QStringLiteral("2key"));
 
@@ -133,20 +134,20 @@ private slots:
         }
         QCOMPARE(s.boxes, QStringList({Texts(17), Texts(17)}));
         QCOMPARE(CurUsDB->GetTblRecNum(tbl), 4);
-        QVERIFY(!w.NodeByKey("1key") && !w.NodeByKey("2key"));
+        QVERIFY(!w.NodeByKey("1key").isValid() && !w.NodeByKey("2key").isValid());
         // A node that is gone does nothing.
-        w.SetDropHighlight(nullptr);
+        w.SetDropHighlight({});
         w.mnuContextTrvDelRec_Click();
         QCOMPARE(CurUsDB->GetTblRecNum(tbl), 4);
 
         // Drag and drop: not a folder into itself; Bank into Work, behind what was there.
-        QTreeWidgetItem* work = w.NodeByKey("3key");
-        QTreeWidgetItem* bank = w.NodeByKey("4key");
+        QModelIndex work = w.NodeByKey("3key");
+        QModelIndex bank = w.NodeByKey("4key");
         w.MoveNode(work, work);
         QCOMPARE(s.boxes.last(), Texts(168));
         w.MoveNode(bank, work);
-        QCOMPARE(childTexts(work), QStringList({"Forum", "Bank"}));
-        QVERIFY(bank->font(0).bold());
+        QCOMPARE(childTexts(w.NodeByKey("3key")), QStringList({"Forum", "Bank"}));
+        QVERIFY(w.NodeByKey("4key").data(Qt::FontRole).value<QFont>().bold());
         // Saved at once: the user opened afresh shows the same.
         UnloadUser();
         openUser();
@@ -204,7 +205,7 @@ private slots:
         s.passwords = {kUserPasw};
         w.showNormal();
         QVERIFY(QTest::qWaitFor([&] { return !w.IsLocked(); }, 2000));
-        QCOMPARE(w.NodeByKey("1key")->text(0), QStringLiteral("Unsaved"));
+        QCOMPARE(w.NodeByKey("1key").data().toString(), QStringLiteral("Unsaved"));
         // The folder is back: the unlock saved what the lock could not.
         QCOMPARE(s.boxes.size(), 2);
         QVERIFY(!w.windowTitle().endsWith(" *"));
@@ -234,7 +235,7 @@ private slots:
         g_now += 60.5;
         w.tmrTimer_Timer();
         QVERIFY(w.IsLocked());
-        QVERIFY(!w.NodeByKey("0key"));
+        QVERIFY(!w.NodeByKey("0key").isValid());
         QCOMPARE(CurUsDB->TabNum(), 0);
         QCOMPARE(CurUser, QStringLiteral("anna"));
         QVERIFY(w.isMinimized() || !w.isVisible());

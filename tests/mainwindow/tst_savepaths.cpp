@@ -5,6 +5,7 @@
 #include "maintenance/RestoreBackup.h"
 #include "maintenance/frmRestore.h"
 #include "mainwindow/frmMain.h"
+#include "mainwindow/guiTreeModel.h"
 #include "options/frmOptions.h"
 #include "storage/FileIdentity.h"
 #include "tests/common/TestMain.h"
@@ -196,10 +197,10 @@ private slots:
         w.Form_Load();
         openUser();
         QVERIFY(!w.windowTitle().endsWith(" *"));
-        QTreeWidgetItem* mail = w.NodeByKey("1key");
-        w.trvDatabase->setCurrentItem(mail);
+        QModelIndex mail = w.NodeByKey("1key");
+        w.trvDatabase->setCurrentIndex(mail);
         w.mnuContextTrvRename_Click();
-        mail->setText(0, "Saved at once");
+        w.TreeModel()->setData(mail, "Saved at once");
         QTRY_COMPARE(titleOnDisk(), QStringLiteral("Saved at once"));
         QVERIFY(!w.windowTitle().endsWith(" *"));
 
@@ -208,7 +209,7 @@ private slots:
         options.chkSaveAfterChange->setChecked(false);
         QCOMPARE(ProgConfig[22], QStringLiteral("0"));
         w.mnuContextTrvRename_Click();
-        mail->setText(0, "Kept in memory");
+        w.TreeModel()->setData(mail, "Kept in memory");
         QTest::qWait(50);
         QCOMPARE(titleOnDisk(), QStringLiteral("Saved at once"));
         QVERIFY(w.windowTitle().endsWith(" *"));
@@ -245,24 +246,24 @@ private slots:
         QCOMPARE(titles.value("6"), QStringLiteral("Outside"));
         QCOMPARE(titles.value("7"), QStringLiteral("Новая папка"));
         QCOMPARE(titles.size(), 7);
-        QVERIFY(w.NodeByKey("6key") && w.NodeByKey("7key"));
+        QVERIFY(w.NodeByKey("6key").isValid() && w.NodeByKey("7key").isValid());
         QVERIFY(!w.windowTitle().endsWith(" *"));
 
-        w.trvDatabase->setCurrentItem(w.NodeByKey("3key"));
+        w.trvDatabase->setCurrentIndex(w.NodeByKey("3key"));
         const QString next = argentpm(env, {"add", "anna", "3", "--title", "Next"}, "new password\n");
         QCOMPARE(next, QStringLiteral("8"));
-        QTRY_VERIFY_WITH_TIMEOUT(w.NodeByKey("8key"), 1000);
-        QCOMPARE(w.NodeByKey("8key")->parent(), w.NodeByKey("3key"));
-        QCOMPARE(w.trvDatabase->currentItem(), w.NodeByKey("3key"));
-        QVERIFY(w.NodeByKey("3key")->isExpanded());
+        QTRY_VERIFY_WITH_TIMEOUT(w.NodeByKey("8key").isValid(), 1000);
+        QCOMPARE(w.NodeByKey("8key").parent(), w.NodeByKey("3key"));
+        QCOMPARE(w.trvDatabase->currentIndex(), w.NodeByKey("3key"));
+        QVERIFY(w.trvDatabase->isExpanded(w.NodeByKey("3key")));
 
         // Changed once more elsewhere and the prompt cancelled: nothing is written, the
         // change stays open and the title says so, and nobody asks again.
         QVERIFY(!argentpm(env, {"passwd", "anna"}, "new password\nthird password\n").isEmpty());
         s.boxes.clear();
-        w.trvDatabase->setCurrentItem(w.NodeByKey("3key"));
+        w.trvDatabase->setCurrentIndex(w.NodeByKey("3key"));
         w.mnuContextTrvRename_Click();
-        w.NodeByKey("3key")->setText(0, "Not written");
+        w.TreeModel()->setData(w.NodeByKey("3key"), "Not written");
         QTest::qWait(600);
         QCOMPARE(s.boxes, QStringList({Texts(265), Texts(266)}));
         QVERIFY(w.windowTitle().endsWith(" *"));
