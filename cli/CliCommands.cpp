@@ -440,7 +440,7 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
     int width = 1;
     TRACE_LOCAL(width);
     for (const UsTreeNode& n : nodes)
-        width = std::max<int>(width, static_cast<int>(t.Records[n.RecNum - 1].value(fId).size()));
+        width = std::max<int>(width, static_cast<int>(t.Records.value(n.RecNum - 1, fId).size()));
     QByteArray out;
     out.reserve(64 + nodes.size() * 48);
     auto line = [&](const QString& id, int depth, const QString& title, bool folder) {
@@ -453,10 +453,8 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
         out.append('\n');
     };
     line(QStringLiteral("0"), 0, CurUsDB->Tag(), false);
-    for (const UsTreeNode& n : nodes) {
-        const QStringList& r = t.Records[n.RecNum - 1];
-        line(r.value(fId), n.Depth, r.value(fTitle), n.Folder);
-    }
+    for (const UsTreeNode& n : nodes)
+        line(t.Records.value(n.RecNum - 1, fId), n.Depth, t.Records.value(n.RecNum - 1, fTitle), n.Folder);
     writeOut(out);
     return cliOk;
 }
