@@ -13,6 +13,8 @@ constexpr char kSepByte = static_cast<char>(0x87);
 // Offsets with this bit set point into the append area, the others into the read bytes.
 constexpr std::uint32_t kInExtra = 0x80000000u;
 constexpr qsizetype kMaxArea = 0x7fffffff;
+// In a length handed to appendParsed: the value has a backslash or a byte above ASCII.
+constexpr std::uint32_t kOdd = 0x80000000u;
 
 struct Cell {
     std::uint32_t Off;
@@ -443,10 +445,11 @@ void RecordStore::appendParsed(int N, const std::uint32_t* Offs, const std::uint
     x.Rows.push_back(r);
     for (int k = 0; k < N; ++k) {
         const char* s = x.Base.constData() + Offs[k];
-        if (isCanonical(s, Lens[k])) {
-            x.Cells[r.First + static_cast<std::uint32_t>(k)] = Cell{Offs[k], Lens[k]};
+        const std::uint32_t len = Lens[k] & ~kOdd;
+        if (!(Lens[k] & kOdd) || isCanonical(s, len)) {
+            x.Cells[r.First + static_cast<std::uint32_t>(k)] = Cell{Offs[k], len};
         } else {
-            QByteArray e = escape(UnescapeValue(s, Lens[k]));
+            QByteArray e = escape(UnescapeValue(s, len));
             x.Cells[r.First + static_cast<std::uint32_t>(k)] = x.store(e);
             sodium_memzero(e.data(), static_cast<std::size_t>(e.size()));
         }

@@ -82,7 +82,8 @@ public:
     // Starts the store over on Bytes (the deciphered body, shared, never changed again).
     void attach(const QByteArray& Bytes);
     // Appends a row whose N values are at Offs[k], Lens[k] in the attached bytes (escaped).
-    // A value in a form the store does not keep (a stray backslash, bytes that are not
+    // The top bit of a length marks a value with a backslash or a byte above ASCII; such a
+    // value in a form the store does not keep (a stray backslash, bytes that are not
     // UTF-8) is taken through its text instead, so that equal texts are equal bytes.
     void appendParsed(int N, const std::uint32_t* Offs, const std::uint32_t* Lens);
     // Appends row Row in its file form: escaped values separated by the byte 0x87.

@@ -344,19 +344,27 @@ int parseTable(Cursor& c, const QByteArray& Bytes, const char* head, qsizetype h
             if (n != 0)
                 return -3;
         } else {
-            const char* e = s + n;
-            const char* p = s;
-            qsizetype got = 0;
-            for (;;) {
-                const auto* q =
-                    static_cast<const char*>(std::memchr(p, kSepByte, static_cast<std::size_t>(e - p)));
+            // One pass over the line's bytes: the separators, and whether a value has a
+            // backslash or a byte above ASCII (only such values need a closer look).
+            const auto* u = reinterpret_cast<const unsigned char*>(s);
+            qsizetype got = 0, from = 0;
+            unsigned odd = 0;
+            for (qsizetype i = 0;; ++i) {
+                const unsigned c = i < n ? u[i] : 0x87u;
+                if (c < 0x80u && c != '\\')
+                    continue;
+                if (c != 0x87u) {
+                    odd = 1;
+                    continue;
+                }
                 if (++got > nf)
                     return -3;
-                offs[static_cast<std::size_t>(got - 1)] = static_cast<std::uint32_t>(p - base);
-                lens[static_cast<std::size_t>(got - 1)] = static_cast<std::uint32_t>((q ? q : e) - p);
-                if (!q)
+                offs[static_cast<std::size_t>(got - 1)] = static_cast<std::uint32_t>(s + from - base);
+                lens[static_cast<std::size_t>(got - 1)] = static_cast<std::uint32_t>(i - from) | (odd << 31);
+                odd = 0;
+                from = i + 1;
+                if (i >= n)
                     break;
-                p = q + 1;
             }
             if (got != nf)
                 return -3;
