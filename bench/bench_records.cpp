@@ -224,8 +224,11 @@ int main(int argc, char** argv) {
             long long sum = 0;
             for (int k = 0; k < 5; ++k)
                 touch.push_back(timeMs([&] {
-                    for (const QStringList& r : db.DBView().Tables[tbl - 1].Records)
-                        sum += r[parentF - 1].size() + r[parentF - 1].at(0).unicode();
+                    const RecordStore& rs = db.DBView().Tables[tbl - 1].Records;
+                    for (int r = 0; r < rs.size(); ++r) {
+                        const QString v = rs.value(r, parentF - 1);
+                        sum += v.size() + v.at(0).unicode();
+                    }
                 }));
             std::printf("  for scale, reading the parent link of every row once: %.1f ms\n", median(touch));
         }
@@ -282,7 +285,7 @@ int main(int argc, char** argv) {
                 }));
             }
             std::printf("find over every column, %s: wrapping round from row %d to row %s: %.1f ms; "
-                        "nothing found (%s): %.1f ms\n",
+                        "nothing found (%s): %.1f ms   target at 100,000 rows: <= 10 ms each\n",
                         cs ? "case-sensitive" : "any case", half, qPrintable(r1), median(wrap),
                         qPrintable(r2), median(none));
         }

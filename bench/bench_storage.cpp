@@ -133,7 +133,7 @@ int exportXml(int n, const QString& dir, const QString& out) {
     const TableEntry& t = CurUsDB->DBView().Tables[0];
     QHash<QString, QList<int>> kids;
     for (int i = 0; i < t.RecNum(); ++i)
-        kids[t.Records[i].value(1)].append(i);
+        kids[t.Records.value(i, 1)].append(i);
     QFile f(out);
     if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return 1;
@@ -157,7 +157,7 @@ int exportXml(int n, const QString& dir, const QString& out) {
         w.writeTextElement(QStringLiteral("Name"), title);
         const QList<int> rows = kids.value(id);
         for (int r : rows) {
-            const QStringList& v = t.Records[r];
+            const QStringList v = t.Records.row(r);
             if (v.value(2) == QLatin1String("1"))
                 continue;
             w.writeStartElement(QStringLiteral("Entry"));
@@ -169,8 +169,8 @@ int exportXml(int n, const QString& dir, const QString& out) {
             w.writeEndElement();
         }
         for (int r : rows)
-            if (t.Records[r].value(2) == QLatin1String("1"))
-                group(t.Records[r].value(0), t.Records[r].value(3));
+            if (t.Records.value(r, 2) == QLatin1String("1"))
+                group(t.Records.value(r, 0), t.Records.value(r, 3));
         w.writeEndElement();
     };
     group(QStringLiteral("0"), QStringLiteral("Root"));
@@ -281,15 +281,17 @@ int main(int argc, char** argv) {
         const qint64 size = QFileInfo(dir.path() + u'/' + userName(n) + QStringLiteral(".bdb")).size();
         Row r{n, median(c), median(l), median(s), median(t), median(m)};
         rows.push_back(r);
-        std::printf("%9d %10.0f %10.1f %10.1f %10.1f %10.1f %10.1f\n", n, static_cast<double>(size) / 1024.0,
-                    r.check, r.load, r.save, r.tree, r.peak);
+        std::printf("%9d %10.0f %10.1f %10.1f %10.1f %10.1f %10.1f%s\n", n,
+                    static_cast<double>(size) / 1024.0, r.check, r.load, r.save, r.tree, r.peak,
+                    n == 100000 ? "   target: save <= 100 ms" : "");
         std::fflush(stdout);
     }
     for (std::size_t i = 1; i < rows.size(); ++i) {
         const Row& a = rows[i - 1];
         const Row& b = rows[i];
-        std::printf("%d -> %d records (x%.0f): check+load x%.1f, save x%.1f\n", a.n, b.n,
-                    static_cast<double>(b.n) / a.n, (b.check + b.load) / (a.check + a.load), b.save / a.save);
+        std::printf("%d -> %d records (x%.0f): check+load x%.1f, save x%.1f   target: at most x%.0f\n", a.n,
+                    b.n, static_cast<double>(b.n) / a.n, (b.check + b.load) / (a.check + a.load),
+                    b.save / a.save, 1.1 * b.n / a.n);
     }
     return 0;
 }

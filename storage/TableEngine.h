@@ -19,6 +19,8 @@
 //  - AddRecord appends an empty record and answers its number; DeleteRec removes one and
 //    moves every later record one number up (answers 1, or 0 for a bad number).
 
+#include "storage/RecordStore.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -39,8 +41,8 @@ struct TableEntry {
     QList<int> FldTypes;  // ... and their type codes (bit sets: 64, 4, 2, 1)
     std::int16_t Flags = 0;
     QString Tag;
-    QList<QStringList> Records; // each record holds one text per field
-    int RecNum() const { return static_cast<int>(Records.size()); }
+    RecordStore Records; // each record holds one text per field
+    int RecNum() const { return Records.size(); }
 };
 
 struct HelpTable {
@@ -133,8 +135,8 @@ public:
     // repeats and bad numbers ignored). Answers how many were removed.
     int DeleteRecs(DatabaseRecord& db, int TblNum, const QList<int>& RecNums);
 
-    // Beyond the classic set: a search without regard to case answers from a folded copy
-    // of the searched columns that the engine keeps for the structure it last searched.
+    // Beyond the classic set: a search answers from a copy of the searched columns (case
+    // folded, or as they are) that the engine keeps for the structure it last searched.
     // Whoever changes that structure other than through the engine says so here: records
     // From..To of a table (To = INT_MAX: From and every later one), or all of it.
     void TableChanged(int TblNum, int From, int To = INT_MAX);

@@ -7,11 +7,15 @@
 #include <unordered_set>
 
 QString UsDBCell(const TableEntry& t, int row0, int fld0) {
-    return fld0 < 0 ? QString() : t.Records[row0].value(fld0);
+    return fld0 < 0 ? QString() : t.Records.value(row0, fld0);
+}
+
+QByteArrayView UsDBStored(const TableEntry& t, int row0, int fld0) {
+    return fld0 < 0 ? QByteArrayView() : t.Records.escaped(row0, fld0);
 }
 
 int UsDBRowCount(const TableEntry& t) {
-    return t.RecNum();
+    return t.Records.size();
 }
 
 namespace {
@@ -23,23 +27,24 @@ int column(const TableEntry& t, const char* name) {
     return -1;
 }
 
-// The number a text is when it is written exactly as QString::number writes it.
-bool plainInt(const QString& s, int& out) {
+// The number a stored value is when it is written exactly as QString::number writes it
+// (digits are stored as themselves).
+bool plainInt(QByteArrayView s, int& out) {
     const qsizetype n = s.size();
     if (n == 0 || n > 11)
         return false;
     qsizetype i = 0;
-    const bool neg = s[0] == u'-';
+    const bool neg = s[0] == '-';
     if (neg && ++i == n)
         return false;
-    if (s[i] == u'0' && (n - i > 1 || neg))
+    if (s[i] == '0' && (n - i > 1 || neg))
         return false;
     long long v = 0;
     for (; i < n; ++i) {
-        const char16_t c = s[i].unicode();
-        if (c < u'0' || c > u'9')
+        const char c = s[i];
+        if (c < '0' || c > '9')
             return false;
-        v = v * 10 + (c - u'0');
+        v = v * 10 + (c - '0');
     }
     if (neg)
         v = -v;
@@ -50,17 +55,18 @@ bool plainInt(const QString& s, int& out) {
 }
 
 // Type 1, read as a number ("1", " 1", "1.0" alike).
-bool isFolderType(const QString& type) {
+bool isFolderType(QByteArrayView type) {
     if (type.size() == 1)
-        return type[0] == u'1';
+        return type[0] == '1';
     bool ok = false;
-    return type.trimmed().toDouble(&ok) == 1.0 && ok;
+    return QString::fromUtf8(type).trimmed().toDouble(&ok) == 1.0 && ok;
 }
 
-bool isRecordCount(const QString& type) {
+// Type of numeric value 2.
+bool isRecordCount(QByteArrayView type) {
     if (type.size() == 1)
-        return type[0] == u'2';
-    return Val(type) == 2;
+        return type[0] == '2';
+    return Val(QString::fromUtf8(type)) == 2;
 }
 
 } // namespace
@@ -121,29 +127,30 @@ void UsDBTreeIndex::Build(const clsDatabase& Db) {
     std::vector<int> counts;
     std::vector<std::pair<int, QString>> oddIds;
     for (int r = 0; r < n; ++r) {
-        const QString ind = UsDBCell(t, r, fIndNum);
+        const QByteArrayView ind = UsDBStored(t, r, fIndNum);
         int id = kNoId;
         unsigned char kind = 0;
         if (plainInt(ind, id)) {
             kind |= kPlainId;
         } else {
+            const QString text = UsDBCell(t, r, fIndNum);
             bool ok = false;
-            id = ind.trimmed().toInt(&ok);
+            id = text.trimmed().toInt(&ok);
             if (!ok)
                 id = kNoId;
             else
-                oddIds.emplace_back(r, ind);
+                oddIds.emplace_back(r, text);
         }
         m_ind[r] = id;
         if (id != kNoId && m_rowOfId.get(id) < 0)
             m_rowOfId.set(id, r);
-        const QString type = UsDBCell(t, r, fType);
+        const QByteArrayView type = UsDBStored(t, r, fType);
         if (isFolderType(type))
             kind |= kTreeFolder;
         if (isRecordCount(type))
             kind |= kCountRecord;
         m_kind[r] = kind;
-        const QString par = UsDBCell(t, r, fParent);
+        const QByteArrayView par = UsDBStored(t, r, fParent);
         int p = kNoId;
         if (plainInt(par, p)) {
             int slot = m_slotOfParent.get(p);
@@ -156,7 +163,7 @@ void UsDBTreeIndex::Build(const clsDatabase& Db) {
         } else {
             p = kNoId;
             if (!par.isEmpty())
-                m_lastOddParent.insert(par, r);
+                m_lastOddParent.insert(UsDBCell(t, r, fParent), r);
         }
         m_par[r] = p;
     }

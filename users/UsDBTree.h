@@ -11,6 +11,7 @@
 // tree (the full order below, the window's tree, the status counts) asks it, so nothing
 // rescans the table per node.
 
+#include <QByteArrayView>
 #include <QHash>
 #include <QList>
 #include <QString>
@@ -22,8 +23,10 @@
 class clsDatabase;
 struct TableEntry;
 
-// The one place where the tree reads the table's cells (row and field from 0).
+// The one place where the tree reads the table's cells (row and field from 0): as text,
+// and as stored (escaped UTF-8, valid until the table changes; equal texts, equal bytes).
 QString UsDBCell(const TableEntry& t, int row0, int fld0);
+QByteArrayView UsDBStored(const TableEntry& t, int row0, int fld0);
 int UsDBRowCount(const TableEntry& t);
 
 class UsDBTreeIndex {
