@@ -272,7 +272,9 @@ void UsTreeModel::syncNode(Node* n) {
                 endInsertRows();
             }
         } else if (opened != n->opens) {
-            emit dataChanged(parentIndex, parentIndex);
+            // It had children and has none now: the view asks again whether it has any.
+            emit layoutAboutToBeChanged();
+            emit layoutChanged();
         }
         return;
     }
