@@ -203,6 +203,8 @@ private:
         open("Group");
         text("UUID", newUuid());
         text("Name", Name);
+        if (Row >= 0 && !m_t.v(Row, m_t.Desc).isEmpty())
+            text("Notes", m_t.v(Row, m_t.Desc));
         text("IconID", u"48"_s);
         if (Row >= 0)
             look(Row, "2key");

@@ -349,6 +349,9 @@ QString ImportIntoDB(const ImpData& Data, const QString& ParentID, const QString
         if (r.Folder) {
             const QString id = GetNewIndNum(db);
             AddFolderToDB(r.Title, parent.toInt(), id);
+            // The notes of a source's group.
+            if (!r.Desc.isEmpty())
+                db.SetTblFldValNm(tbl, db.GetTblRecNum(tbl), QStringLiteral("Description"), r.Desc);
             ids.append(id);
         } else {
             ids.append(AddRecordToDB(db, parent, r.Title, r.Login, r.Password, r.Desc));
