@@ -327,6 +327,8 @@ QString ImportIntoDB(const ImpData& Data, const QString& ParentID, const QString
     const QString top = GetNewIndNum(db);
     AddFolderToDB(FolderName, CLng(ParentID), top);
     const int first = db.GetTblRecNum(tbl);
+    if (!Data.Notes.isEmpty())
+        db.SetTblFldValNm(tbl, first, QStringLiteral("Description"), Data.Notes);
     if (FirstRec)
         *FirstRec = first;
 

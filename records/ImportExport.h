@@ -10,9 +10,9 @@
 // whatever else an entry carries (URL, TOTP seed, custom fields, tags, expiry, card and
 // identity fields, names of attachments) follows the notes in the description as
 // "Name: value" lines, so nothing the user typed is dropped. The notes of a KeePass group
-// go into the Description of its folder row (our XML export writes them back as the
-// group's notes). Times, icons of the source, entry history, old passwords and the
-// recycle bin are not brought in.
+// go into the Description of its folder row, those of the top group into the new
+// folder's (our XML export writes them back as the groups' notes). Times, icons of the source, entry history,
+// old passwords and the recycle bin are not brought in.
 //
 // Formats (the names are those argentpm takes):
 //   keepass-xml     KeePass 2 XML, as KeePass and `keepassxc-cli export -f xml` write it
@@ -87,6 +87,7 @@ struct ImpRow {
 struct ImpData {
     ImpFormat Format = ImpFormat::Detect;
     QList<ImpRow> Rows;
+    QString Notes; // the notes of the source itself (a KeePass file's top group)
     int Folders = 0, Records = 0;
     QStringList Header; // CSV: the names of the columns
 };

@@ -330,8 +330,7 @@ private:
                 m_out.Rows[m_groups.back().Self].Title = text();
             break;
         case kGroupNotes:
-            if (!m_groups.back().IsRoot)
-                m_out.Rows[m_groups.back().Self].Desc = text();
+            (m_groups.back().IsRoot ? m_out.Notes : m_out.Rows[m_groups.back().Self].Desc) = text();
             break;
         case kItemKey:
             m_key = text();
