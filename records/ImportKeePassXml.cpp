@@ -218,7 +218,7 @@ private:
         KeePassXmlParser* p = self(Ctx);
         if (!E || E->level < XML_ERR_ERROR || p->m_failed || p->m_done || p->m_readFailed)
             return;
-        QString msg = QString::fromUtf8(E->message ? E->message : "XML error").trimmed();
+        QString msg = QString::fromUtf8(E->message ? E->message : "XML error").simplified();
         p->failWith(E->line, msg);
     }
 
