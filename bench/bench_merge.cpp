@@ -38,13 +38,15 @@ TableEntry makeTable(int Rows) {
             s[i] = QLatin1Char(static_cast<char>('a' + rng.bounded(26)));
         return s;
     };
+    QList<QStringList> rows;
     for (int i = 1; i <= Rows; ++i) {
         const bool folder = i <= folders;
-        t.Records.append({QString::number(i), folder ? "0" : QString::number(1 + rng.bounded(folders)),
-                          folder ? "1" : "2", text(20), folder ? QString() : text(10),
-                          folder ? QString() : text(16), rng.bounded(2) ? text(60) : QString(),
-                          folder ? "2key" : "1key", "0|0"});
+        rows.append({QString::number(i), folder ? "0" : QString::number(1 + rng.bounded(folders)),
+                     folder ? "1" : "2", text(20), folder ? QString() : text(10),
+                     folder ? QString() : text(16), rng.bounded(2) ? text(60) : QString(),
+                     folder ? "2key" : "1key", "0|0"});
     }
+    t.Records = RecordStore::fromRows(rows);
     t.Tag = QString::number(Rows);
     return t;
 }
@@ -52,13 +54,7 @@ TableEntry makeTable(int Rows) {
 // Each row and text copied, as a table read from a file shares nothing with memory.
 TableEntry deepCopy(const TableEntry& T) {
     TableEntry c = T;
-    c.Records.clear();
-    for (const QStringList& r : T.Records) {
-        QStringList row;
-        for (const QString& v : r)
-            row.append(QString(v.constData(), v.size()));
-        c.Records.append(row);
-    }
+    c.Records = RecordStore::fromRows(T.Records.rows());
     return c;
 }
 
@@ -68,7 +64,7 @@ void change(TableEntry& T, int Changes, quint32 Seed, const QString& Mark) {
     const int n = T.RecNum();
     int tag = T.Tag.toInt();
     for (int k = 0; k < Changes * 4 / 10; ++k)
-        T.Records[static_cast<int>(rng.bounded(n))][3] = Mark + QString::number(k);
+        T.Records.setValue(static_cast<int>(rng.bounded(n)), 3, Mark + QString::number(k));
     for (int k = 0; k < Changes * 3 / 10; ++k)
         T.Records.append({QString::number(++tag), "1", "2", Mark + " new", "", "", "", "1key", "0|0"});
     std::vector<int> del;

@@ -224,8 +224,11 @@ int main(int argc, char** argv) {
             long long sum = 0;
             for (int k = 0; k < 5; ++k)
                 touch.push_back(timeMs([&] {
-                    for (const QStringList& r : db.DBView().Tables[tbl - 1].Records)
-                        sum += r[parentF - 1].size() + r[parentF - 1].at(0).unicode();
+                    const RecordStore& rs = db.DBView().Tables[tbl - 1].Records;
+                    for (int r = 0; r < rs.size(); ++r) {
+                        const QString v = rs.value(r, parentF - 1);
+                        sum += v.size() + v.at(0).unicode();
+                    }
                 }));
             std::printf("  for scale, reading the parent link of every row once: %.1f ms\n", median(touch));
         }

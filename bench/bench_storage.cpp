@@ -133,7 +133,7 @@ int exportXml(int n, const QString& dir, const QString& out) {
     const TableEntry& t = CurUsDB->DBView().Tables[0];
     QHash<QString, QList<int>> kids;
     for (int i = 0; i < t.RecNum(); ++i)
-        kids[t.Records[i].value(1)].append(i);
+        kids[t.Records.value(i, 1)].append(i);
     QFile f(out);
     if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return 1;
@@ -157,7 +157,7 @@ int exportXml(int n, const QString& dir, const QString& out) {
         w.writeTextElement(QStringLiteral("Name"), title);
         const QList<int> rows = kids.value(id);
         for (int r : rows) {
-            const QStringList& v = t.Records[r];
+            const QStringList v = t.Records.row(r);
             if (v.value(2) == QLatin1String("1"))
                 continue;
             w.writeStartElement(QStringLiteral("Entry"));
@@ -169,8 +169,8 @@ int exportXml(int n, const QString& dir, const QString& out) {
             w.writeEndElement();
         }
         for (int r : rows)
-            if (t.Records[r].value(2) == QLatin1String("1"))
-                group(t.Records[r].value(0), t.Records[r].value(3));
+            if (t.Records.value(r, 2) == QLatin1String("1"))
+                group(t.Records.value(r, 0), t.Records.value(r, 3));
         w.writeEndElement();
     };
     group(QStringLiteral("0"), QStringLiteral("Root"));

@@ -9,6 +9,7 @@
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Trace.h"
 #include "storage/Md5.h"
+#include "storage/TableFile.h"
 #include "storage/UserFileLock.h"
 #include "users/UsDBTree.h"
 #include "users/UserAccounts.h"
@@ -227,6 +228,21 @@ void appendOneLine(QByteArray& Out, const QString& Text) {
     Out.append(t.toUtf8());
 }
 
+// The same for a value as the table stores it (escaped UTF-8, RecordStore.h), without
+// making a text of it: line breaks and tabs become blanks, the escapes their bytes.
+void appendOneLineStored(QByteArray& Out, QByteArrayView Stored) {
+    for (qsizetype i = 0; i < Stored.size(); ++i) {
+        char c = Stored[i];
+        if (c == '\\' && i + 1 < Stored.size()) {
+            const char e = Stored[++i];
+            c = e == 's' ? static_cast<char>(0x87) : e == 'r' || e == 'n' ? ' ' : e;
+        } else if (c == '\t') {
+            c = ' ';
+        }
+        Out.append(c);
+    }
+}
+
 void writeOut(const QByteArray& Bytes) {
     TRACE_PROC("modCli.WriteOut", static_cast<long long>(Bytes.size()));
     std::fwrite(Bytes.constData(), 1, static_cast<std::size_t>(Bytes.size()), stdout);
@@ -440,23 +456,25 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
     int width = 1;
     TRACE_LOCAL(width);
     for (const UsTreeNode& n : nodes)
-        width = std::max<int>(width, static_cast<int>(t.Records[n.RecNum - 1].value(fId).size()));
+        width = std::max<int>(width, static_cast<int>(t.Records.escaped(n.RecNum - 1, fId).size()));
     QByteArray out;
     out.reserve(64 + nodes.size() * 48);
-    auto line = [&](const QString& id, int depth, const QString& title, bool folder) {
+    // Identifiers are digits: their width is their length in bytes.
+    auto line = [&](QByteArrayView id, int depth, QByteArrayView title, bool folder) {
         out.append(std::max<qsizetype>(0, width - id.size()), ' ');
-        appendOneLine(out, id);
+        appendOneLineStored(out, id);
         out.append(2 + depth * 2, ' ');
-        appendOneLine(out, title);
+        appendOneLineStored(out, title);
         if (folder)
             out.append('/');
         out.append('\n');
     };
-    line(QStringLiteral("0"), 0, CurUsDB->Tag(), false);
-    for (const UsTreeNode& n : nodes) {
-        const QStringList& r = t.Records[n.RecNum - 1];
-        line(r.value(fId), n.Depth, r.value(fTitle), n.Folder);
-    }
+    QByteArray rootTitle;
+    AppendEscaped(rootTitle, CurUsDB->Tag());
+    line("0", 0, rootTitle, false);
+    for (const UsTreeNode& n : nodes)
+        line(t.Records.escaped(n.RecNum - 1, fId), n.Depth, t.Records.escaped(n.RecNum - 1, fTitle),
+             n.Folder);
     writeOut(out);
     return cliOk;
 }

@@ -98,7 +98,7 @@ int printLsJson(int Tbl) {
     const int fTitle = CurUsDB->FindField(Tbl, QStringLiteral("Title")) - 1;
     QJsonArray items;
     for (const UsTreeNode& n : UsDBTreeOrder(*CurUsDB)) {
-        const QStringList& r = t.Records[n.RecNum - 1];
+        const QStringList r = t.Records.row(n.RecNum - 1);
         items.append(QJsonObject{
             {QStringLiteral("id"), idValue(r.value(fId))},
             {QStringLiteral("parent"), idValue(r.value(fParent))},

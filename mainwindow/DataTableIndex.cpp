@@ -16,17 +16,17 @@ void DataTableIndex::Build(clsDatabase& Db) {
     const int fInd = Db.FindField(tbl, QStringLiteral("IndNum"));
     const int fParent = Db.FindField(tbl, QStringLiteral("Parent"));
     const int fType = Db.FindField(tbl, QStringLiteral("Type"));
-    const QList<QStringList>& rows = Db.DBView().Tables[tbl - 1].Records;
+    const RecordStore& rows = Db.DBView().Tables[tbl - 1].Records;
     m_rows.reserve(rows.size());
     for (int r = 0; r < rows.size(); ++r) {
-        const QStringList& row = rows[r];
         // The first row of an identifier is the one the table search finds.
-        const QString& id = row.value(fInd - 1);
+        const QString id = rows.value(r, fInd - 1);
         if (!m_rows.contains(id))
             m_rows.insert(id, r + 1);
-        auto& c = m_children[row.value(fParent - 1)];
+        auto& c = m_children[rows.value(r, fParent - 1)];
         // Anything but the numeric value 2 counts as a folder.
-        if (Val(row.value(fType - 1)) == 2)
+        const QByteArrayView type = rows.escaped(r, fType - 1);
+        if (type.size() == 1 ? type[0] == '2' : Val(rows.value(r, fType - 1)) == 2)
             ++c.second;
         else
             ++c.first;

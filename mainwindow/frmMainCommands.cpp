@@ -373,9 +373,9 @@ int frmMain::TreeOrderPosition(QTreeWidgetItem* Parent, QTreeWidgetItem* Node) c
         rowOf.insert(QString::number(NodeId(Parent->child(i))), 0);
     const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
     const int fInd = CurUsDB->FindField(tbl, QStringLiteral("IndNum"));
-    const QList<QStringList>& rows = CurUsDB->DBView().Tables[tbl - 1].Records;
+    const RecordStore& rows = CurUsDB->DBView().Tables[tbl - 1].Records;
     for (int r = 0; r < rows.size(); ++r) {
-        auto it = rowOf.find(rows[r].value(fInd - 1));
+        auto it = rowOf.find(rows.value(r, fInd - 1));
         if (it != rowOf.end() && *it == 0)
             *it = r + 1;
     }

@@ -174,9 +174,9 @@ void frmMain::ShowUsDBInTreeView(clsDatabase& UsDB) {
         const QList<UsTreeNode> order = UsDBTreeOrder(UsDB);
         QList<QTreeWidgetItem*> parents{root};
         m_nodeById.reserve(order.size());
-        const QList<QStringList>& rows = UsDB.DBView().Tables[tbl - 1].Records;
+        const RecordStore& rows = UsDB.DBView().Tables[tbl - 1].Records;
         for (const UsTreeNode& n : order) {
-            const QStringList& row = rows[n.RecNum - 1];
+            const QStringList row = rows.row(n.RecNum - 1);
             auto* node = new QTreeWidgetItem;
             const QString indNum = row.value(fInd - 1);
             ApplyRowToNode(node, indNum, row.value(fTitle - 1), row.value(fImage - 1), row.value(fType - 1),
@@ -353,7 +353,7 @@ void frmMain::InsertImportedRows(int FirstRec) {
     const int fType = CurUsDB->FindField(tbl, QStringLiteral("Type")) - 1;
     const int fImage = CurUsDB->FindField(tbl, QStringLiteral("Image")) - 1;
     const int fFlags = CurUsDB->FindField(tbl, QStringLiteral("Flags")) - 1;
-    const QStringList& first = t.Records[FirstRec - 1];
+    const QStringList first = t.Records.row(FirstRec - 1);
     QTreeWidgetItem* parent = NodeByKey(first.value(fPar) + QStringLiteral("key"));
     if (!parent)
         return;
@@ -366,7 +366,7 @@ void frmMain::InsertImportedRows(int FirstRec) {
     QHash<QString, QTreeWidgetItem*> added{{first.value(fInd), top}};
     QList<std::pair<int, QTreeWidgetItem*>> ids{{static_cast<int>(Val(first.value(fInd))), top}};
     for (int r = FirstRec; r < t.RecNum(); ++r) {
-        const QStringList& row = t.Records[r];
+        const QStringList row = t.Records.row(r);
         QTreeWidgetItem* under = added.value(row.value(fPar), nullptr);
         if (!under)
             continue;

@@ -51,10 +51,7 @@ public:
         m_seen.resize(m_t->RecNum());
     }
     bool Ok() const { return m_t && Ind >= 0 && Par >= 0; }
-    QString v(int Row, int Col) const {
-        const QStringList& r = m_t->Records[Row];
-        return Col >= 0 && Col < r.size() ? r[Col] : QString();
-    }
+    QString v(int Row, int Col) const { return m_t->Records.value(Row, Col); }
     bool IsRecord(int Row) const { return v(Row, Type).trimmed() == "2"_L1; }
     int RowOf(const QString& Id) const { return m_rowOf.value(Id, -1); }
     // Children of a folder not met before: a damaged file with a loop ends, not repeats.

@@ -112,8 +112,8 @@ QList<FoundRow> FindAllRecords(clsDatabase& pDB, const QString& SText, bool Sear
         TRACE_LOCAL(rec);
         if (rec == 0)
             break;
-        const QStringList& r = pDB.DBView().Tables[tbl - 1].Records[rec - 1];
-        found.append({rec, r.value(idF - 1), r.value(titleF - 1)});
+        const RecordStore& r = pDB.DBView().Tables[tbl - 1].Records;
+        found.append({rec, r.value(rec - 1, idF - 1), r.value(rec - 1, titleF - 1)});
         start = rec + 1;
     }
     return found;

@@ -5,6 +5,7 @@
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Trace.h"
+#include "storage/TableFile.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
 
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -21,28 +23,37 @@ namespace {
 
 const QString kDataTable = QStringLiteral("DataTable");
 
-// The value of column FldNum (from 1) of a record, or null when the record is short.
-const QString* fieldOf(const QStringList& Rec, int FldNum) {
-    return FldNum >= 1 && FldNum <= Rec.size() ? &Rec[FldNum - 1] : nullptr;
+// The value of column FldNum (from 1) of a record in its stored form (RecordStore.h:
+// equal texts have equal bytes), or nothing when the record is short.
+std::optional<QByteArrayView> fieldOf(const RecordStore& Recs, int Row, int FldNum) {
+    if (FldNum < 1 || FldNum > Recs.fieldCount(Row))
+        return std::nullopt;
+    return Recs.escaped(Row, FldNum - 1);
+}
+
+QByteArray stored(const QString& Text) {
+    QByteArray b;
+    AppendEscaped(b, Text);
+    return b;
 }
 
 // Type of numeric value 2: a record.
-bool isRecordType(const QString& Type) {
+bool isRecordType(QByteArrayView Type) {
     if (Type.size() == 1)
-        return Type[0] == u'2';
-    return Val(Type) == 2.0;
+        return Type[0] == '2';
+    return Val(QString::fromUtf8(Type)) == 2.0;
 }
 
 // A plain decimal number (no sign, no leading zero, within 32 bits), or -1.
-int plainNumber(const QString& Text) {
+int plainNumber(QByteArrayView Text) {
     const qsizetype len = Text.size();
-    if (len == 0 || len > 10 || (len > 1 && Text[0] == u'0'))
+    if (len == 0 || len > 10 || (len > 1 && Text[0] == '0'))
         return -1;
     long long v = 0;
-    for (QChar c : Text) {
-        if (c < u'0' || c > u'9')
+    for (char c : Text) {
+        if (c < '0' || c > '9')
             return -1;
-        v = v * 10 + (c.unicode() - u'0');
+        v = v * 10 + (c - '0');
     }
     return v <= INT_MAX ? static_cast<int>(v) : -1;
 }
@@ -53,18 +64,11 @@ int plainNumber(const QString& Text) {
 // are found by number without hashing, any other by its text. Built in one pass.
 class ChildIndex {
 public:
-    ChildIndex(const QList<QStringList>& Recs, int FldNum)
-        : m_next(static_cast<std::size_t>(Recs.size()), -1) {
-        const qsizetype n = Recs.size();
-        m_limit = static_cast<int>(std::min<qsizetype>(32 * n + 4096, INT_MAX - 1));
-        for (qsizetype i = n - 1; i >= 0; --i) {
-            // The rows live all over the heap: ask for the ones a few steps ahead early.
-            if (i >= 16)
-                __builtin_prefetch(Recs[i - 16].constData());
-            if (i >= 8)
-                if (const QString* ahead = fieldOf(Recs[i - 8], FldNum))
-                    __builtin_prefetch(ahead->constData());
-            const QString* v = fieldOf(Recs[i], FldNum);
+    ChildIndex(const RecordStore& Recs, int FldNum) : m_next(static_cast<std::size_t>(Recs.size()), -1) {
+        const int n = Recs.size();
+        m_limit = static_cast<int>(std::min<qsizetype>(32LL * n + 4096, INT_MAX - 1));
+        for (int i = n - 1; i >= 0; --i) {
+            const std::optional<QByteArrayView> v = fieldOf(Recs, i, FldNum);
             if (!v)
                 continue;
             const int k = plainNumber(*v);
@@ -74,18 +78,18 @@ public:
                     m_byNumber.resize(static_cast<std::size_t>(k) + 1, -1);
                 head = &m_byNumber[static_cast<std::size_t>(k)];
             } else {
-                head = &m_byText.try_emplace(*v, -1).first->second;
+                head = &m_byText.try_emplace(v->toByteArray(), -1).first->second;
             }
             m_next[static_cast<std::size_t>(i)] = *head;
-            *head = static_cast<int>(i);
+            *head = i;
         }
     }
-    int First(const QString& Value) const {
+    int First(QByteArrayView Value) const {
         const int k = plainNumber(Value);
         if (k >= 0 && k <= m_limit)
             return static_cast<std::size_t>(k) < m_byNumber.size() ? m_byNumber[static_cast<std::size_t>(k)]
                                                                    : -1;
-        auto it = m_byText.find(Value);
+        auto it = m_byText.find(Value.toByteArray());
         return it == m_byText.end() ? -1 : it->second;
     }
     int Next(int Row) const { return m_next[static_cast<std::size_t>(Row)]; }
@@ -93,7 +97,7 @@ public:
 private:
     int m_limit = 0;
     std::vector<int> m_byNumber;
-    std::unordered_map<QString, int> m_byText;
+    std::unordered_map<QByteArray, int> m_byText;
     std::vector<int> m_next;
 };
 
@@ -205,7 +209,7 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
     if (TblNum < 1 || TblNum > db.TabNum())
         return 0;
     const TableEntry& t = db.Tables[TblNum - 1];
-    const QList<QStringList>& recs = t.Records;
+    const RecordStore& recs = t.Records;
     const int n = t.RecNum();
     TRACE_LOCAL(n);
     const int titleFNum = pDB.FindField(TblNum, QStringLiteral("Title"));
@@ -224,7 +228,8 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
     QList<int> order; // rows to delete, in deletion order, from 0
     const int start = CurRecNum >= 1 && CurRecNum <= n ? CurRecNum - 1 : -1;
     TRACE_LOCAL(start);
-    stack.push_back({start, kids.First(UniqFVal)});
+    const QByteArray uniq = stored(UniqFVal);
+    stack.push_back({start, kids.First(uniq)});
     if (start >= 0)
         onPath[static_cast<std::size_t>(start)] = 1;
     while (!stack.empty()) {
@@ -235,7 +240,7 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
             c = kids.Next(c);
         if (c >= 0) {
             s.child = kids.Next(c);
-            const QString* cid = fieldOf(recs[c], UniqFNum);
+            const std::optional<QByteArrayView> cid = fieldOf(recs, c, UniqFNum);
             onPath[static_cast<std::size_t>(c)] = 1;
             stack.push_back({c, cid ? kids.First(*cid) : -1});
             continue;
@@ -257,14 +262,9 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
     recNums.reserve(order.size());
     lines.reserve(order.size());
     for (qsizetype k = 0; k < order.size(); ++k) {
-        // The rows are visited in tree order, scattered over the heap: fetch ahead.
-        if (k + 8 < order.size() && order[k + 8] >= 0)
-            if (const QString* ahead = fieldOf(recs[order[k + 8]], titleFNum))
-                __builtin_prefetch(ahead->constData());
         const int row = order[k];
         TRACE_LOCAL(row);
-        const QString* title = row >= 0 ? fieldOf(recs[row], titleFNum) : nullptr;
-        lines.append(QStringLiteral("-= DELETE: ") + (title ? *title : QString()));
+        lines.append(QStringLiteral("-= DELETE: ") + (row >= 0 ? recs.value(row, titleFNum - 1) : QString()));
         if (row >= 0)
             recNums.append(row + 1);
     }
@@ -283,20 +283,15 @@ void GetStatBarData(clsDatabase& pDB, const QString& IndNum, int& NumFolds, int&
     const DatabaseRecord& db = pDB.DBView();
     if (tbl < 1 || tbl > db.TabNum())
         return;
-    const QList<QStringList>& recs = db.Tables[tbl - 1].Records;
-    const qsizetype n = recs.size();
+    const RecordStore& recs = db.Tables[tbl - 1].Records;
+    const QByteArray want = stored(IndNum);
+    const int n = recs.size();
     TRACE_LOCAL(n);
-    for (qsizetype i = 0; i < n; ++i) {
-        if (i + 16 < n)
-            __builtin_prefetch(recs[i + 16].constData());
-        if (i + 8 < n)
-            if (const QString* ahead = fieldOf(recs[i + 8], parentFNum))
-                __builtin_prefetch(ahead->constData());
-        const QStringList& r = recs[i];
-        const QString* p = fieldOf(r, parentFNum);
-        if (!p || *p != IndNum)
+    for (int i = 0; i < n; ++i) {
+        const std::optional<QByteArrayView> p = fieldOf(recs, i, parentFNum);
+        if (!p || *p != QByteArrayView(want))
             continue;
-        const QString* type = fieldOf(r, typeFNum);
+        const std::optional<QByteArrayView> type = fieldOf(recs, i, typeFNum);
         if (type && isRecordType(*type))
             ++NumRecs;
         else
@@ -378,13 +373,15 @@ bool IsInRecordTree(clsDatabase& pDB, const QString& AncestorID, const QString& 
         return AncestorID == IndNum;
     // The first row of each identifier decides, as every look-up by identifier does.
     QHash<QString, QString> parentOf;
-    const QList<QStringList>& recs = db.Tables[tbl - 1].Records;
+    const RecordStore& recs = db.Tables[tbl - 1].Records;
     parentOf.reserve(recs.size());
-    for (const QStringList& r : recs) {
-        const QString* id = fieldOf(r, idF);
-        const QString* p = fieldOf(r, parentF);
-        if (id && !parentOf.contains(*id))
-            parentOf.insert(*id, p ? *p : QString());
+    for (int i = 0; i < recs.size(); ++i) {
+        const std::optional<QByteArrayView> id = fieldOf(recs, i, idF);
+        if (!id)
+            continue;
+        const QString key = recs.value(i, idF - 1);
+        if (!parentOf.contains(key))
+            parentOf.insert(key, recs.value(i, parentF - 1));
     }
     QString cur = IndNum;
     TRACE_LOCAL(cur);
@@ -408,28 +405,29 @@ int MoveRecordTree(clsDatabase& pDB, const QString& IndNum, const QString& NewPa
     const int typeF = pDB.FindField(tbl, QStringLiteral("Type"));
     if (tbl < 1 || idF < 1 || parentF < 1)
         return 0;
-    const QList<QStringList>& recs = pDB.DBView().Tables[tbl - 1].Records;
+    const RecordStore& recs = pDB.DBView().Tables[tbl - 1].Records;
     // Children by parent in table order; the first row of each identifier decides.
-    QHash<QString, QList<int>> kids;
-    QHash<QString, int> rowOf;
+    QHash<QByteArray, QList<int>> kids;
+    QHash<QByteArray, int> rowOf;
     kids.reserve(recs.size());
     rowOf.reserve(recs.size());
-    for (qsizetype i = 0; i < recs.size(); ++i) {
-        const QString* id = fieldOf(recs[i], idF);
-        const QString* p = fieldOf(recs[i], parentF);
-        kids[p ? *p : QString()].append(static_cast<int>(i));
-        if (id && !rowOf.contains(*id))
-            rowOf.insert(*id, static_cast<int>(i));
+    for (int i = 0; i < recs.size(); ++i) {
+        const std::optional<QByteArrayView> id = fieldOf(recs, i, idF);
+        const std::optional<QByteArrayView> p = fieldOf(recs, i, parentF);
+        kids[p ? p->toByteArray() : QByteArray()].append(i);
+        if (id && !rowOf.contains(id->toByteArray()))
+            rowOf.insert(id->toByteArray(), i);
     }
-    const auto moved = rowOf.constFind(IndNum);
+    const auto moved = rowOf.constFind(stored(IndNum));
     if (moved == rowOf.cend())
         return 0;
+    const QByteArray newParent = stored(NewParent);
     if (NewParent != QLatin1String("0")) {
-        const auto target = rowOf.constFind(NewParent);
+        const auto target = rowOf.constFind(newParent);
         if (target == rowOf.cend())
             return -2;
-        const QString* type = typeF > 0 ? fieldOf(recs[*target], typeF) : nullptr;
-        if (type && Val(*type) == 2.0)
+        const std::optional<QByteArrayView> type = typeF > 0 ? fieldOf(recs, *target, typeF) : std::nullopt;
+        if (type && Val(QString::fromUtf8(*type)) == 2.0)
             return -2;
     }
     // The subtree in tree order; a loop in a damaged file visits each row once.
@@ -443,29 +441,34 @@ int MoveRecordTree(clsDatabase& pDB, const QString& IndNum, const QString& NewPa
             continue;
         inTree[r] = 1;
         order.append(r);
-        const QString* id = fieldOf(recs[r], idF);
-        const auto k = id ? kids.constFind(*id) : kids.cend();
+        const std::optional<QByteArrayView> id = fieldOf(recs, r, idF);
+        const auto k = id ? kids.constFind(id->toByteArray()) : kids.cend();
         if (k != kids.cend())
             for (qsizetype j = k->size() - 1; j >= 0; --j)
                 stack.push_back(k->at(j));
     }
-    const auto target = rowOf.constFind(NewParent);
+    const auto target = rowOf.constFind(newParent);
     if (NewParent == IndNum || (target != rowOf.cend() && inTree[*target]))
         return -1;
 
     DatabaseRecord db = pDB.DBView();
-    QList<QStringList> out;
-    out.reserve(recs.size());
-    for (qsizetype i = 0; i < recs.size(); ++i)
+    std::vector<int> out;
+    out.reserve(static_cast<std::size_t>(recs.size()));
+    for (int i = 0; i < recs.size(); ++i)
         if (!inTree[i])
-            out.append(recs[i]);
+            out.push_back(i);
     for (int r : order)
-        out.append(recs[r]);
-    QStringList& head = out[out.size() - order.size()];
-    while (head.size() < parentF)
-        head.append(QString());
-    head[parentF - 1] = NewParent;
-    db.Tables[tbl - 1].Records = std::move(out);
+        out.push_back(r);
+    RecordStore& moved2 = db.Tables[tbl - 1].Records;
+    moved2.reorder(out);
+    const int head = moved2.size() - static_cast<int>(order.size());
+    if (moved2.fieldCount(head) < parentF) {
+        QStringList row = moved2.row(head);
+        while (row.size() < parentF)
+            row.append(QString());
+        moved2.setRow(head, row);
+    }
+    moved2.setValue(head, parentF - 1, NewParent);
     pDB.ReplaceDB(std::move(db));
     return 1;
 }

@@ -1,8 +1,10 @@
 #include "records/TableMerge.h"
 
 #include "diagnostics/Trace.h"
+#include "storage/TableFile.h"
 
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 namespace {
@@ -14,28 +16,34 @@ int columnOf(const TableEntry& T, const QString& Name, int Fallback) {
     return Fallback;
 }
 
+// A value in its stored form (RecordStore.h: equal texts have equal bytes).
+QByteArray stored(const QString& Text) {
+    QByteArray b;
+    AppendEscaped(b, Text);
+    return b;
+}
+
 // The value of an identifier written plainly (decimal digits, no sign, no leading zero,
 // at most 18 digits); -1 for any other text.
-qint64 plainNumber(const QString& Text) {
+qint64 plainNumber(QByteArrayView Text) {
     const qsizetype n = Text.size();
-    if (n == 0 || n > 18 || (n > 1 && Text[0] == u'0'))
+    if (n == 0 || n > 18 || (n > 1 && Text[0] == '0'))
         return -1;
     qint64 v = 0;
-    for (QChar c : Text) {
-        const char16_t u = c.unicode();
-        if (u < u'0' || u > u'9')
+    for (char c : Text) {
+        if (c < '0' || c > '9')
             return -1;
-        v = v * 10 + (u - u'0');
+        v = v * 10 + (c - '0');
     }
     return v;
 }
 
-qint64 numberOf(const QString& Text) {
+qint64 numberOf(QByteArrayView Text) {
     const qint64 v = plainNumber(Text);
     if (v >= 0)
         return v;
     bool ok = false;
-    const qint64 w = Text.trimmed().toLongLong(&ok);
+    const qint64 w = QString::fromUtf8(Text).trimmed().toLongLong(&ok);
     return ok ? w : 0;
 }
 
@@ -47,38 +55,39 @@ struct Ids {
     std::vector<qint64> Num;
     std::vector<qint64> Parent;
     qint64 Top = 0;
-    Ids(const TableEntry& T, int IdCol, int ParentCol = -1) : Num(static_cast<size_t>(T.Records.size())) {
-        Top = numberOf(T.Tag);
+    Ids(const TableEntry& T, int IdCol, int ParentCol = -1) : Num(static_cast<size_t>(T.RecNum())) {
+        Top = numberOf(stored(T.Tag));
         if (ParentCol >= 0)
             Parent.resize(Num.size());
-        for (qsizetype i = 0; i < T.Records.size(); ++i) {
-            const QStringList& r = T.Records[i];
-            const qint64 v = IdCol < r.size() ? plainNumber(r[IdCol]) : -1;
+        const RecordStore& r = T.Records;
+        for (int i = 0; i < T.RecNum(); ++i) {
+            const QByteArrayView id = r.escaped(i, IdCol);
+            const qint64 v = plainNumber(id);
             Num[static_cast<size_t>(i)] = v;
-            Top = std::max(Top, v >= 0 ? v : numberOf(r.value(IdCol)));
+            Top = std::max(Top, v >= 0 ? v : numberOf(id));
             if (ParentCol >= 0)
-                Parent[static_cast<size_t>(i)] = ParentCol < r.size() ? plainNumber(r[ParentCol]) : -1;
+                Parent[static_cast<size_t>(i)] = plainNumber(r.escaped(i, ParentCol));
         }
     }
 };
 
 // Row position by identifier; the first row wins when a damaged table repeats one. Plain
 // numbers (every identifier the program hands out) go to a table indexed by the number
-// itself, other texts to a hash.
+// itself, other texts (in their stored form) to a hash.
 class IdIndex {
 public:
     // Room for identifiers up to Top in a table of Rows rows (a few far above go to the hash).
     void size(qint64 Top, qsizetype Rows) {
         m_dense.assign(static_cast<size_t>(std::min<qint64>(Top, 16 * Rows + 1024) + 1), -1);
     }
-    void build(const QList<QStringList>& Rows, const std::vector<qint64>& Num, int IdCol, qint64 Top) {
+    void build(const RecordStore& Rows, const std::vector<qint64>& Num, int IdCol, qint64 Top) {
         size(Top, Rows.size());
-        for (qsizetype i = 0; i < Rows.size(); ++i) {
+        for (int i = 0; i < Rows.size(); ++i) {
             const qint64 v = Num[static_cast<size_t>(i)];
-            add(v, v >= 0 ? QString() : Rows[i].value(IdCol), static_cast<int>(i));
+            add(v, v >= 0 ? QByteArrayView() : Rows.escaped(i, IdCol), i);
         }
     }
-    void add(qint64 V, const QString& Id, int Pos) {
+    void add(qint64 V, QByteArrayView Id, int Pos) {
         if (V >= 0 && V < static_cast<qint64>(m_dense.size())) {
             int& slot = m_dense[static_cast<size_t>(V)];
             if (slot < 0)
@@ -86,24 +95,23 @@ public:
         } else if (V >= 0) {
             if (!m_num.contains(V))
                 m_num.insert(V, Pos);
-        } else if (!m_text.contains(Id)) {
-            m_text.insert(Id, Pos);
+        } else if (!m_text.contains(Id.toByteArray())) {
+            m_text.insert(Id.toByteArray(), Pos);
         }
     }
     // Position of the identifier (its number V when plain, else its text), -1 when none.
-    int find(qint64 V, const QString& Id) const {
+    int find(qint64 V, QByteArrayView Id) const {
         if (V >= 0 && V < static_cast<qint64>(m_dense.size()))
             return m_dense[static_cast<size_t>(V)];
         if (V >= 0)
             return m_num.value(V, -1);
-        return m_text.value(Id, -1);
+        return m_text.value(Id.toByteArray(), -1);
     }
-    int find(const QString& Id) const { return find(plainNumber(Id), Id); }
 
 private:
     std::vector<int> m_dense;
     QHash<qint64, int> m_num;
-    QHash<QString, int> m_text;
+    QHash<QByteArray, int> m_text;
 };
 
 // Our rows matched to the base. Rows that are still the very rows of the base (shared, not
@@ -118,49 +126,74 @@ struct OursMatch {
     IdIndex Others; // the rows of ours that are not shared, by identifier
 
     OursMatch(const TableEntry& Base, const Ids& BIds, const TableEntry& Ours, int IdCol)
-        : BaseOf(static_cast<size_t>(Ours.Records.size()), -1),
-          OursOf(static_cast<size_t>(Base.Records.size()), -1),
-          Num(static_cast<size_t>(Ours.Records.size()), -1) {
-        const qsizetype nb = Base.Records.size();
-        const qsizetype no = Ours.Records.size();
-        Top = numberOf(Ours.Tag);
+        : BaseOf(static_cast<size_t>(Ours.RecNum()), -1), OursOf(static_cast<size_t>(Base.RecNum()), -1),
+          Num(static_cast<size_t>(Ours.RecNum()), -1) {
+        const int nb = Base.RecNum();
+        const int no = Ours.RecNum();
+        Top = numberOf(stored(Ours.Tag));
         std::vector<int> others;
-        qsizetype j = 0;
-        for (qsizetype i = 0; i < no; ++i) {
-            const QStringList& o = Ours.Records[i];
+        int j = 0;
+        for (int i = 0; i < no; ++i) {
             int match = -1;
             // A few rows ahead: rows deleted from ours leave gaps.
-            for (qsizetype k = j; o.constData() && k < std::min(nb, j + 8); ++k)
-                if (Base.Records[k].constData() == o.constData() && Base.Records[k].size() == o.size()) {
-                    match = static_cast<int>(k);
+            for (int k = j; k < std::min(nb, j + 8); ++k)
+                if (Ours.Records.sharesRow(i, Base.Records, k)) {
+                    match = k;
                     break;
                 }
+            const QByteArrayView id = Ours.Records.escaped(i, IdCol);
             if (match >= 0) {
                 BaseOf[static_cast<size_t>(i)] = match;
-                OursOf[static_cast<size_t>(match)] = static_cast<int>(i);
+                OursOf[static_cast<size_t>(match)] = i;
                 Num[static_cast<size_t>(i)] = BIds.Num[static_cast<size_t>(match)];
                 j = match + 1;
             } else {
-                Num[static_cast<size_t>(i)] = IdCol < o.size() ? plainNumber(o[IdCol]) : -1;
-                others.push_back(static_cast<int>(i));
+                Num[static_cast<size_t>(i)] = plainNumber(id);
+                others.push_back(i);
             }
             const qint64 v = Num[static_cast<size_t>(i)];
-            Top = std::max(Top, v >= 0 ? v : numberOf(o.value(IdCol)));
+            Top = std::max(Top, v >= 0 ? v : numberOf(id));
         }
         Others.size(Top, static_cast<qsizetype>(others.size()));
         for (int i : others) {
             const qint64 v = Num[static_cast<size_t>(i)];
-            Others.add(v, v >= 0 ? QString() : Ours.Records[i].value(IdCol), i);
+            Others.add(v, v >= 0 ? QByteArrayView() : Ours.Records.escaped(i, IdCol), i);
         }
     }
 };
 
+// A row of the result: a row of one of the sides (or of the rows merged field by field),
+// with its identifier or parent replaced where the merge says so.
 struct OutRow {
-    QStringList Row;
+    const RecordStore* Src = nullptr;
+    int Row = -1;
     bool ParentOurs = false; // the Parent value came from our side
     qint64 Num = -1;         // the identifier when it is a plain number
     qint64 ParentNum = -2;   // the parent when it is a plain number; -2 not read yet
+    std::optional<QString> Id, Parent;
+
+    QByteArray idText(int IdCol) const { return Id ? stored(*Id) : Src->escaped(Row, IdCol).toByteArray(); }
+    QByteArray parentText(int PCol) const {
+        return Parent ? stored(*Parent) : Src->escaped(Row, PCol).toByteArray();
+    }
 };
+
+// Appends Row to Out with its replaced values.
+void appendOut(RecordStore& Out, const OutRow& R, int IdCol, int PCol) {
+    Out.appendFrom(*R.Src, R.Row);
+    const int at = Out.size() - 1;
+    const int need = std::max(R.Id ? IdCol + 1 : 0, R.Parent ? PCol + 1 : 0);
+    if (Out.fieldCount(at) < need) {
+        QStringList row = Out.row(at);
+        while (row.size() < need)
+            row.append(QString());
+        Out.setRow(at, row);
+    }
+    if (R.Id)
+        Out.setValue(at, IdCol, *R.Id);
+    if (R.Parent)
+        Out.setValue(at, PCol, *R.Parent);
+}
 
 } // namespace
 
@@ -176,58 +209,65 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
     IdIndex bIdx, tIdx;
     bIdx.build(Base.Records, bIds.Num, idCol, bIds.Top);
     tIdx.build(Theirs.Records, tIds.Num, idCol, tIds.Top);
+    const RecordStore& B = Base.Records;
+    const RecordStore& O = Ours.Records;
+    const RecordStore& T = Theirs.Records;
+    RecordStore merged; // rows both sides changed, merged field by field
 
-    QList<OutRow> out;
-    out.reserve(Theirs.Records.size() + Ours.Records.size() / 8 + 16);
-    for (qsizetype ti = 0; ti < Theirs.Records.size(); ++ti) {
-        const QStringList& t = Theirs.Records[ti];
+    std::vector<OutRow> out;
+    out.reserve(static_cast<size_t>(T.size() + O.size() / 8 + 16));
+    for (int ti = 0; ti < T.size(); ++ti) {
         const qint64 num = tIds.Num[static_cast<size_t>(ti)];
-        const QString id = num >= 0 ? QString() : t.value(idCol);
+        const QByteArrayView id = num >= 0 ? QByteArrayView() : T.escaped(ti, idCol);
         const int b = bIdx.find(num, id);
+        const OutRow theirs{&T, ti, false, num, tIds.Parent[static_cast<size_t>(ti)]};
         if (b < 0) {
-            out.append({t, false, num, tIds.Parent[static_cast<size_t>(ti)]});
+            out.push_back(theirs);
             ++c.AddedTheirs;
             continue;
         }
-        const QStringList& B = Base.Records[b];
         const int shared = oIds.OursOf[static_cast<size_t>(b)];
         const int o = shared >= 0 ? shared : oIds.Others.find(num, id);
+        const bool theirsChanged = !T.sameRow(ti, B, b);
         if (o < 0) {
-            if (t == B) {
+            if (!theirsChanged) {
                 ++c.Deleted;
             } else {
-                out.append({t, false, num, tIds.Parent[static_cast<size_t>(ti)]});
+                out.push_back(theirs);
                 ++c.KeptChanged;
             }
             continue;
         }
-        const QStringList& O = Ours.Records[o];
-        const bool oursChanged = O != B;
-        const bool theirsChanged = t != B;
+        const bool oursChanged = shared < 0 && !O.sameRow(o, B, b);
         if (!oursChanged) {
-            out.append({t, false, num, tIds.Parent[static_cast<size_t>(ti)]});
+            out.push_back(theirs);
             if (theirsChanged)
                 ++c.TakenTheirs;
         } else if (!theirsChanged) {
-            out.append({O, true, num});
+            out.push_back(OutRow{&O, o, true, num});
             ++c.TakenOurs;
         } else {
-            const qsizetype n = std::max({B.size(), O.size(), t.size()});
-            QStringList row;
-            row.reserve(n);
-            for (qsizetype f = 0; f < n; ++f) {
-                const QString& bv = f < B.size() ? B[f] : QString();
-                const QString ov = O.value(f, bv);
-                const QString tv = t.value(f, bv);
+            const int n = std::max({B.fieldCount(b), O.fieldCount(o), T.fieldCount(ti)});
+            merged.append(QStringList(n));
+            const int m = merged.size() - 1;
+            for (int f = 0; f < n; ++f) {
+                const QByteArrayView bv = B.escaped(b, f);
+                const QByteArrayView ov = f < O.fieldCount(o) ? O.escaped(o, f) : bv;
+                const QByteArrayView tv = f < T.fieldCount(ti) ? T.escaped(ti, f) : bv;
                 if (ov != bv) {
-                    row.append(ov);
+                    if (f < O.fieldCount(o))
+                        merged.setValueFrom(m, f, O, o, f);
+                    else
+                        merged.setValueFrom(m, f, B, b, f);
                     if (tv != bv && tv != ov)
                         ++c.Conflicts;
+                } else if (f < T.fieldCount(ti)) {
+                    merged.setValueFrom(m, f, T, ti, f);
                 } else {
-                    row.append(tv);
+                    merged.setValueFrom(m, f, B, b, f);
                 }
             }
-            out.append({row, O.value(pCol) != B.value(pCol), num});
+            out.push_back(OutRow{&merged, m, O.escaped(o, pCol) != B.escaped(b, pCol), num});
             ++c.FieldMerged;
         }
     }
@@ -236,44 +276,43 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
     const qint64 baseTop = bIds.Top;
     const qint64 theirsTop = tIds.Top;
     qint64 next = std::max(oIds.Top, theirsTop) + 1;
-    for (qsizetype oi = 0; oi < Ours.Records.size(); ++oi) {
-        const QStringList& O = Ours.Records[oi];
+    for (int oi = 0; oi < O.size(); ++oi) {
         const qint64 oNum = oIds.Num[static_cast<size_t>(oi)];
-        const QString id = oNum >= 0 ? QString() : O.value(idCol);
+        const QByteArrayView id = oNum >= 0 ? QByteArrayView() : O.escaped(oi, idCol);
         const int shared = oIds.BaseOf[static_cast<size_t>(oi)];
         const int b = shared >= 0 ? shared : bIdx.find(oNum, id);
         const bool inTheirs = tIdx.find(oNum, id) >= 0;
         if (b >= 0) {
             if (inTheirs)
                 continue;
-            if (O == Base.Records[b]) {
+            if (shared >= 0 || O.sameRow(oi, B, b)) {
                 ++c.Deleted;
             } else {
-                out.append({O, true, oNum});
+                out.push_back(OutRow{&O, oi, true, oNum});
                 ++c.KeptChanged;
             }
             continue;
         }
         ++c.AddedOurs;
-        const qint64 num = oNum >= 0 ? oNum : numberOf(O.value(idCol));
+        const qint64 num = oNum >= 0 ? oNum : numberOf(O.escaped(oi, idCol));
         if (inTheirs || (num > baseTop && num <= theirsTop)) {
             const qint64 freshNum = next++;
             const QString fresh = QString::number(freshNum);
-            res.NewIds.insert(O.value(idCol), fresh);
-            QStringList row = O;
-            row[idCol] = fresh;
-            out.append({row, true, freshNum});
+            res.NewIds.insert(O.value(oi, idCol), fresh);
+            OutRow row{&O, oi, true, freshNum};
+            row.Id = fresh;
+            out.push_back(row);
             ++c.Renumbered;
         } else {
-            out.append({O, true, oNum});
+            out.push_back(OutRow{&O, oi, true, oNum});
         }
     }
     if (!res.NewIds.isEmpty())
         for (OutRow& r : out)
             if (r.ParentOurs) {
-                const auto m = res.NewIds.constFind(r.Row.value(pCol));
+                const auto m = res.NewIds.constFind(r.Parent ? *r.Parent : r.Src->value(r.Row, pCol));
                 if (m != res.NewIds.cend()) {
-                    r.Row[pCol] = *m;
+                    r.Parent = *m;
                     r.ParentNum = -2;
                 }
             }
@@ -281,19 +320,22 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
 
     // Every row behind its folder; rows whose folder is gone (or which sit in a loop of
     // folders) go under the root.
-    const qsizetype n = out.size();
+    const qsizetype n = static_cast<qsizetype>(out.size());
     qint64 outTop = 0;
     for (const OutRow& r : out)
         outTop = std::max(outTop, r.Num);
     IdIndex outIdx;
     outIdx.size(outTop, n);
-    for (qsizetype i = 0; i < n; ++i)
-        outIdx.add(out[i].Num, out[i].Num >= 0 ? QString() : out[i].Row.value(idCol), static_cast<int>(i));
+    for (qsizetype i = 0; i < n; ++i) {
+        const OutRow& r = out[static_cast<size_t>(i)];
+        outIdx.add(r.Num, r.Num >= 0 ? QByteArray() : r.idText(idCol), static_cast<int>(i));
+    }
     std::vector<char> done(static_cast<size_t>(n), 0);
-    QHash<QString, QList<int>> waiting;
-    res.Records.reserve(n);
+    QHash<QByteArray, QList<int>> waiting;
+    // Most rows are theirs as they are: the result shares their bytes.
+    res.Records.shareBytesOf(T);
+    res.Records.reserve(static_cast<int>(n));
     std::vector<int> stack;
-    const QString root = QStringLiteral("0");
     auto place = [&](int First) {
         stack.push_back(First);
         while (!stack.empty()) {
@@ -302,8 +344,9 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
             if (done[k])
                 continue;
             done[k] = 1;
-            const auto w = waiting.isEmpty() ? waiting.end() : waiting.find(out[k].Row.value(idCol));
-            res.Records.append(std::move(out[k].Row));
+            const OutRow& r = out[static_cast<size_t>(k)];
+            const auto w = waiting.isEmpty() ? waiting.end() : waiting.find(r.idText(idCol));
+            appendOut(res.Records, r, idCol, pCol);
             if (w != waiting.end()) {
                 const QList<int> kids = std::move(*w);
                 waiting.erase(w);
@@ -312,28 +355,25 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
             }
         }
     };
-    const QString none;
     auto underRoot = [&](qsizetype i) {
-        QStringList& r = out[i].Row;
-        while (r.size() <= pCol)
-            r.append(QString());
-        r[pCol] = root;
-        out[i].ParentNum = 0;
+        out[static_cast<size_t>(i)].Parent = QStringLiteral("0");
+        out[static_cast<size_t>(i)].ParentNum = 0;
         ++c.Rehomed;
     };
     for (qsizetype i = 0; i < n; ++i) {
-        const QStringList& r = out[i].Row;
-        qint64 pn = out[i].ParentNum;
+        const OutRow& r = out[static_cast<size_t>(i)];
+        qint64 pn = r.ParentNum;
+        const QByteArray parent = pn == -2 || pn < 0 ? r.parentText(pCol) : QByteArray();
         if (pn == -2)
-            pn = pCol < r.size() ? plainNumber(r[pCol]) : -1;
+            pn = plainNumber(parent);
         const bool atRoot = pn == 0;
-        const int at = atRoot ? -1 : outIdx.find(pn, pn >= 0 ? none : (pCol < r.size() ? r[pCol] : none));
+        const int at = atRoot ? -1 : outIdx.find(pn, parent);
         if (atRoot || at < 0 || done[at] || at == i) {
             if (!atRoot && (at < 0 || at == i))
                 underRoot(i);
             place(static_cast<int>(i));
         } else {
-            waiting[r.value(pCol)].append(static_cast<int>(i));
+            waiting[pn >= 0 ? QByteArray::number(pn) : parent].append(static_cast<int>(i));
         }
     }
     // What is left waits on itself through a loop of moves: the first row of each loop

@@ -46,7 +46,7 @@ struct clsMergeCounts {
 };
 
 struct clsMergeResult {
-    QList<QStringList> Records;
+    RecordStore Records;
     QString Tag;
     clsMergeCounts Counts;
     QHash<QString, QString> NewIds; // our renumbered rows: old identifier -> new one

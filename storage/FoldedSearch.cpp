@@ -1,5 +1,7 @@
 #include "storage/FoldedSearch.h"
 
+#include "storage/TableFile.h"
+
 #include "diagnostics/Trace.h"
 
 #include <sodium.h>
@@ -53,6 +55,21 @@ bool clsFoldedSearch::AppendFolded(std::string& Out, const QString& Text) {
     return exact;
 }
 
+void clsFoldedSearch::AppendFoldedEscaped(std::string& Out, QByteArrayView Escaped) {
+    // Most values are plain ASCII: folded byte by byte, with no text made of them.
+    const qsizetype at = static_cast<qsizetype>(Out.size());
+    for (const char c : Escaped) {
+        if (static_cast<unsigned char>(c) >= 0x80 || c == '\\') {
+            Out.resize(static_cast<std::size_t>(at));
+            QString v = UnescapeValue(Escaped.data(), Escaped.size());
+            AppendFolded(Out, v);
+            v.fill(QChar(0));
+            return;
+        }
+        Out += c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+    }
+}
+
 clsFoldedSearch::Column& clsFoldedSearch::column(int TblNum, int FldNum) {
     for (Column& c : m_cols)
         if (c.TblNum == TblNum && c.FldNum == FldNum)
@@ -69,9 +86,8 @@ void clsFoldedSearch::build(const TableEntry& t, int FldNum, int BlockNo, Block&
     const int to = std::min(from + kBlockRecs, t.RecNum());
     b.End.reserve(static_cast<std::size_t>(to - from));
     for (int i = from; i < to; ++i) {
-        const QStringList& r = t.Records[i];
-        if (FldNum <= r.size())
-            AppendFolded(b.Text, r[FldNum - 1]);
+        if (FldNum <= t.Records.fieldCount(i))
+            AppendFoldedEscaped(b.Text, t.Records.escaped(i, FldNum - 1));
         b.Text += '\0';
         b.End.push_back(static_cast<unsigned>(b.Text.size()));
     }

@@ -12,6 +12,7 @@
 
 #include "storage/TableEngine.h"
 
+#include <QByteArrayView>
 #include <QList>
 #include <QString>
 
@@ -35,6 +36,8 @@ public:
     // The folded UTF-8 form of Text appended to Out. False when Text holds a surrogate or a
     // NUL (Out is then incomplete).
     static bool AppendFolded(std::string& Out, const QString& Text);
+    // The same for a stored value in its escaped UTF-8 form (RecordStore::escaped).
+    static void AppendFoldedEscaped(std::string& Out, QByteArrayView Escaped);
 
 private:
     struct Block {

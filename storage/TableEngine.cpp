@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,14 +29,14 @@ bool recOk(const DatabaseRecord& db, int TblNum, int RecNum) {
 }
 
 // The value of a field of a record, or a null text when any number is out of range.
-const QString* valueAt(const DatabaseRecord& db, int TblNum, int RecNum, int FldNum) {
+std::optional<QString> valueAt(const DatabaseRecord& db, int TblNum, int RecNum, int FldNum) {
     TRACE_PROC("TableEngine.ValueAt", TblNum, RecNum, FldNum);
     if (!recOk(db, TblNum, RecNum))
-        return nullptr;
-    const QStringList& r = db.Tables[TblNum - 1].Records[RecNum - 1];
-    if (FldNum < 1 || FldNum > r.size())
-        return nullptr;
-    return &r[FldNum - 1];
+        return std::nullopt;
+    const RecordStore& r = db.Tables[TblNum - 1].Records;
+    if (FldNum < 1 || FldNum > r.fieldCount(RecNum - 1))
+        return std::nullopt;
+    return r.value(RecNum - 1, FldNum - 1);
 }
 
 QString helpText(const HelpTable& h, const QString& CodeText) {
@@ -155,7 +156,7 @@ int TableEngine::AddRecord(DatabaseRecord& db, int TblNum) {
     TableEntry& t = db.Tables[TblNum - 1];
     QStringList rec;
     rec.resize(t.FldNames.size());
-    t.Records.append(std::move(rec));
+    t.Records.append(rec);
     TableChanged(TblNum, t.RecNum());
     return t.RecNum();
 }
@@ -173,7 +174,7 @@ int TableEngine::SaveDatabase(const DatabaseRecord& db, const QString& Path, con
 
 QString TableEngine::GetComplexFldVal(const DatabaseRecord& db, int TblNum, int RecNum, int FldNum) {
     TRACE_PROC("TableEngine.GetComplexFldVal", TblNum, RecNum, FldNum);
-    const QString* v = valueAt(db, TblNum, RecNum, FldNum);
+    const std::optional<QString> v = valueAt(db, TblNum, RecNum, FldNum);
     if (!v)
         return QString();
     const int h = FindHTable(db, db.Tables[TblNum - 1].FldNames.value(FldNum - 1));
@@ -259,9 +260,7 @@ void TableEngine::SetTblFldValNm(DatabaseRecord& db, int TblNum, int RecNum, con
     if (!recOk(db, TblNum, RecNum))
         return;
     const int f = FindField(db, TblNum, FldName);
-    QStringList& r = db.Tables[TblNum - 1].Records[RecNum - 1];
-    if (f >= 1 && f <= r.size())
-        r[f - 1] = newval;
+    db.Tables[TblNum - 1].Records.setValue(RecNum - 1, f - 1, newval);
     TableChanged(TblNum, RecNum, RecNum);
 }
 
@@ -277,7 +276,7 @@ int TableEngine::GetHelpValNum(const DatabaseRecord& db, int HTabNum, const QStr
 QString TableEngine::GetTblFldValNm(const DatabaseRecord& db, int TblNum, int RecNum,
                                     const QString& FldName) {
     TRACE_PROC("TableEngine.GetTblFldValNm", TblNum, RecNum, FldName);
-    const QString* v = valueAt(db, TblNum, RecNum, FindField(db, TblNum, FldName));
+    const std::optional<QString> v = valueAt(db, TblNum, RecNum, FindField(db, TblNum, FldName));
     return v ? *v : QString();
 }
 
@@ -286,12 +285,17 @@ int TableEngine::GetRecNumFromVal(const DatabaseRecord& db, int TblNum, int FldN
     TRACE_PROC("TableEngine.GetRecNumFromVal", TblNum, FldNum, FldVal, Start);
     if (!tblOk(db, TblNum))
         return 0;
-    const QList<QStringList>& recs = db.Tables[TblNum - 1].Records;
-    const qsizetype f = FldNum - 1;
-    for (qsizetype i = std::max(Start, 1) - 1; i < recs.size(); ++i)
-        if (f >= 0 && f < recs[i].size() && recs[i][f] == FldVal)
-            return static_cast<int>(i + 1);
-    return 0;
+    const RecordStore& recs = db.Tables[TblNum - 1].Records;
+    // Equal texts have equal stored bytes: the text is escaped once and compared as bytes.
+    QByteArray want;
+    AppendEscaped(want, FldVal);
+    const int f = FldNum - 1;
+    int found = 0;
+    for (int i = std::max(Start, 1) - 1; i < recs.size() && !found; ++i)
+        if (f >= 0 && f < recs.fieldCount(i) && recs.escaped(i, f) == QByteArrayView(want))
+            found = i + 1;
+    WipeBytes(want);
+    return found;
 }
 
 int TableEngine::TablesToString(const DatabaseRecord& db, const QString& Names, QString& BufStr,
@@ -311,7 +315,7 @@ int TableEngine::TablesToString(const DatabaseRecord& db, const QString& Names, 
 
 QString TableEngine::GetHelpVal(const DatabaseRecord& db, int TblNum, const QString& FName, int RecNum) {
     TRACE_PROC("TableEngine.GetHelpVal", TblNum, FName, RecNum);
-    const QString* v = valueAt(db, TblNum, RecNum, FindField(db, TblNum, FName));
+    const std::optional<QString> v = valueAt(db, TblNum, RecNum, FindField(db, TblNum, FName));
     const int h = FindHTable(db, FName);
     return v && h ? helpText(db.HTables[h - 1], *v) : QString();
 }
@@ -350,23 +354,13 @@ int TableEngine::FindRecordInFields(const DatabaseRecord& db, int TblNum, const 
         if (r >= 0)
             return r;
     }
-    const QList<QStringList>& recs = db.Tables[TblNum - 1].Records;
+    const RecordStore& recs = db.Tables[TblNum - 1].Records;
     const TextMatcher match(SText, CaseSens);
-    const qsizetype n = recs.size();
-    for (qsizetype i = std::max(Start, 1) - 1; i < n; ++i) {
-        // Records live all over the heap; asking for the next ones early halves the time
-        // of a search through a table that is not in the cache.
-        if (i + 16 < n)
-            __builtin_prefetch(recs[i + 16].constData());
-        if (i + 8 < n)
-            for (int fld : FldNums)
-                if (fld >= 1 && fld <= recs[i + 8].size())
-                    __builtin_prefetch(recs[i + 8][fld - 1].constData());
-        const QStringList& r = recs[i];
+    const int n = recs.size();
+    for (int i = std::max(Start, 1) - 1; i < n; ++i)
         for (int fld : FldNums)
-            if (fld >= 1 && fld <= r.size() && match(r[fld - 1]))
-                return static_cast<int>(i + 1);
-    }
+            if (fld >= 1 && fld <= recs.fieldCount(i) && match(recs.value(i, fld - 1)))
+                return i + 1;
     return 0;
 }
 
@@ -374,7 +368,7 @@ int TableEngine::DeleteRecs(DatabaseRecord& db, int TblNum, const QList<int>& Re
     TRACE_PROC("TableEngine.DeleteRecs", TblNum, static_cast<long long>(RecNums.size()));
     if (!tblOk(db, TblNum))
         return 0;
-    QList<QStringList>& recs = db.Tables[TblNum - 1].Records;
+    RecordStore& recs = db.Tables[TblNum - 1].Records;
     std::vector<bool> drop(static_cast<std::size_t>(recs.size()), false);
     int removed = 0;
     for (int n : RecNums) {
@@ -386,14 +380,6 @@ int TableEngine::DeleteRecs(DatabaseRecord& db, int TblNum, const QList<int>& Re
     if (removed == 0)
         return 0;
     TableChanged(TblNum, static_cast<int>(std::find(drop.begin(), drop.end(), true) - drop.begin()) + 1);
-    qsizetype w = 0;
-    for (qsizetype i = 0; i < recs.size(); ++i) {
-        if (drop[static_cast<std::size_t>(i)])
-            continue;
-        if (w != i)
-            recs[w] = std::move(recs[i]);
-        ++w;
-    }
-    recs.resize(w);
+    recs.removeRows(drop);
     return removed;
 }

@@ -19,6 +19,8 @@
 //  - AddRecord appends an empty record and answers its number; DeleteRec removes one and
 //    moves every later record one number up (answers 1, or 0 for a bad number).
 
+#include "storage/RecordStore.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -39,8 +41,8 @@ struct TableEntry {
     QList<int> FldTypes;  // ... and their type codes (bit sets: 64, 4, 2, 1)
     std::int16_t Flags = 0;
     QString Tag;
-    QList<QStringList> Records; // each record holds one text per field
-    int RecNum() const { return static_cast<int>(Records.size()); }
+    RecordStore Records; // each record holds one text per field
+    int RecNum() const { return Records.size(); }
 };
 
 struct HelpTable {

@@ -86,6 +86,11 @@ struct ByteSink {
     void eol() { out.append("\r\n", 2); }
     void value(const QString& v) { appendEscapedUtf8(out, v.constData(), v.size()); }
     void num(long long v) { out.append(QByteArray::number(v)); }
+    // A stored value is kept in its file form already: copied as it is.
+    void cell(const RecordStore& r, int Row, int Fld) {
+        const QByteArrayView v = r.escaped(Row, Fld);
+        out.append(v.data(), v.size());
+    }
 };
 
 struct TextSink {
@@ -95,13 +100,14 @@ struct TextSink {
     void eol() { out.append(QLatin1String("\r\n")); }
     void value(const QString& v) { AppendEscapedText(out, v); }
     void num(long long v) { out.append(QString::number(v)); }
+    void cell(const RecordStore& r, int Row, int Fld) { AppendEscapedText(out, r.value(Row, Fld)); }
 };
 
-bool recordPasses(const QStringList& rec, const TblsFilter* f) {
-    TRACE_PROC("TableEngine.RecordPasses", HIDDEN(rec));
-    if (!f || f->FldNum < 1 || f->FldNum > rec.size())
+bool recordPasses(const RecordStore& recs, int Row, const TblsFilter* f) {
+    TRACE_PROC("TableEngine.RecordPasses", Row);
+    if (!f || f->FldNum < 1 || f->FldNum > recs.fieldCount(Row))
         return true;
-    return QString::compare(rec[f->FldNum - 1], f->FldVal,
+    return QString::compare(recs.value(Row, f->FldNum - 1), f->FldVal,
                             f->CaseSens ? Qt::CaseSensitive : Qt::CaseInsensitive) == 0;
 }
 
@@ -113,8 +119,8 @@ template <class Sink> void writeTable(Sink& s, const TableEntry& t, const TblsFi
     TRACE_LOCAL(count);
     if (filtered) {
         count = 0;
-        for (const QStringList& r : t.Records)
-            count += recordPasses(r, Filter) ? 1 : 0;
+        for (int r = 0; r < t.RecNum(); ++r)
+            count += recordPasses(t.Records, r, Filter) ? 1 : 0;
     }
     s.raw("[");
     s.value(t.Name);
@@ -136,15 +142,16 @@ template <class Sink> void writeTable(Sink& s, const TableEntry& t, const TblsFi
     s.eol();
     const qsizetype nf = t.FldNames.size();
     TRACE_LOCAL(nf);
-    for (const QStringList& r : t.Records) {
-        if (filtered && !recordPasses(r, Filter))
+    for (int r = 0; r < t.RecNum(); ++r) {
+        if (filtered && !recordPasses(t.Records, r, Filter))
             continue;
         // A record always has one value per field, whatever was stored into it.
+        const qsizetype have = t.Records.fieldCount(r);
         for (qsizetype f = 0; f < nf; ++f) {
             if (f)
                 s.sep();
-            if (f < r.size())
-                s.value(r[f]);
+            if (f < have)
+                s.cell(t.Records, r, static_cast<int>(f));
         }
         s.eol();
     }
@@ -185,11 +192,7 @@ qsizetype estimateBody(const DatabaseRecord& db) {
         n += 128 + t.Name.size() * 2 + t.Tag.size();
         for (const QString& f : t.FldNames)
             n += f.size() + 8;
-        for (const QStringList& r : t.Records) {
-            n += 2 + r.size();
-            for (const QString& v : r)
-                n += v.size();
-        }
+        n += t.Records.byteSize() + 2 * static_cast<qsizetype>(t.RecNum());
     }
     for (const HelpTable& h : db.HTables) {
         n += 64 + h.Name.size() * 2;
@@ -281,37 +284,8 @@ bool isEndLine(const char* s, qsizetype n, char open, char close, const char* na
            std::memcmp(s + 5, name, static_cast<std::size_t>(nameLen)) == 0 && s[n - 1] == close;
 }
 
-// Short values that repeat down a column (type, parent, picture, flags) share one text
-// instead of one allocation each: a fifth less memory for a large user. A column with
-// more different values than a pool should hold (identifiers, titles, passwords) stops
-// being pooled.
-class ValuePool {
-public:
-    QString value(const char* s, qsizetype n) {
-        TRACE_PROC("TableEngine.PoolValue", static_cast<long long>(n));
-        if (m_off || n == 0 || n > kMaxLen || std::memchr(s, '\\', static_cast<std::size_t>(n)))
-            return UnescapeValue(s, n);
-        const auto it = m_map.constFind(QByteArray::fromRawData(s, n));
-        if (it != m_map.constEnd())
-            return *it;
-        QString v = QString::fromUtf8(s, n);
-        if (m_map.size() < kMaxEntries) {
-            m_map.insert(QByteArray(s, n), v);
-        } else {
-            m_off = true;
-            m_map.clear();
-        }
-        return v;
-    }
-
-private:
-    static constexpr qsizetype kMaxLen = 16;
-    static constexpr qsizetype kMaxEntries = 4096;
-    QHash<QByteArray, QString> m_map;
-    bool m_off = false;
-};
-
-int parseTable(Cursor& c, const char* head, qsizetype headLen, TableEntry& t, bool keep) {
+int parseTable(Cursor& c, const QByteArray& Bytes, const char* head, qsizetype headLen, TableEntry& t,
+               bool keep) {
     TRACE_PROC("TableEngine.ParseTable", QByteArray(head, headLen), keep);
     const char* rawName = head + 1;
     const qsizetype rawLen = headLen - 2;
@@ -357,38 +331,46 @@ int parseTable(Cursor& c, const char* head, qsizetype headLen, TableEntry& t, bo
     t.Caption = caption;
     const qsizetype nf = t.FldNames.size();
     TRACE_LOCAL(nf);
-    if (keep)
-        t.Records.reserve(std::min<qsizetype>(count, c.end - c.p));
-    std::vector<ValuePool> pools(static_cast<std::size_t>(nf));
+    if (keep) {
+        t.Records.attach(Bytes);
+        t.Records.reserve(static_cast<int>(std::min<qsizetype>(count, c.end - c.p)));
+    }
+    const char* const base = Bytes.constData();
+    std::vector<std::uint32_t> offs(static_cast<std::size_t>(nf)), lens(static_cast<std::size_t>(nf));
     for (long long r = 0; r < count; ++r) {
         if (!c.line(s, n))
             return -3;
-        QStringList rec;
-        if (keep)
-            rec.reserve(nf);
         if (nf == 0) {
             if (n != 0)
                 return -3;
         } else {
-            const char* e = s + n;
-            const char* p = s;
-            qsizetype got = 0;
-            for (;;) {
-                const auto* q =
-                    static_cast<const char*>(std::memchr(p, kSepByte, static_cast<std::size_t>(e - p)));
+            // One pass over the line's bytes: the separators, and whether a value has a
+            // backslash or a byte above ASCII (only such values need a closer look).
+            const auto* u = reinterpret_cast<const unsigned char*>(s);
+            qsizetype got = 0, from = 0;
+            unsigned odd = 0;
+            for (qsizetype i = 0;; ++i) {
+                const unsigned c = i < n ? u[i] : 0x87u;
+                if (c < 0x80u && c != '\\')
+                    continue;
+                if (c != 0x87u) {
+                    odd = 1;
+                    continue;
+                }
                 if (++got > nf)
                     return -3;
-                if (keep)
-                    rec.append(pools[static_cast<std::size_t>(got - 1)].value(p, (q ? q : e) - p));
-                if (!q)
+                offs[static_cast<std::size_t>(got - 1)] = static_cast<std::uint32_t>(s + from - base);
+                lens[static_cast<std::size_t>(got - 1)] = static_cast<std::uint32_t>(i - from) | (odd << 31);
+                odd = 0;
+                from = i + 1;
+                if (i >= n)
                     break;
-                p = q + 1;
             }
             if (got != nf)
                 return -3;
         }
         if (keep)
-            t.Records.append(std::move(rec));
+            t.Records.appendParsed(static_cast<int>(nf), offs.data(), lens.data());
     }
     if (!c.line(s, n) || !isEndLine(s, n, '[', ']', rawName, rawLen))
         return -3;
@@ -523,9 +505,12 @@ void WriteTablesText(QString& Out, const TableEntry& t, const TblsFilter* Filter
     writeTable(s, t, Filter);
 }
 
-int ParseBody(const char* Data, qsizetype Len, DatabaseRecord& db, const QSet<QString>* Only) {
-    TRACE_PROC("TableEngine.ParseBody", static_cast<long long>(Len));
-    Cursor c{Data, Data + Len};
+int ParseBody(const QByteArray& Bytes, qsizetype From, DatabaseRecord& db, const QSet<QString>* Only) {
+    TRACE_PROC("TableEngine.ParseBody", static_cast<long long>(Bytes.size() - From));
+    // Values are kept as offsets into Bytes (RecordStore.h), 31 bits wide.
+    if (From < 0 || From > Bytes.size() || Bytes.size() > 0x7fffffff)
+        return -3;
+    Cursor c{Bytes.constData() + From, Bytes.constData() + Bytes.size()};
     const char* s;
     qsizetype n;
     if (!c.line(s, n))
@@ -551,7 +536,7 @@ int ParseBody(const char* Data, qsizetype Len, DatabaseRecord& db, const QSet<QS
         if (isBlock(s, n, '[', ']')) {
             TableEntry t;
             const bool keep = !Only || Only->contains(UnescapeValue(s + 1, n - 2).toCaseFolded());
-            if (parseTable(c, s, n, t, keep) < 0)
+            if (parseTable(c, Bytes, s, n, t, keep) < 0)
                 return -3;
             if (keep)
                 out.Tables.append(std::move(t));
@@ -582,18 +567,21 @@ int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, co
     const QByteArrayView sig(Data.constData(), sigLen);
     int r;
     if (sig == QByteArrayView(kSignature)) {
-        r = ParseBody(Data.constData() + bodyAt, Data.size() - bodyAt, db, Only);
+        r = ParseBody(Data, bodyAt, db, Only);
     } else if (sig == QByteArrayView(kSignatureEnc) && nl) {
         if (!db.Key)
             db.Key = std::make_shared<KeyCache>();
         r = OpenInPlace(Data, bodyAt, Pasw, db.Key.get());
         if (r > 0)
-            r = ParseBody(Data.constData(), Data.size(), db, Only);
+            r = ParseBody(Data, 0, db, Only);
     } else {
         r = -4;
     }
-    WipeBytes(Data);
-    Data.clear();
+    // The tables read keep the bytes (and wipe them when the last of them goes); a failed
+    // reading leaves nobody else holding them.
+    if (Data.isDetached())
+        WipeBytes(Data);
+    Data = QByteArray();
     return r;
 }
 

@@ -44,12 +44,14 @@ void WriteBody(QByteArray& Out, const DatabaseRecord& db);
 void WriteTable(QByteArray& Out, const TableEntry& t, const TblsFilter* Filter);
 void WriteTablesText(QString& Out, const TableEntry& t, const TblsFilter* Filter);
 
-// Parses a body into db. Only tables whose name (case-folded) is in Only are kept when
-// Only is given; the others are still checked. Result 1, or -3 when the structure is
-// damaged (db is then left as it was).
-int ParseBody(const char* Data, qsizetype Len, DatabaseRecord& db, const QSet<QString>* Only);
+// Parses the body that starts at From in Bytes into db; the tables keep their values as
+// places in Bytes (RecordStore.h), which share it. Only tables whose name (case-folded)
+// is in Only are kept when Only is given; the others are still checked. Result 1, or -3
+// when the structure is damaged (db is then left as it was).
+int ParseBody(const QByteArray& Bytes, qsizetype From, DatabaseRecord& db, const QSet<QString>* Only);
 
-// Reads a whole file image: signature, protection, body. Data is consumed (wiped).
+// Reads a whole file image: signature, protection, body. Data is consumed: the tables
+// read hold its bytes, and it is wiped when nothing could be read from it.
 int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, const QSet<QString>* Only);
 // The complete file image of db; empty when the key could not be made.
 QByteArray BuildFileImage(const DatabaseRecord& db, const QString& Pasw, bool Compress);

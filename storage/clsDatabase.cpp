@@ -202,7 +202,7 @@ QStringList clsDatabase::GetTblRecord(int TblNum, int RecNum) {
     Touch();
     if (!TblOk(TblNum) || RecNum < 1 || RecNum > lDB.Tables[TblNum - 1].RecNum())
         return QStringList();
-    return lDB.Tables[TblNum - 1].Records[RecNum - 1];
+    return lDB.Tables[TblNum - 1].Records.row(RecNum - 1);
 }
 
 QString clsDatabase::GetTblFldVal(int TblNum, int RecNum, int FldNum) {
@@ -214,10 +214,9 @@ QString clsDatabase::GetTblFldVal(int TblNum, int RecNum, int FldNum) {
     const TableEntry& t = lDB.Tables[TblNum - 1];
     if (RecNum < 1 || RecNum > t.RecNum())
         RaiseError(vbErrSubscript);
-    const QStringList& r = t.Records[RecNum - 1];
-    if (FldNum < 1 || FldNum > r.size())
+    if (FldNum < 1 || FldNum > t.Records.fieldCount(RecNum - 1))
         RaiseError(vbErrSubscript);
-    return r[FldNum - 1];
+    return t.Records.value(RecNum - 1, FldNum - 1);
 }
 
 QString clsDatabase::GetTblFldValNm(int TblNum, int RecNum, const QString& FldName) {
@@ -235,10 +234,9 @@ void clsDatabase::SetTblFldVal(int TblNum, int RecNum, int FldNum, const QString
     TableEntry& t = lDB.Tables[TblNum - 1];
     if (RecNum < 1 || RecNum > t.RecNum())
         RaiseError(vbErrSubscript);
-    QStringList& r = t.Records[RecNum - 1];
-    if (FldNum < 1 || FldNum > r.size())
+    if (FldNum < 1 || FldNum > t.Records.fieldCount(RecNum - 1))
         RaiseError(vbErrSubscript);
-    r[FldNum - 1] = newval;
+    t.Records.setValue(RecNum - 1, FldNum - 1, newval);
     lDBMngr.TableChanged(TblNum, RecNum, RecNum);
 }
 
@@ -257,7 +255,7 @@ void clsDatabase::SetTblRecord(int TblNum, int RecNum, const QStringList& NewRec
     TableEntry& t = lDB.Tables[TblNum - 1];
     if (RecNum < 1 || RecNum > t.RecNum())
         RaiseError(vbErrSubscript);
-    t.Records[RecNum - 1] = NewRec;
+    t.Records.setRow(RecNum - 1, NewRec);
     lDBMngr.TableChanged(TblNum, RecNum, RecNum);
 }
 
@@ -367,10 +365,10 @@ void clsDatabase::SetFldAllRecsVal(int TblNum, int FldNum, const QString& lVal, 
     if (!TblOk(TblNum))
         RaiseError(vbErrSubscript);
     TableEntry& t = lDB.Tables[TblNum - 1];
-    for (QStringList& r : t.Records) {
-        if (FldNum < 1 || FldNum > r.size())
+    for (int r = 0; r < t.RecNum(); ++r) {
+        if (FldNum < 1 || FldNum > t.Records.fieldCount(r))
             RaiseError(vbErrSubscript);
-        r[FldNum - 1] = lVal;
+        t.Records.setValue(r, FldNum - 1, lVal);
         ++buf;
     }
     lDBMngr.TableChanged(TblNum, 1);

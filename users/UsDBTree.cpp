@@ -22,18 +22,18 @@ int column(const TableEntry& t, const char* name) {
     return -1;
 }
 
-// Per-row helpers of the walk, not traced.
-const QString& valueOf(const QStringList& r, int col) {
-    static const QString empty;
-    return col >= 0 && col < r.size() ? r[col] : empty;
+// Per-row helpers of the walk, not traced. Values are compared in their stored form: equal
+// texts have equal bytes (RecordStore.h).
+QByteArrayView valueOf(const TableEntry& t, int row, int col) {
+    return col >= 0 ? t.Records.escaped(row, col) : QByteArrayView();
 }
 
 // Type 1, read as a number ("1", " 1", "1.0" alike).
-bool isFolder(const QString& type) {
+bool isFolder(QByteArrayView type) {
     if (type.size() == 1)
-        return type[0] == u'1';
+        return type[0] == '1';
     bool ok = false;
-    return type.trimmed().toDouble(&ok) == 1.0 && ok;
+    return QString::fromUtf8(type).trimmed().toDouble(&ok) == 1.0 && ok;
 }
 
 } // namespace
@@ -55,25 +55,25 @@ QList<UsTreeNode> UsDBTreeOrder(const clsDatabase& UsDB) {
         return out;
 
     // Rows by the text of their parent link, in table order.
-    QHash<QString, std::vector<int>> byParent;
+    QHash<QByteArrayView, std::vector<int>> byParent;
     byParent.reserve(t->RecNum() / 8 + 16);
     for (int i = 0; i < t->RecNum(); ++i)
-        byParent[valueOf(t->Records[i], c.Parent)].push_back(i);
+        byParent[valueOf(*t, i, c.Parent)].push_back(i);
     out.reserve(t->RecNum());
 
     // The display order of the children of one parent.
-    auto childrenOf = [&](const QString& parentText) {
+    auto childrenOf = [&](const QByteArray& parentText) {
         std::vector<int> order;
-        auto it = byParent.constFind(parentText);
+        auto it = byParent.constFind(QByteArrayView(parentText));
         if (it == byParent.constEnd())
             return order;
         const std::vector<int>& rows = *it;
         order.reserve(rows.size());
         for (auto r = rows.rbegin(); r != rows.rend(); ++r)
-            if (isFolder(valueOf(t->Records[*r], c.Type)))
+            if (isFolder(valueOf(*t, *r, c.Type)))
                 order.push_back(*r);
         for (int r : rows)
-            if (!isFolder(valueOf(t->Records[r], c.Type)))
+            if (!isFolder(valueOf(*t, r, c.Type)))
                 order.push_back(r);
         return order;
     };
@@ -85,7 +85,7 @@ QList<UsTreeNode> UsDBTreeOrder(const clsDatabase& UsDB) {
     };
     std::vector<Level> stack;
     QSet<int> onPath;
-    stack.push_back(Level{childrenOf(QStringLiteral("0")), 0, 0});
+    stack.push_back(Level{childrenOf(QByteArrayLiteral("0")), 0, 0});
     onPath.insert(0);
     while (!stack.empty()) {
         Level& lv = stack.back();
@@ -96,23 +96,22 @@ QList<UsTreeNode> UsDBTreeOrder(const clsDatabase& UsDB) {
         }
         const int row = lv.rows[lv.next++];
         TRACE_LOCAL(row);
-        const QStringList& rec = t->Records[row];
-        const bool folder = isFolder(valueOf(rec, c.Type));
+        const bool folder = isFolder(valueOf(*t, row, c.Type));
         TRACE_LOCAL(folder);
         out.append(UsTreeNode{row + 1, static_cast<int>(stack.size()), folder});
         // Children are looked for from this row on only; once there is one, all of them show.
-        const QString& indNum = valueOf(rec, c.IndNum);
+        const QByteArrayView indNum = valueOf(*t, row, c.IndNum);
         auto kids = byParent.constFind(indNum);
         if (kids == byParent.constEnd() || kids->empty() || kids->back() < row)
             continue;
         bool ok = false;
         TRACE_LOCAL(ok);
-        const int id = indNum.trimmed().toInt(&ok);
+        const int id = QString::fromUtf8(indNum).trimmed().toInt(&ok);
         TRACE_LOCAL(id);
         if (!ok || onPath.contains(id))
             continue;
         onPath.insert(id);
-        stack.push_back(Level{childrenOf(QString::number(id)), 0, id});
+        stack.push_back(Level{childrenOf(QByteArray::number(id)), 0, id});
     }
     return out;
 }

@@ -32,7 +32,7 @@ QList<QStringList> rowsOnDisk(const QString& pasw, const QString& user = QString
     clsFileIdentity id;
     if (ReadUserFile(UsDBFilePath(user), GetTruePasw(HashString(pasw)), rec, id) != 1)
         return {};
-    return rec.Tables.value(0).Records;
+    return rec.Tables.value(0).Records.rows();
 }
 
 // The title of row 1 ("Mail") as the file holds it, without touching the open user.

@@ -35,7 +35,7 @@ inline int dataTable() {
 }
 
 inline QList<QStringList> allRows(clsDatabase& db = *CurUsDB) {
-    return db.DBView().Tables[db.FindTable(QStringLiteral("DataTable")) - 1].Records;
+    return db.DBView().Tables[db.FindTable(QStringLiteral("DataTable")) - 1].Records.rows();
 }
 
 // The debug-log lines starting with prefix, without their time prefix, in order.

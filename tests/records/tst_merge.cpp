@@ -22,20 +22,30 @@ TableEntry table(const QString& Rows, const QString& Tag) {
     t.Name = "DataTable";
     t.FldNames = {"IndNum", "Parent", "Type", "Title", "Login", "Password", "Description", "Image", "Flags"};
     t.Tag = Tag;
+    QList<QStringList> rows;
     for (const QString& r : Rows.split(u' ', Qt::SkipEmptyParts))
-        t.Records.append(row(r));
+        rows.append(row(r));
+    t.Records = RecordStore::fromRows(rows);
     return t;
 }
 
 // T with every row that equals a row of Base made that very row (as memory shares the
 // rows it never changed with the table it was read as).
 TableEntry sharing(const TableEntry& Base, TableEntry T) {
-    for (QStringList& r : T.Records)
-        for (const QStringList& b : Base.Records)
-            if (b == r) {
-                r = b;
-                break;
-            }
+    RecordStore s = Base.Records;
+    std::vector<int> order;
+    for (int i = 0; i < T.RecNum(); ++i) {
+        int k = 0;
+        while (k < Base.RecNum() && !Base.Records.sameRow(k, T.Records, i))
+            ++k;
+        if (k == Base.RecNum()) {
+            s.appendFrom(T.Records, i);
+            k = s.size() - 1;
+        }
+        order.push_back(k);
+    }
+    s.reorder(order);
+    T.Records = s;
     return T;
 }
 
@@ -132,11 +142,11 @@ private slots:
         const TableEntry b = table(base, t[0]);
         for (const TableEntry& o : {table(ours, t[1]), sharing(b, table(ours, t[1]))}) {
             const clsMergeResult r = MergeDataTable(b, o, table(theirs, t[2]));
-            QCOMPARE(rowsText(r.Records), merged);
+            QCOMPARE(rowsText(r.Records.rows()), merged);
             QCOMPARE(r.Tag, tag);
             // Identifiers stay unique.
             QSet<QString> ids;
-            for (const QStringList& row : r.Records)
+            for (const QStringList& row : r.Records.rows())
                 ids.insert(row[0]);
             QCOMPARE(ids.size(), r.Records.size());
         }

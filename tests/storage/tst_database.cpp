@@ -134,7 +134,7 @@ private slots:
         const QList<QList<int>> fieldSets = {{4}, {4, 5, 6, 7}, {7, 5}};
         for (int round = 0; round < 6; ++round) {
             QList<QStringList> folded;
-            for (QStringList r : db.DBView().Tables[0].Records) {
+            for (QStringList r : db.DBView().Tables[0].Records.rows()) {
                 for (QString& v : r)
                     v = v.toCaseFolded();
                 folded.append(r);

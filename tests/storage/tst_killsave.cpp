@@ -161,7 +161,8 @@ private slots:
             CreateProgramObjects();
             QCOMPARE(LoadUser(UsDBFilePath("Kill"), key), 2);
             const int g = versionOf(*CurUsDB);
-            QVERIFY2(g == reported || g == reported + 1, qPrintable(QString::number(kill)));
+            QVERIFY2(g == reported || g == reported + 1,
+                     qPrintable(QString("%1: %2 %3").arg(kill).arg(g).arg(reported)));
             known = g;
         }
         // A kill between writing the new copy and renaming it over the file can leave that

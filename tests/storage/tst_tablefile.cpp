@@ -23,7 +23,7 @@ DatabaseRecord userDb(const QList<QStringList>& records) {
     t.FldNames = {"IndNum", "Parent", "Type", "Title", "Login", "Password", "Description", "Image", "Flags"};
     t.FldTypes = {69, 5, 5, 66, 2, 2, 2, 5, 5};
     t.Tag = QString::number(records.size());
-    t.Records = records;
+    t.Records = RecordStore::fromRows(records);
     db.Tables.append(t);
     return db;
 }

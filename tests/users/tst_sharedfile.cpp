@@ -28,14 +28,14 @@ QStringList rowsInFile(const QString& Typed) {
     if (ReadUserFile(UsDBFilePath("anna"), GetTruePasw(HashString(Typed)), db, id) != 1)
         return {"<does not open>"};
     QStringList out;
-    for (const QStringList& r : db.Tables[0].Records)
+    for (const QStringList& r : db.Tables[0].Records.rows())
         out << r[0] + " " + r[3];
     return out;
 }
 
 QStringList rowsInMemory() {
     QStringList out;
-    for (const QStringList& r : CurUsDB->DBView().Tables[0].Records)
+    for (const QStringList& r : CurUsDB->DBView().Tables[0].Records.rows())
         out << r[0] + " " + r[3];
     return out;
 }
