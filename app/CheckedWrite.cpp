@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -92,6 +93,13 @@ bool clsCheckedFile::Commit() {
         Cancel();
         return false;
     }
+    struct stat st;
+    if (::fstat(m_file.handle(), &st) == 0) {
+        m_haveStat = true;
+        m_statSize = st.st_size;
+        m_statMTimeNs = static_cast<qint64>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
+        m_statInode = st.st_ino;
+    }
     m_done = true;
     if (!m_file.commit()) {
         DbgPrint(QStringLiteral("Write failed: ") + m_file.fileName() + QStringLiteral(" (") +
@@ -100,6 +108,13 @@ bool clsCheckedFile::Commit() {
     }
     syncFolder(m_file.fileName());
     return true;
+}
+
+bool clsCheckedFile::WrittenStat(qint64& Size, qint64& MTimeNs, quint64& Inode) const {
+    Size = m_statSize;
+    MTimeNs = m_statMTimeNs;
+    Inode = m_statInode;
+    return m_haveStat;
 }
 
 void clsCheckedFile::Cancel() {

@@ -33,6 +33,9 @@ public:
     // Drops the temporary file; the target stays as it was.
     void Cancel();
     qint64 Written() const { return m_written; }
+    // What the file was when it was synced, before the rename (which keeps all three):
+    // false when Commit did not get that far.
+    bool WrittenStat(qint64& Size, qint64& MTimeNs, quint64& Inode) const;
     QString ErrorText() const;
 
 private:
@@ -42,6 +45,9 @@ private:
     qint64 m_written = 0;
     bool m_failed = false;
     bool m_done = false;
+    bool m_haveStat = false;
+    qint64 m_statSize = 0, m_statMTimeNs = 0;
+    quint64 m_statInode = 0;
 };
 
 // The whole of Data as the new content of Path, checked as above. False: Path is untouched.

@@ -285,7 +285,7 @@ int main(int argc, char** argv) {
                 }));
             }
             std::printf("find over every column, %s: wrapping round from row %d to row %s: %.1f ms; "
-                        "nothing found (%s): %.1f ms\n",
+                        "nothing found (%s): %.1f ms   target at 100,000 rows: <= 10 ms each\n",
                         cs ? "case-sensitive" : "any case", half, qPrintable(r1), median(wrap),
                         qPrintable(r2), median(none));
         }

@@ -281,15 +281,17 @@ int main(int argc, char** argv) {
         const qint64 size = QFileInfo(dir.path() + u'/' + userName(n) + QStringLiteral(".bdb")).size();
         Row r{n, median(c), median(l), median(s), median(t), median(m)};
         rows.push_back(r);
-        std::printf("%9d %10.0f %10.1f %10.1f %10.1f %10.1f %10.1f\n", n, static_cast<double>(size) / 1024.0,
-                    r.check, r.load, r.save, r.tree, r.peak);
+        std::printf("%9d %10.0f %10.1f %10.1f %10.1f %10.1f %10.1f%s\n", n,
+                    static_cast<double>(size) / 1024.0, r.check, r.load, r.save, r.tree, r.peak,
+                    n == 100000 ? "   target: save <= 100 ms" : "");
         std::fflush(stdout);
     }
     for (std::size_t i = 1; i < rows.size(); ++i) {
         const Row& a = rows[i - 1];
         const Row& b = rows[i];
-        std::printf("%d -> %d records (x%.0f): check+load x%.1f, save x%.1f\n", a.n, b.n,
-                    static_cast<double>(b.n) / a.n, (b.check + b.load) / (a.check + a.load), b.save / a.save);
+        std::printf("%d -> %d records (x%.0f): check+load x%.1f, save x%.1f   target: at most x%.0f\n", a.n,
+                    b.n, static_cast<double>(b.n) / a.n, (b.check + b.load) / (a.check + a.load),
+                    b.save / a.save, 1.1 * b.n / a.n);
     }
     return 0;
 }

@@ -7,9 +7,36 @@
 #include <sodium.h>
 
 #include <cerrno>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace {
+
+qint64 wallNs() {
+    timespec ts{};
+    ::clock_gettime(CLOCK_REALTIME, &ts);
+    return static_cast<qint64>(ts.tv_sec) * 1000000000LL + ts.tv_nsec;
+}
+
+void fromStat(clsFileIdentity& Id, const struct stat& St) {
+    Id.Exists = true;
+    Id.Size = St.st_size;
+    Id.MTimeNs = static_cast<qint64>(St.st_mtim.tv_sec) * 1000000000LL + St.st_mtim.tv_nsec;
+    Id.Inode = St.st_ino;
+    Id.CTimeNs = static_cast<qint64>(St.st_ctim.tv_sec) * 1000000000LL + St.st_ctim.tv_nsec;
+}
+
+// Any write after Id was taken moves the change time on, unless the file system's clock
+// had not moved on yet: file systems with time stamps in whole seconds (no part of a
+// second at all) get three seconds, the others a tenth of a second.
+bool settled(const clsFileIdentity& Id) {
+    const bool coarse = Id.CTimeNs % 1000000000LL == 0 || Id.MTimeNs % 1000000000LL == 0;
+    return Id.TakenNs > 0 && Id.CTimeNs + (coarse ? 3000000000LL : 100000000LL) < Id.TakenNs;
+}
+
+} // namespace
 
 bool ReadFileWithIdentity(const QString& Path, QByteArray& Bytes, clsFileIdentity& Id) {
     TRACE_PROC("modMain.ReadFileWithIdentity", Path);
@@ -24,10 +51,8 @@ bool ReadFileWithIdentity(const QString& Path, QByteArray& Bytes, clsFileIdentit
         ::close(fd);
         return false;
     }
-    Id.Exists = true;
-    Id.Size = st.st_size;
-    Id.MTimeNs = static_cast<qint64>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
-    Id.Inode = st.st_ino;
+    fromStat(Id, st);
+    Id.TakenNs = wallNs();
     Bytes.resize(st.st_size);
     qint64 got = 0;
     while (got < Bytes.size()) {
@@ -59,4 +84,26 @@ clsFileIdentity ReadFileIdentity(const QString& Path) {
     // all the same.
     sodium_memzero(bytes.data(), static_cast<size_t>(bytes.size()));
     return id;
+}
+
+bool FileUnchanged(const QString& Path, clsFileIdentity& Known, bool* Exists) {
+    TRACE_PROC("modMain.FileUnchanged", Path);
+    struct stat st;
+    const bool there = ::stat(QFile::encodeName(Path).constData(), &st) == 0 && S_ISREG(st.st_mode);
+    if (Exists)
+        *Exists = there;
+    if (!there)
+        return !Known.Exists;
+    clsFileIdentity now;
+    fromStat(now, st);
+    if (!Known.Exists || now.Size != Known.Size || now.MTimeNs != Known.MTimeNs || now.Inode != Known.Inode)
+        return false;
+    if (now.CTimeNs == Known.CTimeNs && settled(Known) && !Known.Digest.isEmpty())
+        return true;
+    const clsFileIdentity read = ReadFileIdentity(Path);
+    if (!(read == Known))
+        return false;
+    Known.CTimeNs = read.CTimeNs;
+    Known.TakenNs = read.TakenNs;
+    return true;
 }

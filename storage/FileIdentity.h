@@ -13,12 +13,26 @@ struct clsFileIdentity {
     qint64 MTimeNs = 0;
     quint64 Inode = 0;
     QByteArray Digest; // BLAKE2b-256 of the whole file
+    // Not part of the identity, for the quick check only: the change time (no program can
+    // set it; a rename alone moves it on) and the wall clock when the identity was taken.
+    qint64 CTimeNs = 0;
+    qint64 TakenNs = 0;
 
-    bool operator==(const clsFileIdentity&) const = default;
+    bool operator==(const clsFileIdentity& O) const {
+        return Exists == O.Exists && Size == O.Size && MTimeNs == O.MTimeNs && Inode == O.Inode &&
+               Digest == O.Digest;
+    }
 };
 
 // The identity of the file at Path now; Exists false when there is no file to read.
 clsFileIdentity ReadFileIdentity(const QString& Path);
+// True when the file at Path is still the one Known describes. A stat decides when size,
+// time, inode and change time all agree and the change time is far enough before the
+// moment Known was taken that no write since could have left it as it was (coarse time
+// stamps, as on FAT, need seconds). Otherwise the bytes are read and hashed; when they
+// agree, Known takes the new change time and moment, so the next check is a stat alone.
+// Exists, when given, tells whether there is a file at Path.
+bool FileUnchanged(const QString& Path, clsFileIdentity& Known, bool* Exists = nullptr);
 // Reads the whole file and its identity from one open file, so the two always agree.
 // False when there is no file or it cannot be read (Id.Exists tells which).
 bool ReadFileWithIdentity(const QString& Path, QByteArray& Bytes, clsFileIdentity& Id);

@@ -26,6 +26,18 @@ void appendUtf8(std::string& Out, char32_t c) {
     }
 }
 
+// A stored value's text as UTF-8: its escapes undone.
+void appendUnescaped(std::string& Out, QByteArrayView Escaped) {
+    for (qsizetype i = 0; i < Escaped.size(); ++i) {
+        char c = Escaped[i];
+        if (c == '\\' && i + 1 < Escaped.size()) {
+            const char e = Escaped[++i];
+            c = e == 's' ? static_cast<char>(0x87) : e == 'r' ? '\r' : e == 'n' ? '\n' : e;
+        }
+        Out += c;
+    }
+}
+
 // Values may be passwords: the buffers are wiped before they are let go.
 void wipe(std::string& s) {
     if (!s.empty())
@@ -70,16 +82,17 @@ void clsFoldedSearch::AppendFoldedEscaped(std::string& Out, QByteArrayView Escap
     }
 }
 
-clsFoldedSearch::Column& clsFoldedSearch::column(int TblNum, int FldNum) {
+clsFoldedSearch::Column& clsFoldedSearch::column(int TblNum, int FldNum, bool Folded) {
     for (Column& c : m_cols)
-        if (c.TblNum == TblNum && c.FldNum == FldNum)
+        if (c.TblNum == TblNum && c.FldNum == FldNum && c.Folded == Folded)
             return c;
-    m_cols.push_back(Column{TblNum, FldNum, {}});
+    m_cols.push_back(Column{TblNum, FldNum, Folded, {}});
     return m_cols.back();
 }
 
-void clsFoldedSearch::build(const TableEntry& t, int FldNum, int BlockNo, Block& b) {
-    TRACE_PROC("TableEngine.BuildFoldedBlock", FldNum, BlockNo);
+void clsFoldedSearch::build(const TableEntry& t, const Column& c, int BlockNo, Block& b) {
+    TRACE_PROC("TableEngine.BuildFoldedBlock", c.FldNum, c.Folded, BlockNo);
+    const int FldNum = c.FldNum;
     wipe(b.Text);
     b.End.clear();
     const int from = BlockNo * kBlockRecs;
@@ -87,7 +100,7 @@ void clsFoldedSearch::build(const TableEntry& t, int FldNum, int BlockNo, Block&
     b.End.reserve(static_cast<std::size_t>(to - from));
     for (int i = from; i < to; ++i) {
         if (FldNum <= t.Records.fieldCount(i))
-            AppendFoldedEscaped(b.Text, t.Records.escaped(i, FldNum - 1));
+            (c.Folded ? AppendFoldedEscaped : appendUnescaped)(b.Text, t.Records.escaped(i, FldNum - 1));
         b.Text += '\0';
         b.End.push_back(static_cast<unsigned>(b.Text.size()));
     }
@@ -95,11 +108,20 @@ void clsFoldedSearch::build(const TableEntry& t, int FldNum, int BlockNo, Block&
 }
 
 int clsFoldedSearch::Find(const DatabaseRecord& db, int TblNum, const QList<int>& FldNums,
-                          const QString& SText, int Start) {
+                          const QString& SText, int Start, bool CaseSens) {
     TRACE_PROC("TableEngine.FindFolded", TblNum, SText, Start);
     std::string needle;
-    if (SText.isEmpty() || !AppendFolded(needle, SText))
+    if (SText.isEmpty())
         return -1;
+    if (CaseSens) {
+        for (const QChar ch : SText)
+            if (ch.unicode() == 0 || ch.isSurrogate())
+                return -1;
+        const QByteArray u = SText.toUtf8();
+        needle.assign(u.constData(), static_cast<std::size_t>(u.size()));
+    } else if (!AppendFolded(needle, SText)) {
+        return -1;
+    }
     if (m_for != &db)
         Clear();
     m_for = &db;
@@ -110,7 +132,7 @@ int clsFoldedSearch::Find(const DatabaseRecord& db, int TblNum, const QList<int>
     for (int fld : FldNums) {
         if (fld < 1)
             continue;
-        Column& col = column(TblNum, fld);
+        Column& col = column(TblNum, fld, !CaseSens);
         if (static_cast<int>(col.Blocks.size()) != nBlocks) {
             // A count that changed without a word: every block after the shorter end is new.
             const std::size_t keep =
@@ -126,7 +148,7 @@ int clsFoldedSearch::Find(const DatabaseRecord& db, int TblNum, const QList<int>
         for (int bn = first / kBlockRecs; bn * kBlockRecs < stop; ++bn) {
             Block& b = col.Blocks[static_cast<std::size_t>(bn)];
             if (!b.Ready)
-                build(t, fld, bn, b);
+                build(t, col, bn, b);
             const int local = std::max(first - bn * kBlockRecs, 0);
             if (local >= static_cast<int>(b.End.size()))
                 continue;

@@ -6,6 +6,9 @@
 // conversion of any value. Blocks are made when a search first needs them and made again
 // after the engine is told that their records changed.
 //
+// A search that minds letter case has its own copy of the same shape, of the values as
+// they are.
+//
 // Folding is Unicode simple case folding of each UTF-16 unit (ASCII by table), which is
 // what the engine's own matcher does, so both find the same records. A search text that
 // this copy cannot answer exactly (empty, with a surrogate or a NUL) is left to the caller.
@@ -25,8 +28,9 @@ public:
     // The first record at or after Start (from 1) of table TblNum of db whose value in any of
     // FldNums contains SText (case folded); 0 when none does; -1 when the text is one this
     // copy leaves to the caller. The copy follows db: another structure drops it.
-    int Find(const DatabaseRecord& db, int TblNum, const QList<int>& FldNums, const QString& SText,
-             int Start);
+    // With CaseSens the copy holds the values as they are, and a search matches letter case.
+    int Find(const DatabaseRecord& db, int TblNum, const QList<int>& FldNums, const QString& SText, int Start,
+             bool CaseSens = false);
     // Records From..To (from 1) of table TblNum changed; To = INT_MAX: every record from
     // From on (records were added, removed or moved up).
     void Changed(int TblNum, int From, int To = INT_MAX);
@@ -48,10 +52,11 @@ private:
     struct Column {
         int TblNum = 0;
         int FldNum = 0;
+        bool Folded = true;
         std::vector<Block> Blocks;
     };
-    Column& column(int TblNum, int FldNum);
-    void build(const TableEntry& t, int FldNum, int BlockNo, Block& b);
+    Column& column(int TblNum, int FldNum, bool Folded);
+    void build(const TableEntry& t, const Column& c, int BlockNo, Block& b);
 
     const DatabaseRecord* m_for = nullptr;
     std::vector<Column> m_cols;

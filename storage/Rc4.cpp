@@ -4,6 +4,7 @@
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Trace.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 
@@ -51,7 +52,10 @@ void Rc4::Apply(char* Data, qsizetype Len) {
 
 namespace {
 
-bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key) {
+// Written, when given, receives the identity of the file written: its digest taken from
+// the bytes as they go out, its size, time and inode from the synced file.
+bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key,
+                clsFileIdentity* Written = nullptr) {
     TRACE_PROC("clsRC4.CipherFile", InPath, OutPath, Flag, HIDDEN(Key));
     QFile in(InPath);
     if (!QFileInfo(InPath).isFile() || !in.open(QIODevice::ReadOnly))
@@ -68,6 +72,9 @@ bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const 
     constexpr qsizetype kChunk = 1 << 20;
     QByteArray buf(kChunk, Qt::Uninitialized);
     bool readOk = true;
+    crypto_generichash_state hash;
+    if (Written)
+        crypto_generichash_init(&hash, nullptr, 0, crypto_generichash_BYTES);
     for (;;) {
         const qint64 got = in.read(buf.data(), kChunk);
         if (got < 0) {
@@ -77,6 +84,9 @@ bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const 
         if (got == 0)
             break;
         rc4.Apply(buf.data(), got);
+        if (Written)
+            crypto_generichash_update(&hash, reinterpret_cast<const unsigned char*>(buf.constData()),
+                                      static_cast<unsigned long long>(got));
         if (!out.Write(buf.constData(), got))
             break;
     }
@@ -85,7 +95,22 @@ bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const 
         out.Cancel();
         return false;
     }
-    return out.Commit();
+    if (!out.Commit())
+        return false;
+    if (Written) {
+        *Written = clsFileIdentity();
+        QByteArray digest(crypto_generichash_BYTES, Qt::Uninitialized);
+        crypto_generichash_final(&hash, reinterpret_cast<unsigned char*>(digest.data()),
+                                 crypto_generichash_BYTES);
+        // The change time is left unknown: the rename moves it on, so the first check after
+        // the save reads the file once more, and takes it from there.
+        if (out.WrittenStat(Written->Size, Written->MTimeNs, Written->Inode)) {
+            Written->Exists = true;
+            Written->Digest = digest;
+            Written->TakenNs = QDateTime::currentMSecsSinceEpoch() * 1000000LL;
+        }
+    }
+    return true;
 }
 
 } // namespace
@@ -93,6 +118,12 @@ bool cipherFile(const QString& InPath, const QString& OutPath, bool Flag, const 
 bool EncryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key) {
     TRACE_PROC("clsRC4.EncryptFile", InPath, OutPath, Flag, HIDDEN(Key));
     return cipherFile(InPath, OutPath, Flag, Key);
+}
+
+bool EncryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key,
+                 clsFileIdentity& Written) {
+    TRACE_PROC("clsRC4.EncryptFile", InPath, OutPath, Flag, HIDDEN(Key));
+    return cipherFile(InPath, OutPath, Flag, Key, &Written);
 }
 
 bool DecryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key) {

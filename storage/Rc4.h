@@ -34,6 +34,11 @@ private:
 // Returns false when InPath cannot be read or OutPath cannot be written (a full disk):
 // OutPath then keeps what it held.
 bool EncryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key);
+// EncryptFile that also gives the identity of the file it wrote (see FileIdentity.h), from
+// the bytes written and the synced file, without reading it back. An identity with
+// Exists false when that could not be had.
+bool EncryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key,
+                 clsFileIdentity& Written);
 // RC4 is its own inverse: the same as EncryptFile.
 bool DecryptFile(const QString& InPath, const QString& OutPath, bool Flag, const QString& Key);
 // DecryptFile that also gives the identity (size, time, inode, digest) of exactly the

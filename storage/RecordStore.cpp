@@ -288,7 +288,9 @@ RecordStore RecordStore::fromRows(const QList<QStringList>& Rows) {
 }
 
 bool RecordStore::sameValue(int Row, int Fld, const RecordStore& Other, int ORow, int OFld) const {
-    return escaped(Row, Fld) == Other.escaped(ORow, OFld);
+    const QByteArrayView a = escaped(Row, Fld), b = Other.escaped(ORow, OFld);
+    // Copies of one reading point at the very same bytes.
+    return a.size() == b.size() && (a.data() == b.data() || a == b);
 }
 
 bool RecordStore::sameRow(int Row, const RecordStore& Other, int ORow) const {

@@ -347,13 +347,11 @@ int TableEngine::FindRecordInFields(const DatabaseRecord& db, int TblNum, const 
     TRACE_PROC("TableEngine.FindRecordInFields", TblNum, SText, Start, CaseSens);
     if (!tblOk(db, TblNum))
         return 0;
-    if (!CaseSens) {
-        if (!m_folded)
-            m_folded = std::make_unique<clsFoldedSearch>();
-        const int r = m_folded->Find(db, TblNum, FldNums, SText, Start);
-        if (r >= 0)
-            return r;
-    }
+    if (!m_folded)
+        m_folded = std::make_unique<clsFoldedSearch>();
+    const int r = m_folded->Find(db, TblNum, FldNums, SText, Start, CaseSens);
+    if (r >= 0)
+        return r;
     const RecordStore& recs = db.Tables[TblNum - 1].Records;
     const TextMatcher match(SText, CaseSens);
     const int n = recs.size();

@@ -135,8 +135,8 @@ public:
     // repeats and bad numbers ignored). Answers how many were removed.
     int DeleteRecs(DatabaseRecord& db, int TblNum, const QList<int>& RecNums);
 
-    // Beyond the classic set: a search without regard to case answers from a folded copy
-    // of the searched columns that the engine keeps for the structure it last searched.
+    // Beyond the classic set: a search answers from a copy of the searched columns (case
+    // folded, or as they are) that the engine keeps for the structure it last searched.
     // Whoever changes that structure other than through the engine says so here: records
     // From..To of a table (To = INT_MAX: From and every later one), or all of it.
     void TableChanged(int TblNum, int From, int To = INT_MAX);

@@ -95,6 +95,8 @@ public:
     bool HasFileState() const { return lHasFileState; }
     const DatabaseRecord& Base() const { return lBase; }
     const clsFileIdentity& FileId() const { return lFileId; }
+    // The same file, checked again (FileUnchanged): only the moment of the check is new.
+    void SetFileId(const clsFileIdentity& Id) { lFileId = Id; }
     // True when the tables in memory differ from the base (always false without one).
     bool HasUnsavedChanges() const;
     // Replaces the structure (after a merge), keeping path and access time.

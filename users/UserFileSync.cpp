@@ -35,12 +35,15 @@ int writeUserFile(const clsDatabasePtr& DB, const QString& Path, const QString& 
         return usWriteFailed;
     }
     int r = MDFM->SaveDB(DB, tmp, WriteKey, false);
-    if (r >= 0 && !EncryptFile(tmp, Path, true, WriteKey))
+    clsFileIdentity written;
+    if (r >= 0 && !EncryptFile(tmp, Path, true, WriteKey, written))
         r = usWriteFailed;
     TrueKill(tmp);
     if (r < 0)
         return usWriteFailed;
-    DB->MarkSaved(ReadFileIdentity(Path));
+    // The identity of the bytes just written, without reading them back; should it be
+    // missing, the file is read as any other.
+    DB->MarkSaved(written.Exists ? written : ReadFileIdentity(Path));
     return usSaved;
 }
 
@@ -55,9 +58,13 @@ int saveShared(const clsDatabasePtr& DB, const QString& ReadKey, const QString& 
     if (!lock.Acquire())
         return lockFailure(lock);
     int result = usSaved;
-    const clsFileIdentity now = ReadFileIdentity(path);
-    const bool changed = DB->HasFileState() && !(now == DB->FileId());
-    if ((changed || ForceRead) && !now.Exists) {
+    bool exists = false;
+    clsFileIdentity known = DB->FileId();
+    const bool unchanged = FileUnchanged(path, known, &exists);
+    const bool changed = DB->HasFileState() && !unchanged;
+    if (DB->HasFileState() && unchanged)
+        DB->SetFileId(known);
+    if ((changed || ForceRead) && !exists) {
         if (Mode != SaveMode::Recreate)
             return usFileDeleted;
     } else if (changed || ForceRead) {
@@ -151,8 +158,13 @@ int RefreshUsDB(const clsDatabasePtr& DB, const QString& Pasw) {
     clsUserFileLock lock(path);
     if (!lock.Acquire())
         return lockFailure(lock);
-    if (DB->HasFileState() && ReadFileIdentity(path) == DB->FileId())
-        return 0;
+    if (DB->HasFileState()) {
+        clsFileIdentity known = DB->FileId();
+        if (FileUnchanged(path, known)) {
+            DB->SetFileId(known);
+            return 0;
+        }
+    }
     DatabaseRecord theirs;
     clsFileIdentity id;
     const int r = ReadUserFile(path, Pasw, theirs, id, DB->DBView().Key);
