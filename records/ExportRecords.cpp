@@ -113,7 +113,8 @@ void appendXmlText(QByteArray& Out, const QString& S) {
 class XmlExport {
 public:
     XmlExport(RowTree& T, QByteArray& Out, ExpCounts& C) : m_t(T), m_o(Out), m_c(C) {}
-    void Run(const QString& RootID, const QString& RootName) {
+    // RootRow: the row of the folder exported, -1 for the whole user.
+    void Run(const QString& RootID, const QString& RootName, int RootRow) {
         m_o.append("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<KeePassFile>\n");
         m_depth = 1;
         open("Meta");
@@ -121,7 +122,7 @@ public:
         text("DatabaseName", RootName);
         close("Meta");
         open("Root");
-        group(RootID, RootName, -1);
+        group(RootID, RootName, RootRow, true);
         close("Root");
         m_o.append("</KeePassFile>\n");
     }
@@ -196,12 +197,15 @@ private:
         look(Row, "1key");
         close("Entry");
     }
-    void group(const QString& Id, const QString& Name, int Row) {
+    // The top group stands for the folder exported: its notes go with it, its look not.
+    void group(const QString& Id, const QString& Name, int Row, bool Top = false) {
         open("Group");
         text("UUID", newUuid());
         text("Name", Name);
+        if (Row >= 0 && !m_t.v(Row, m_t.Desc).isEmpty())
+            text("Notes", m_t.v(Row, m_t.Desc));
         text("IconID", u"48"_s);
-        if (Row >= 0)
+        if (Row >= 0 && !Top)
             look(Row, "2key");
         const QList<int> kids = m_t.Kids(Id);
         for (int r : kids)
@@ -248,15 +252,16 @@ QByteArray ExportRecordTree(const clsDatabase& pDB, const QString& RootID, ExpFo
     if (!t.Ok())
         return QByteArray();
     QString rootName = pDB.Tag();
+    int rootRow = -1;
     if (RootID != "0"_L1) {
-        const int row = t.RowOf(RootID);
-        if (row < 0 || t.IsRecord(row))
+        rootRow = t.RowOf(RootID);
+        if (rootRow < 0 || t.IsRecord(rootRow))
             return QByteArray();
-        rootName = t.v(row, t.Title);
+        rootName = t.v(rootRow, t.Title);
     }
     QByteArray out;
     if (Format == ExpFormat::KeePassXml) {
-        XmlExport(t, out, c).Run(RootID, rootName);
+        XmlExport(t, out, c).Run(RootID, rootName, rootRow);
     } else {
         QString text;
         AppendCsvRecord(text, {u"Group"_s, u"Title"_s, u"Username"_s, u"Password"_s, u"URL"_s, u"Notes"_s,

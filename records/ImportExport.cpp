@@ -327,6 +327,8 @@ QString ImportIntoDB(const ImpData& Data, const QString& ParentID, const QString
     const QString top = GetNewIndNum(db);
     AddFolderToDB(FolderName, CLng(ParentID), top);
     const int first = db.GetTblRecNum(tbl);
+    if (!Data.Notes.isEmpty())
+        db.SetTblFldValNm(tbl, first, QStringLiteral("Description"), Data.Notes);
     if (FirstRec)
         *FirstRec = first;
 
@@ -349,6 +351,9 @@ QString ImportIntoDB(const ImpData& Data, const QString& ParentID, const QString
         if (r.Folder) {
             const QString id = GetNewIndNum(db);
             AddFolderToDB(r.Title, parent.toInt(), id);
+            // The notes of a source's group.
+            if (!r.Desc.isEmpty())
+                db.SetTblFldValNm(tbl, db.GetTblRecNum(tbl), QStringLiteral("Description"), r.Desc);
             ids.append(id);
         } else {
             ids.append(AddRecordToDB(db, parent, r.Title, r.Login, r.Password, r.Desc));

@@ -9,8 +9,10 @@
 // Title, user name, password and notes map onto Title, Login, Password and Description;
 // whatever else an entry carries (URL, TOTP seed, custom fields, tags, expiry, card and
 // identity fields, names of attachments) follows the notes in the description as
-// "Name: value" lines, so nothing the user typed is dropped. Times, icons of the source,
-// entry history, old passwords and the recycle bin are not brought in.
+// "Name: value" lines, so nothing the user typed is dropped. The notes of a KeePass group
+// go into the Description of its folder row, those of the top group into the new
+// folder's (our XML export writes them back as the groups' notes). Times, icons of the source, entry history,
+// old passwords and the recycle bin are not brought in.
 //
 // Formats (the names are those argentpm takes):
 //   keepass-xml     KeePass 2 XML, as KeePass and `keepassxc-cli export -f xml` write it
@@ -78,13 +80,14 @@ struct ImpError {
 struct ImpRow {
     int Parent = -1; // index of the folder row holding it; -1 for the new folder itself
     bool Folder = false;
-    QString Title, Login, Password, Desc;
-    QString Flags, Image; // empty for the defaults of a new row
+    QString Title, Login, Password, Desc; // Desc of a folder: the notes of a KeePass group
+    QString Flags, Image;                 // empty for the defaults of a new row
 };
 
 struct ImpData {
     ImpFormat Format = ImpFormat::Detect;
     QList<ImpRow> Rows;
+    QString Notes; // the notes of the source itself (a KeePass file's top group)
     int Folders = 0, Records = 0;
     QStringList Header; // CSV: the names of the columns
 };

@@ -1,4 +1,9 @@
 // Import of KeePass 2 XML: the unencrypted export that KeePass and KeePassXC write.
+//
+// libxml2's SAX2 push parser reads the file in pieces as it goes: a large export is never
+// held whole, and no tree of it is built. The handlers below follow where they are with a
+// stack of element kinds; what an entry, group or custom data item carries is gathered
+// while it is open and becomes a row when it closes.
 
 #include "records/ImportExport.h"
 
@@ -6,284 +11,499 @@
 
 #include <QDateTime>
 #include <QHash>
+#include <QIODevice>
 #include <QRegularExpression>
-#include <QXmlStreamReader>
 #include <QtEndian>
+
+#include <libxml/parser.h>
+#include <libxml/xmlerror.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
 
 namespace {
 
 using namespace Qt::StringLiterals;
 
+// What an open element is, by its name and the kind of its parent. The kinds after
+// TextFirst hold a value whose text is gathered.
+enum Kind : unsigned char {
+    kSkip, // anything not read, with everything inside it
+    kFile,
+    kMeta,
+    kRoot,
+    kGroup,
+    kCustomData,
+    kItem,
+    kEntry,
+    kString,
+    kBinary,
+    kTimes,
+    kTextFirst,
+    kBinUuid = kTextFirst,
+    kBinEnabled,
+    kGroupUuid,
+    kGroupName,
+    kGroupNotes,
+    kItemKey,
+    kItemValue,
+    kStringKey,
+    kStringValue,
+    kBinaryKey,
+    kTags,
+    kForeground,
+    kExpires,
+    kExpiryTime,
+};
+
+bool is(const xmlChar* Name, const char* What) {
+    return std::strcmp(reinterpret_cast<const char*>(Name), What) == 0;
+}
+
+Kind kindOf(Kind Parent, const xmlChar* n) {
+    switch (Parent) {
+    case kFile:
+        return is(n, "Meta") ? kMeta : is(n, "Root") ? kRoot : kSkip;
+    case kMeta:
+        return is(n, "RecycleBinUUID") ? kBinUuid : is(n, "RecycleBinEnabled") ? kBinEnabled : kSkip;
+    case kRoot:
+        return is(n, "Group") ? kGroup : kSkip;
+    case kGroup:
+        return is(n, "Entry")        ? kEntry
+               : is(n, "Group")      ? kGroup
+               : is(n, "UUID")       ? kGroupUuid
+               : is(n, "Name")       ? kGroupName
+               : is(n, "Notes")      ? kGroupNotes
+               : is(n, "CustomData") ? kCustomData
+                                     : kSkip;
+    case kCustomData:
+        return is(n, "Item") ? kItem : kSkip;
+    case kItem:
+        return is(n, "Key") ? kItemKey : is(n, "Value") ? kItemValue : kSkip;
+    case kEntry:
+        // History, AutoType and the rest are skipped.
+        return is(n, "String")            ? kString
+               : is(n, "Binary")          ? kBinary
+               : is(n, "Times")           ? kTimes
+               : is(n, "Tags")            ? kTags
+               : is(n, "ForegroundColor") ? kForeground
+               : is(n, "CustomData")      ? kCustomData
+                                          : kSkip;
+    case kString:
+        return is(n, "Key") ? kStringKey : is(n, "Value") ? kStringValue : kSkip;
+    case kBinary:
+        return is(n, "Key") ? kBinaryKey : kSkip;
+    case kTimes:
+        return is(n, "Expires") ? kExpires : is(n, "ExpiryTime") ? kExpiryTime : kSkip;
+    default:
+        return kSkip;
+    }
+}
+
+// Our own look of a row, as our export writes it.
+void applyLook(ImpRow& Row, const QHash<QString, QString>& Data) {
+    static const QRegularExpression flags(u"^-?\\d{1,10}\\|\\d{1,10}$"_s), image(u"^\\d{1,4}key$"_s);
+    const QString f = Data.value(u"ArgentPM.Flags"_s), i = Data.value(u"ArgentPM.Image"_s);
+    if (flags.match(f).hasMatch())
+        Row.Flags = f;
+    if (image.match(i).hasMatch())
+        Row.Image = i;
+}
+
+// An expiry time: ISO text (KDBX 3) or base64 of the seconds since 0001-01-01 (KDBX 4).
+QString expiryText(const QString& Raw) {
+    const QByteArray bin = QByteArray::fromBase64(Raw.toLatin1());
+    if (bin.size() == 8 && !Raw.contains(u'-')) {
+        const qint64 secs = qFromLittleEndian<qint64>(bin.constData());
+        const QDateTime t = QDateTime(QDate(1, 1, 1), QTime(0, 0), Qt::UTC).addSecs(secs);
+        return t.toString(Qt::ISODate);
+    }
+    return Raw;
+}
+
+bool isTrue(const QString& Text) {
+    return Text.trimmed().compare("True"_L1, Qt::CaseInsensitive) == 0;
+}
+
 class KeePassXmlParser {
 public:
-    KeePassXmlParser(const QByteArray& Bytes, ImpData& Out, const ImpProgress& Progress)
-        : m_x(Bytes), m_out(Out), m_progress(Progress), m_total(Bytes.size()) {}
-    // From a file, read as it goes: a large export is never held whole, nor decoded whole.
-    KeePassXmlParser(QIODevice* Device, ImpData& Out, const ImpProgress& Progress)
-        : m_x(Device), m_out(Out), m_progress(Progress), m_total(Device->size()) {}
+    // Source answers like read(): the bytes put into Buffer (at most Size), 0 at the end,
+    // -1 when the file cannot be read.
+    using Source = std::function<qint64(char* Buffer, qint64 Size)>;
 
-    bool Run(ImpError& Err) {
-        if (!m_x.readNextStartElement())
-            return fail(Err);
-        if (m_x.name() != "KeePassFile"_L1) {
-            Err = ImpError{impXmlNotKeePass, 0, m_x.name().toString()};
-            return false;
-        }
-        while (m_x.readNextStartElement()) {
-            if (m_x.name() == "Meta"_L1)
-                readMeta();
-            else if (m_x.name() == "Root"_L1)
-                readRoot();
-            else
-                m_x.skipCurrentElement();
-        }
-        if (m_x.hasError())
-            return fail(Err);
-        return true;
+    KeePassXmlParser(ImpData& Out, const ImpProgress& Progress, qint64 Total)
+        : m_out(Out), m_progress(Progress), m_total(Total) {
+        m_kinds.reserve(64);
     }
 
-private:
-    bool fail(ImpError& Err) {
-        Err.Code = impXmlBad;
-        Err.Line = static_cast<int>(m_x.lineNumber());
-        Err.Detail = m_x.hasError() ? m_x.errorString() : u"the file holds no XML element"_s;
-        if (m_ctxKind)
-            Err.Detail +=
-                u", in the <%1> that starts on line %2"_s.arg(QLatin1String(m_ctxKind)).arg(m_ctxLine);
+    bool Run(const Source& Read, ImpError& Err) {
+        xmlInitParser();
+        xmlSAXHandler h;
+        std::memset(&h, 0, sizeof h);
+        h.initialized = XML_SAX2_MAGIC;
+        h.startElementNs = &KeePassXmlParser::onStart;
+        h.endElementNs = &KeePassXmlParser::onEnd;
+        h.characters = &KeePassXmlParser::onText;
+        h.ignorableWhitespace = &KeePassXmlParser::onText;
+        h.cdataBlock = &KeePassXmlParser::onText;
+        h.serror = &KeePassXmlParser::onError;
+        // No handlers for entities: a file that declares its own gets an error, and
+        // nothing is ever fetched from outside.
+        m_read = &Read;
+        m_ctxt =
+            xmlCreateIOParserCtxt(&h, this, &KeePassXmlParser::onRead, nullptr, this, XML_CHAR_ENCODING_NONE);
+        if (!m_ctxt) {
+            failWith(0, u"the XML reader could not be started"_s);
+        } else {
+            xmlCtxtUseOptions(m_ctxt, XML_PARSE_NONET);
+            const int rc = xmlParseDocument(m_ctxt);
+            if (!m_failed && !m_done && (rc != 0 || !m_ctxt->wellFormed))
+                failWith(xmlSAX2GetLineNumber(m_ctxt), u"the XML reader stopped"_s);
+            if (!m_failed && !m_sawRoot)
+                failWith(xmlSAX2GetLineNumber(m_ctxt), u"the file holds no XML element"_s);
+            xmlFreeParserCtxt(m_ctxt);
+            m_ctxt = nullptr;
+        }
+        if (!m_failed)
+            return true;
+        Err = m_err;
+        m_out.Rows.clear();
         return false;
     }
 
-    void readMeta() {
-        while (m_x.readNextStartElement()) {
-            if (m_x.name() == "RecycleBinUUID"_L1)
-                m_binUuid = m_x.readElementText().trimmed();
-            else if (m_x.name() == "RecycleBinEnabled"_L1)
-                m_binOn = m_x.readElementText().trimmed().compare("False"_L1, Qt::CaseInsensitive) != 0;
-            else
-                m_x.skipCurrentElement();
+private:
+    struct GroupFrame {
+        int Self = -1; // the folder row, or the parent's for the top group
+        int Start = 0; // rows before this group's own
+        bool IsRoot = false;
+        long Line = 0;
+    };
+    // What an open entry has gathered so far.
+    struct EntryData {
+        ImpRow Row;
+        QString Notes, Url, Tags, Expiry, Foreground;
+        bool Expires = false;
+        QList<std::pair<QString, QString>> Custom;
+        QStringList Attachments;
+        QHash<QString, QString> Data;
+        long Line = 0;
+    };
+
+    static KeePassXmlParser* self(void* Ctx) { return static_cast<KeePassXmlParser*>(Ctx); }
+
+    static void onStart(void* Ctx, const xmlChar* Name, const xmlChar*, const xmlChar*, int, const xmlChar**,
+                        int AttrCount, int, const xmlChar** Attrs) {
+        self(Ctx)->start(Name, AttrCount, Attrs);
+    }
+    static void onEnd(void* Ctx, const xmlChar*, const xmlChar*, const xmlChar*) { self(Ctx)->end(); }
+    static void onText(void* Ctx, const xmlChar* Text, int Len) {
+        KeePassXmlParser* p = self(Ctx);
+        if (!p->m_kinds.empty() && p->m_kinds.back() >= kTextFirst)
+            p->m_text.append(reinterpret_cast<const char*>(Text), static_cast<std::size_t>(Len));
+    }
+    static int onRead(void* Ctx, char* Buffer, int Size) {
+        KeePassXmlParser* p = self(Ctx);
+        const qint64 n = (*p->m_read)(Buffer, Size);
+        if (n < 0) {
+            p->m_readFailed = true;
+            return -1;
+        }
+        p->m_fed += n;
+        return static_cast<int>(n);
+    }
+    static void onError(void* Ctx, xmlErrorPtr E) {
+        KeePassXmlParser* p = self(Ctx);
+        if (!E || E->level < XML_ERR_ERROR || p->m_failed || p->m_done || p->m_readFailed)
+            return;
+        QString msg = QString::fromUtf8(E->message ? E->message : "XML error").simplified();
+        p->failWith(E->line, msg);
+    }
+
+    long line() const { return xmlSAX2GetLineNumber(m_ctxt); }
+
+    // The innermost open entry or group, with the line it starts on, after the reason.
+    void failWith(long Line, const QString& Why) {
+        if (m_failed)
+            return;
+        m_failed = true;
+        m_err = ImpError{impXmlBad, static_cast<int>(Line), Why};
+        if (m_inEntry)
+            m_err.Detail += u", in the <Entry> that starts on line %1"_s.arg(m_entry.Line);
+        else if (!m_groups.empty())
+            m_err.Detail += u", in the <Group> that starts on line %1"_s.arg(m_groups.back().Line);
+        if (m_ctxt)
+            xmlStopParser(m_ctxt);
+    }
+
+    void start(const xmlChar* Name, int AttrCount, const xmlChar** Attrs) {
+        if (m_failed || m_done)
+            return;
+        if (m_kinds.empty()) {
+            m_sawRoot = true;
+            if (!is(Name, "KeePassFile")) {
+                m_failed = true;
+                m_err = ImpError{impXmlNotKeePass, 0, QString::fromUtf8(reinterpret_cast<const char*>(Name))};
+                xmlStopParser(m_ctxt);
+                return;
+            }
+            m_kinds.push_back(kFile);
+            return;
+        }
+        const Kind parent = static_cast<Kind>(m_kinds.back());
+        const Kind k = parent == kSkip ? kSkip : kindOf(parent, Name);
+        m_kinds.push_back(k);
+        if (k >= kTextFirst) {
+            m_text.clear();
+            if (k == kStringValue)
+                checkProtected(AttrCount, Attrs);
+            return;
+        }
+        switch (k) {
+        case kGroup:
+            openGroup(parent == kRoot);
+            break;
+        case kEntry:
+            m_inEntry = true;
+            m_entry = EntryData();
+            m_entry.Row.Parent = m_groups.back().Self;
+            m_entry.Line = line();
+            break;
+        case kCustomData:
+            m_items.clear();
+            break;
+        case kItem:
+            m_key.clear();
+            m_value.clear();
+            break;
+        case kString:
+            m_key.clear();
+            m_value.clear();
+            break;
+        default:
+            break;
         }
     }
 
-    void readRoot() {
-        while (m_x.readNextStartElement()) {
-            // The top group stands for the source itself: the new folder takes its place.
-            if (m_x.name() == "Group"_L1)
-                readGroup(-1, true);
-            else
-                m_x.skipCurrentElement();
-        }
-    }
-
-    // Custom data items: Item { Key, Value }.
-    QHash<QString, QString> readCustomData() {
-        QHash<QString, QString> items;
-        while (m_x.readNextStartElement()) {
-            if (m_x.name() != "Item"_L1) {
-                m_x.skipCurrentElement();
+    // A value enciphered with the inner stream of a database file (Protected="True")
+    // cannot be read from an export and stops the import.
+    void checkProtected(int AttrCount, const xmlChar** Attrs) {
+        for (int i = 0; i < AttrCount; ++i, Attrs += 5) {
+            if (!is(Attrs[0], "Protected"))
                 continue;
-            }
-            QString key, value;
-            while (m_x.readNextStartElement()) {
-                if (m_x.name() == "Key"_L1)
-                    key = m_x.readElementText();
-                else if (m_x.name() == "Value"_L1)
-                    value = m_x.readElementText();
-                else
-                    m_x.skipCurrentElement();
-            }
-            items.insert(key, value);
+            const QByteArray v(reinterpret_cast<const char*>(Attrs[3]), Attrs[4] - Attrs[3]);
+            if (v.compare("True", Qt::CaseInsensitive) == 0)
+                failWith(line(), u"the value of \"%1\" is enciphered (Protected=\"True\"); export the "
+                                 u"database to XML again"_s.arg(m_key));
         }
-        return items;
     }
 
-    // Our own look of a row, as our export writes it.
-    static void applyLook(ImpRow& Row, const QHash<QString, QString>& Data) {
-        static const QRegularExpression flags(u"^-?\\d{1,10}\\|\\d{1,10}$"_s), image(u"^\\d{1,4}key$"_s);
-        const QString f = Data.value(u"ArgentPM.Flags"_s), i = Data.value(u"ArgentPM.Image"_s);
-        if (flags.match(f).hasMatch())
-            Row.Flags = f;
-        if (image.match(i).hasMatch())
-            Row.Image = i;
+    QString text() const { return QString::fromUtf8(m_text.data(), static_cast<qsizetype>(m_text.size())); }
+
+    void end() {
+        if (m_failed || m_done || m_kinds.empty())
+            return;
+        const Kind k = static_cast<Kind>(m_kinds.back());
+        m_kinds.pop_back();
+        if (m_kinds.empty()) {
+            // The file ends with its top element, as it always did: whatever follows is
+            // not read.
+            m_done = true;
+            xmlStopParser(m_ctxt);
+            return;
+        }
+        const Kind parent = m_kinds.empty() ? kSkip : static_cast<Kind>(m_kinds.back());
+        switch (k) {
+        case kBinUuid:
+            m_binUuid = text().trimmed();
+            break;
+        case kBinEnabled:
+            m_binOn = text().trimmed().compare("False"_L1, Qt::CaseInsensitive) != 0;
+            break;
+        case kGroupUuid:
+            groupUuid(text().trimmed());
+            break;
+        case kGroupName:
+            if (!m_groups.back().IsRoot)
+                m_out.Rows[m_groups.back().Self].Title = text();
+            break;
+        case kGroupNotes:
+            (m_groups.back().IsRoot ? m_out.Notes : m_out.Rows[m_groups.back().Self].Desc) = text();
+            break;
+        case kItemKey:
+            m_key = text();
+            break;
+        case kItemValue:
+            m_value = text();
+            break;
+        case kItem:
+            m_items.insert(m_key, m_value);
+            break;
+        case kCustomData:
+            if (parent == kEntry)
+                m_entry.Data = m_items;
+            else if (!m_groups.back().IsRoot)
+                applyLook(m_out.Rows[m_groups.back().Self], m_items);
+            break;
+        case kStringKey:
+            m_key = text();
+            break;
+        case kStringValue:
+            m_value = text();
+            break;
+        case kString:
+            entryString();
+            break;
+        case kBinaryKey:
+            m_entry.Attachments.append(text());
+            break;
+        case kTags:
+            m_entry.Tags = text();
+            break;
+        case kForeground:
+            m_entry.Foreground = text().trimmed();
+            break;
+        case kExpires:
+            m_entry.Expires = isTrue(text());
+            break;
+        case kExpiryTime:
+            m_entry.Expiry = text().trimmed();
+            break;
+        case kEntry:
+            closeEntry();
+            break;
+        case kGroup:
+            m_groups.pop_back();
+            break;
+        default:
+            break;
+        }
     }
 
-    void readGroup(int Parent, bool IsRoot) {
-        const int start = static_cast<int>(m_out.Rows.size());
-        int self = Parent;
+    void openGroup(bool IsRoot) {
+        GroupFrame g;
+        g.Start = static_cast<int>(m_out.Rows.size());
+        g.IsRoot = IsRoot;
+        g.Line = line();
+        // The top group stands for the source itself: the new folder takes its place.
+        g.Self = IsRoot ? -1 : m_groups.back().Self;
         if (!IsRoot) {
-            ImpRow g;
-            g.Folder = true;
-            g.Parent = Parent;
-            m_out.Rows.append(g);
-            self = start;
+            ImpRow r;
+            r.Folder = true;
+            r.Parent = g.Self;
+            m_out.Rows.append(r);
+            g.Self = g.Start;
         }
-        const char* outerKind = m_ctxKind;
-        const qint64 outerLine = m_ctxLine;
-        m_ctxKind = "Group";
-        m_ctxLine = m_x.lineNumber();
-        while (m_x.readNextStartElement()) {
-            const QStringView n = m_x.name();
-            if (n == "UUID"_L1) {
-                const QString uuid = m_x.readElementText().trimmed();
-                if (!IsRoot && m_binOn && !m_binUuid.isEmpty() && uuid == m_binUuid) {
-                    // The recycle bin goes with everything in it.
-                    m_out.Rows.resize(start);
-                    while (m_x.readNextStartElement())
-                        m_x.skipCurrentElement();
-                    break;
-                }
-            } else if (n == "Name"_L1) {
-                const QString name = m_x.readElementText();
-                if (!IsRoot)
-                    m_out.Rows[self].Title = name;
-            } else if (n == "CustomData"_L1) {
-                const QHash<QString, QString> data = readCustomData();
-                if (!IsRoot)
-                    applyLook(m_out.Rows[self], data);
-            } else if (n == "Entry"_L1) {
-                readEntry(self);
-            } else if (n == "Group"_L1) {
-                readGroup(self, false);
-            } else {
-                m_x.skipCurrentElement();
-            }
-        }
-        m_ctxKind = outerKind;
-        m_ctxLine = outerLine;
+        m_groups.push_back(g);
     }
 
-    // String { Key, Value }; a value enciphered with the inner stream of a database file
-    // (Protected="True") cannot be read from an export and stops the import.
-    bool readString(QString& Key, QString& Value) {
-        while (m_x.readNextStartElement()) {
-            if (m_x.name() == "Key"_L1) {
-                Key = m_x.readElementText();
-            } else if (m_x.name() == "Value"_L1) {
-                if (m_x.attributes().value("Protected"_L1).compare("True"_L1, Qt::CaseInsensitive) == 0) {
-                    m_x.raiseError(u"the value of \"%1\" is enciphered (Protected=\"True\"); export the "
-                                   u"database to XML again"_s.arg(Key));
-                    return false;
-                }
-                Value = m_x.readElementText();
-            } else {
-                m_x.skipCurrentElement();
-            }
-        }
-        return true;
+    void groupUuid(const QString& Uuid) {
+        const GroupFrame& g = m_groups.back();
+        if (g.IsRoot || !m_binOn || m_binUuid.isEmpty() || Uuid != m_binUuid)
+            return;
+        // The recycle bin goes with everything in it: its rows so far are dropped, and the
+        // rest of the group is skipped.
+        m_out.Rows.resize(g.Start);
+        m_groups.pop_back();
+        m_kinds.back() = kSkip;
     }
 
-    // An expiry time: ISO text (KDBX 3) or base64 of the seconds since 0001-01-01 (KDBX 4).
-    static QString expiryText(const QString& Raw) {
-        const QByteArray bin = QByteArray::fromBase64(Raw.toLatin1());
-        if (bin.size() == 8 && !Raw.contains(u'-')) {
-            const qint64 secs = qFromLittleEndian<qint64>(bin.constData());
-            const QDateTime t = QDateTime(QDate(1, 1, 1), QTime(0, 0), Qt::UTC).addSecs(secs);
-            return t.toString(Qt::ISODate);
-        }
-        return Raw;
+    void entryString() {
+        EntryData& e = m_entry;
+        if (m_key == "Title"_L1)
+            e.Row.Title = m_value;
+        else if (m_key == "UserName"_L1)
+            e.Row.Login = m_value;
+        else if (m_key == "Password"_L1)
+            e.Row.Password = m_value;
+        else if (m_key == "Notes"_L1)
+            e.Notes = m_value;
+        else if (m_key == "URL"_L1)
+            e.Url = m_value;
+        else
+            e.Custom.append({m_key, m_value});
     }
 
-    void readEntry(int Parent) {
-        const qint64 groupLine = m_ctxLine;
-        m_ctxKind = "Entry";
-        m_ctxLine = m_x.lineNumber();
-        ImpRow r;
-        r.Parent = Parent;
-        QString notes, url, tags, expiry, foreground;
-        bool expires = false;
-        QList<std::pair<QString, QString>> custom;
-        QStringList attachments;
-        QHash<QString, QString> data;
-        while (m_x.readNextStartElement()) {
-            const QStringView n = m_x.name();
-            if (n == "String"_L1) {
-                QString key, value;
-                if (!readString(key, value))
-                    return;
-                if (key == "Title"_L1)
-                    r.Title = value;
-                else if (key == "UserName"_L1)
-                    r.Login = value;
-                else if (key == "Password"_L1)
-                    r.Password = value;
-                else if (key == "Notes"_L1)
-                    notes = value;
-                else if (key == "URL"_L1)
-                    url = value;
-                else
-                    custom.append({key, value});
-            } else if (n == "Binary"_L1) {
-                while (m_x.readNextStartElement()) {
-                    if (m_x.name() == "Key"_L1)
-                        attachments.append(m_x.readElementText());
-                    else
-                        m_x.skipCurrentElement();
-                }
-            } else if (n == "Tags"_L1) {
-                tags = m_x.readElementText();
-            } else if (n == "ForegroundColor"_L1) {
-                foreground = m_x.readElementText().trimmed();
-            } else if (n == "Times"_L1) {
-                while (m_x.readNextStartElement()) {
-                    if (m_x.name() == "Expires"_L1)
-                        expires =
-                            m_x.readElementText().trimmed().compare("True"_L1, Qt::CaseInsensitive) == 0;
-                    else if (m_x.name() == "ExpiryTime"_L1)
-                        expiry = m_x.readElementText().trimmed();
-                    else
-                        m_x.skipCurrentElement();
-                }
-            } else if (n == "CustomData"_L1) {
-                data = readCustomData();
-            } else {
-                // History, AutoType and the rest.
-                m_x.skipCurrentElement();
-            }
-        }
-        r.Desc = notes;
-        AppendDescLine(r.Desc, u"URL"_s, url);
-        for (const auto& [key, value] : custom)
+    void closeEntry() {
+        m_inEntry = false;
+        EntryData& e = m_entry;
+        ImpRow& r = e.Row;
+        r.Desc = e.Notes;
+        AppendDescLine(r.Desc, u"URL"_s, e.Url);
+        for (const auto& [key, value] : e.Custom)
             AppendDescLine(r.Desc, key, value);
-        AppendDescLine(r.Desc, u"Tags"_s, tags);
-        if (expires)
-            AppendDescLine(r.Desc, u"Expires"_s, expiryText(expiry));
-        for (const QString& a : attachments)
+        AppendDescLine(r.Desc, u"Tags"_s, e.Tags);
+        if (e.Expires)
+            AppendDescLine(r.Desc, u"Expires"_s, expiryText(e.Expiry));
+        for (const QString& a : e.Attachments)
             AppendDescLine(r.Desc, u"Attachment (not imported)"_s, a);
         static const QRegularExpression rgb(u"^#([0-9A-Fa-f]{2})([0-9A-Fa-f]{2})([0-9A-Fa-f]{2})$"_s);
-        if (const QRegularExpressionMatch m = rgb.match(foreground); m.hasMatch())
-            r.Flags =
-                QString::number(m.captured(1).toInt(nullptr, 16) | (m.captured(2).toInt(nullptr, 16) << 8) |
-                                (m.captured(3).toInt(nullptr, 16) << 16)) +
-                u"|0"_s;
-        applyLook(r, data);
-        m_out.Rows.append(r);
-        m_ctxKind = "Group";
-        m_ctxLine = groupLine;
+        if (!e.Foreground.isEmpty())
+            if (const QRegularExpressionMatch m = rgb.match(e.Foreground); m.hasMatch())
+                r.Flags = QString::number(m.captured(1).toInt(nullptr, 16) |
+                                          (m.captured(2).toInt(nullptr, 16) << 8) |
+                                          (m.captured(3).toInt(nullptr, 16) << 16)) +
+                          u"|0"_s;
+        if (!e.Data.isEmpty())
+            applyLook(r, e.Data);
+        m_out.Rows.append(std::move(r));
         if (m_progress && (++m_entries & 1023) == 0)
-            m_progress(m_x.characterOffset(), m_total);
+            m_progress(m_fed, m_total);
     }
 
-    QXmlStreamReader m_x;
+    xmlParserCtxtPtr m_ctxt = nullptr;
+    const Source* m_read = nullptr;
+    bool m_readFailed = false;
     ImpData& m_out;
     const ImpProgress& m_progress;
     qint64 m_total;
+    qint64 m_fed = 0;
     qint64 m_entries = 0;
+    bool m_failed = false, m_sawRoot = false, m_done = false;
+    ImpError m_err;
+
+    std::vector<unsigned char> m_kinds; // the open elements, outermost first
+    std::string m_text;                 // the text of the open value
+    std::vector<GroupFrame> m_groups;
+    bool m_inEntry = false;
+    EntryData m_entry;
+    QString m_key, m_value; // of the open String or custom data Item
+    QHash<QString, QString> m_items;
     QString m_binUuid;
     bool m_binOn = true;
-    // Where the reading is, for a message: the innermost group or entry and its line.
-    const char* m_ctxKind = nullptr;
-    qint64 m_ctxLine = 0;
 };
 
 } // namespace
 
 bool ParseKeePassXml(const QByteArray& Bytes, ImpData& Out, ImpError& Err, const ImpProgress& Progress) {
     TRACE_PROC("modImport.ParseKeePassXml", static_cast<long long>(Bytes.size()));
-    KeePassXmlParser p(Bytes, Out, Progress);
-    return p.Run(Err);
+    qsizetype at = 0;
+    KeePassXmlParser p(Out, Progress, Bytes.size());
+    return p.Run(
+        [&](char* Buffer, qint64 Size) {
+            const qsizetype n = std::min<qsizetype>(Size, Bytes.size() - at);
+            std::memcpy(Buffer, Bytes.constData() + at, n);
+            at += n;
+            return qint64(n);
+        },
+        Err);
 }
 
 bool ParseKeePassXmlFile(QIODevice& Device, ImpData& Out, ImpError& Err, const ImpProgress& Progress) {
     TRACE_PROC("modImport.ParseKeePassXmlFile", static_cast<long long>(Device.size()));
-    KeePassXmlParser p(&Device, Out, Progress);
-    return p.Run(Err);
+    KeePassXmlParser p(Out, Progress, Device.size());
+    bool readFailed = false;
+    if (p.Run(
+            [&](char* Buffer, qint64 Size) {
+                const qint64 n = Device.read(Buffer, Size);
+                readFailed = readFailed || n < 0;
+                return n;
+            },
+            Err))
+        return true;
+    if (readFailed)
+        Err = ImpError{impCantRead, 0, Device.errorString()};
+    return false;
 }

@@ -150,11 +150,13 @@ int clsFoldedSearch::Find(const DatabaseRecord& db, int TblNum, const QList<int>
             if (!b.Ready)
                 build(t, col, bn, b);
             const int local = std::max(first - bn * kBlockRecs, 0);
-            if (local >= static_cast<int>(b.End.size()))
+            // Only the records before the nearest match of another column can win.
+            const int limit = std::min(stop - bn * kBlockRecs, static_cast<int>(b.End.size()));
+            if (local >= limit)
                 continue;
             const std::size_t from = local == 0 ? 0 : b.End[static_cast<std::size_t>(local - 1)];
-            const void* hit =
-                ::memmem(b.Text.data() + from, b.Text.size() - from, needle.data(), needle.size());
+            const std::size_t to = b.End[static_cast<std::size_t>(limit - 1)];
+            const void* hit = ::memmem(b.Text.data() + from, to - from, needle.data(), needle.size());
             if (!hit)
                 continue;
             const auto pos = static_cast<unsigned>(static_cast<const char*>(hit) - b.Text.data());

@@ -122,6 +122,22 @@ struct RecordStore::Data : QSharedData {
         return Cell{off | kInExtra, static_cast<std::uint32_t>(Bytes.size())};
     }
 
+    // A text escaped straight into the append area (no buffer of its own to wipe).
+    Cell storeText(const QString& Text) {
+        if (Text.isEmpty())
+            return Cell{0, 0};
+        // At most 6 bytes per UTF-16 unit (TableFile.cpp).
+        const qsizetype most = Text.size() * 6;
+        if (Extra.size() + most > kMaxArea)
+            compactExtra();
+        else
+            maybeCompactExtra();
+        reserveExtra(most);
+        const auto off = static_cast<std::uint32_t>(Extra.size());
+        AppendEscaped(Extra, Text);
+        return Cell{off | kInExtra, static_cast<std::uint32_t>(Extra.size() - off)};
+    }
+
     // A copy of a value of another store; values of the same read bytes are shared.
     Cell copyOf(const Data& From, const Cell& C) {
         if (!(C.Off & kInExtra) && From.Base.constData() == Base.constData())
@@ -322,10 +338,9 @@ bool RecordStore::sharesRow(int Row, const RecordStore& Other, int ORow) const {
 void RecordStore::setValue(int Row, int Fld, const QString& Text) {
     if (Fld < 0 || Fld >= fieldCount(Row))
         return;
-    QByteArray e = escape(Text);
-    const Cell c = d->store(e);
-    sodium_memzero(e.data(), static_cast<std::size_t>(e.size()));
-    d->Cells[d->Rows[static_cast<std::size_t>(Row)].First + static_cast<std::uint32_t>(Fld)] = c;
+    Data& x = *d;
+    const Cell c = x.storeText(Text);
+    x.Cells[x.Rows[static_cast<std::size_t>(Row)].First + static_cast<std::uint32_t>(Fld)] = c;
 }
 
 void RecordStore::setValueFrom(int Row, int Fld, const RecordStore& Other, int ORow, int OFld) {
@@ -354,9 +369,13 @@ void RecordStore::setRow(int Row, const QStringList& Values) {
 
 void RecordStore::append(const QStringList& Values) {
     Data& x = *d;
-    x.Rows.push_back(x.newRow(static_cast<std::uint32_t>(Values.size())));
+    const RowRef r = x.newRow(static_cast<std::uint32_t>(Values.size()));
+    x.Rows.push_back(r);
     for (int f = 0; f < Values.size(); ++f)
-        setValue(size() - 1, f, Values[f]);
+        if (!Values[f].isEmpty()) {
+            const Cell c = x.storeText(Values[f]);
+            x.Cells[r.First + static_cast<std::uint32_t>(f)] = c;
+        }
 }
 
 void RecordStore::appendFrom(const RecordStore& Other, int ORow) {

@@ -1,6 +1,6 @@
 # Sourced by run.sh and test.sh: installs the Debian packages that are missing.
 # When everything is there this is one dpkg-query (about 0.1 s).
-ARGENT_PACKAGES="cmake ninja-build g++ pkgconf qt6-base-dev libsodium-dev libzxcvbn-dev xvfb xauth xdotool xclip trayer imagemagick fonts-dejavu-core desktop-file-utils appstream"
+ARGENT_PACKAGES="cmake ninja-build g++ pkgconf qt6-base-dev libsodium-dev libxml2-dev libzxcvbn-dev xvfb xauth xdotool xclip trayer imagemagick fonts-dejavu-core desktop-file-utils appstream"
 
 argent_ensure_deps() {
     local missing=""

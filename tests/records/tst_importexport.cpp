@@ -47,6 +47,18 @@ QStringList treeOf(clsDatabase& Db, const QString& Id, const QString& Path = QSt
     return out + records;
 }
 
+// "path: description" of folder Id and every folder below it, depth first.
+QStringList folderNotes(const QString& Id, const QString& Path) {
+    QStringList out;
+    for (const QStringList& r : allRows())
+        if (r[0] == Id)
+            out << Path + ": " + r[6];
+    for (const QStringList& r : allRows())
+        if (r[1] == Id && r[2] != "2")
+            out << folderNotes(r[0], Path + u'/' + r[3]);
+    return out;
+}
+
 } // namespace
 
 class ImportExportTest : public QObject {
@@ -208,6 +220,16 @@ private slots:
             << QByteArray("<KeePassFile><Root><Group><Entry>\n<String><Key>Password</Key><Value "
                           "Protected=\"True\">3q2+7w==</Value></String></Entry></Group></Root></KeePassFile>")
             << "keepass-xml" << int(impXmlBad) << 2;
+        QTest::newRow("XML bytes that are not UTF-8")
+            << QByteArray(
+                   "<KeePassFile><Root><Group>\n<Entry>\n<String><Key>Title</Key><Value>caf\xE9</Value>"
+                   "</String></Entry></Group></Root></KeePassFile>")
+            << "detect" << int(impXmlBad) << 3;
+        QTest::newRow("XML declaring entities of its own")
+            << QByteArray(
+                   "<!DOCTYPE KeePassFile [<!ENTITY x \"y\">]>\n<KeePassFile><Root><Group>\n<Entry>"
+                   "<String><Key>Title</Key><Value>&x;</Value></String></Entry></Group></Root></KeePassFile>")
+            << "keepass-xml" << int(impXmlBad) << 3;
         QTest::newRow("XML of another kind")
             << QByteArray("<?xml version=\"1.0\"?><html/>") << "detect" << int(impXmlNotKeePass) << 0;
         QTest::newRow("JSON broken") << QByteArray("{\"items\": [\n{\"name\": \"a\"},\n{\"name\" \"b\"}]}")
@@ -309,6 +331,38 @@ private slots:
         QVERIFY(ExportRecordTree(*CurUsDB, FindDataRow(*CurUsDB, box) ? box : QStringLiteral("3"),
                                  ExpFormat(format))
                     .isEmpty());
+    }
+
+    // The notes of KeePass groups become the descriptions of their folders, those of the
+    // top group the new folder's; our XML export writes them back.
+    void groupNotesGoWithTheirFolders_data() {
+        QTest::addColumn<QByteArray>("xml");
+        QTest::addColumn<QStringList>("folders"); // folderNotes of the new folder
+        QTest::newRow("top and nested groups")
+            << QByteArray(
+                   "<KeePassFile><Root><Group><Name>Root</Name><Notes>About Ї</Notes>"
+                   "<Group><Name>Mail</Name><Notes>Two &amp; lines\n here</Notes><Group><Name>Old</Name>"
+                   "<Notes/></Group></Group></Group></Root></KeePassFile>")
+            << QStringList{"new: About Ї", "new/Mail: Two & lines\n here", "new/Mail/Old: "};
+        QTest::newRow("notes after the entries, in CDATA")
+            << QByteArray("<KeePassFile><Root><Group><Group><Name>Bank</Name><Entry><String><Key>Title</Key>"
+                          "<Value>a</Value></String></Entry><Notes><![CDATA[<PIN> on paper]]></Notes></Group>"
+                          "</Group></Root></KeePassFile>")
+            << QStringList{"new: ", "new/Bank: <PIN> on paper"};
+    }
+    void groupNotesGoWithTheirFolders() {
+        QFETCH(QByteArray, xml);
+        QFETCH(QStringList, folders);
+        TestEnv env;
+        for (int pass = 0; pass < 2; ++pass) {
+            ImpData d;
+            ImpError err;
+            QVERIFY2(ParseImport(xml, ImpFormat::Detect, CsvMapping(), d, err), qPrintable(err.Text()));
+            useNewDatabase();
+            const QString top = ImportIntoDB(d, "0", "new", nullptr, err);
+            QCOMPARE(folderNotes(top, "new"), folders);
+            xml = ExportRecordTree(*CurUsDB, top, ExpFormat::KeePassXml);
+        }
     }
 
     void exportFilesAreCheckedAndPrivate() {
