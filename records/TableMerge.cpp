@@ -165,6 +165,8 @@ struct OursMatch {
 // A row of the result: a row of one of the sides (or of the rows merged field by field),
 // with its identifier or parent replaced where the merge says so.
 struct OutRow {
+    OutRow(const RecordStore* S, int R, bool PO, qint64 N, qint64 PN = -2)
+        : Src(S), Row(R), ParentOurs(PO), Num(N), ParentNum(PN) {}
     const RecordStore* Src = nullptr;
     int Row = -1;
     bool ParentOurs = false; // the Parent value came from our side
