@@ -479,6 +479,18 @@ void RecordStore::appendParsed(int N, const std::uint32_t* Offs, const std::uint
 
 void RecordStore::writeRow(QByteArray& Out, int Row) const {
     const int n = fieldCount(Row);
+    if (n == 0)
+        return;
+    // A row nobody changed is still its line of the file, separators and all: one copy.
+    const RowRef& r = d->Rows[static_cast<std::size_t>(Row)];
+    const Cell* c = d->Cells.data() + r.First;
+    bool line = !(c[0].Off & kInExtra);
+    for (int f = 1; line && f < n; ++f)
+        line = !(c[f].Off & kInExtra) && c[f].Off == c[f - 1].Off + c[f - 1].Len + 1;
+    if (line) {
+        Out.append(d->Base.constData() + c[0].Off, c[n - 1].Off + c[n - 1].Len - c[0].Off);
+        return;
+    }
     for (int f = 0; f < n; ++f) {
         if (f > 0)
             Out.append(kSepByte);

@@ -86,6 +86,13 @@ struct ByteSink {
     void eol() { out.append("\r\n", 2); }
     void value(const QString& v) { appendEscapedUtf8(out, v.constData(), v.size()); }
     void num(long long v) { out.append(QByteArray::number(v)); }
+    // A record with one value per field, whole, in its file form.
+    bool record(const RecordStore& r, int Row, qsizetype Fields) {
+        if (r.fieldCount(Row) != Fields)
+            return false;
+        r.writeRow(out, Row);
+        return true;
+    }
     // A stored value is kept in its file form already: copied as it is.
     void cell(const RecordStore& r, int Row, int Fld) {
         const QByteArrayView v = r.escaped(Row, Fld);
@@ -100,6 +107,7 @@ struct TextSink {
     void eol() { out.append(QLatin1String("\r\n")); }
     void value(const QString& v) { AppendEscapedText(out, v); }
     void num(long long v) { out.append(QString::number(v)); }
+    bool record(const RecordStore&, int, qsizetype) { return false; }
     void cell(const RecordStore& r, int Row, int Fld) { AppendEscapedText(out, r.value(Row, Fld)); }
 };
 
@@ -145,6 +153,10 @@ template <class Sink> void writeTable(Sink& s, const TableEntry& t, const TblsFi
     for (int r = 0; r < t.RecNum(); ++r) {
         if (filtered && !recordPasses(t.Records, r, Filter))
             continue;
+        if (s.record(t.Records, r, nf)) {
+            s.eol();
+            continue;
+        }
         // A record always has one value per field, whatever was stored into it.
         const qsizetype have = t.Records.fieldCount(r);
         for (qsizetype f = 0; f < nf; ++f) {
