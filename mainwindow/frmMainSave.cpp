@@ -260,10 +260,11 @@ void frmMain::EndSession(int Signal) {
 void frmMain::CommitSessionData() {
     TRACE_PROC("frmMain.CommitSessionData");
     // The desktop session is ending: keep everything, but leave the window to the
-    // session manager.
+    // session manager. The user's records first: a settings file that cannot be written
+    // (a full disk) must not cost them.
+    if (HasUnsavedChanges())
+        SaveCurUser();
     if (!isMinimized())
         SaveGUIConf();
     SaveConfig(ProgCfgPath);
-    if (HasUnsavedChanges())
-        SaveCurUser();
 }
