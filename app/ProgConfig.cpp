@@ -76,8 +76,8 @@ int LoadConfig(const QString& FPath, StrMass& pOptions) {
     return 0;
 }
 
-int SaveConfig(const QString& FPath) {
-    TRACE_PROC("modMain.SaveConfig", FPath);
+bool TrySaveConfig(const QString& FPath) {
+    TRACE_PROC("modMain.TrySaveConfig", FPath);
     QByteArray out;
     int i = ProgConfig.LBound;
     TRACE_LOCAL(i);
@@ -85,7 +85,12 @@ int SaveConfig(const QString& FPath) {
         out += ProgConfig[i].toUtf8();
         out += "\r\n";
     }
-    if (!WriteFileChecked(FPath, out, kPrivateFile))
+    return WriteFileChecked(FPath, out, kPrivateFile);
+}
+
+int SaveConfig(const QString& FPath) {
+    TRACE_PROC("modMain.SaveConfig", FPath);
+    if (!TrySaveConfig(FPath))
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + FPath);
     return 0;
 }

@@ -32,6 +32,10 @@ extern QString ProgCfgPath;
 int LoadConfig(const QString& FPath, StrMass& pOptions);
 // Writes every element of ProgConfig, one line each, replacing the file. Returns 0.
 int SaveConfig(const QString& FPath);
+// SaveConfig that answers false instead of raising error 75 when the file cannot be
+// written (the old file is kept either way): for writes that must not stop what is going
+// on, such as remembering the last user.
+bool TrySaveConfig(const QString& FPath);
 // First run of an installed copy: defaults from start.dat, DataBases/ created, saved.
 int CreateConfig(const QString& UsFoldPath, const QString& CfgPath);
 

@@ -136,12 +136,15 @@ int RestoreDBFromBackup(const QString& ItemText) {
     TRACE_LOCAL(wasUser);
     QString wasKey = CurUsPasw;
     TRACE_LOCAL_HIDDEN(wasKey);
+    // Kept whole, with whatever was not saved yet: should the restore not happen, that is
+    // what comes back, not the file.
+    const clsDatabasePtr wasDB = CurUsDB;
     UnloadUser();
     const int r = RestoreBackupFile(file);
     if (r < 0) {
         // The user's file is as it was: the user who was open is open again.
         if (!wasUser.isEmpty())
-            FullUserLoad(wasUser, wasKey);
+            ReinstateUser(wasUser, wasKey, wasDB);
         WipeString(wasKey);
         return r;
     }

@@ -108,10 +108,13 @@ bool takeCheckedCopy(const QString& UPath, const QString& Key, QString& Tmp, cls
     return true;
 }
 
+// Remembering the last user is no reason to stop an opening or a closing: a settings file
+// that cannot be written now (a full disk) is written by the next save of the settings.
 void saveLastUser(const QString& UsName) {
     TRACE_PROC("modMain.SaveLastUser", UsName);
     ProgConfig[4] = UsName;
-    SaveConfig(ProgCfgPath);
+    if (!TrySaveConfig(ProgCfgPath))
+        DbgPrint(QStringLiteral("Settings not written: ") + ProgCfgPath);
 }
 
 } // namespace
@@ -391,6 +394,20 @@ void UnloadUser() {
     saveLastUser(QString());
     if (g_view)
         g_view->ClearUsTree();
+}
+
+void ReinstateUser(const QString& UsName, const QString& UsPasw, const clsDatabasePtr& DB) {
+    TRACE_PROC("modMain.ReinstateUser", UsName, HIDDEN(UsPasw));
+    CurUsDB = DB;
+    CurUsPasw = UsPasw;
+    CurUsDBPath = UsDBFilePath(UsName);
+    CurUser = UsName;
+    saveLastUser(UsName);
+    if (g_view) {
+        g_view->ClearUsTree();
+        g_view->ClearUsValue();
+        g_view->ShowUsDB(*CurUsDB);
+    }
 }
 
 int DeleteUser(const QString& UsName, const QString& UsDBPath) {

@@ -113,6 +113,9 @@ int ReadUserFile(const QString& UPath, const QString& Pasw, DatabaseRecord& Out,
 
 // Back to no user, without saving: globals emptied, view cleared, entry 4 emptied (saved).
 void UnloadUser();
+// Makes DB, unloaded a moment ago with its changes still in memory, the current user again
+// (a step that needed the user closed did not happen): nothing is read from the file.
+void ReinstateUser(const QString& UsName, const QString& UsPasw, const clsDatabasePtr& DB);
 // 1 deleted; -2 no file at UsDBPath; -6 another program held the file for more than
 // 10 s (nothing deleted). The current user and MDFM are not touched.
 int DeleteUser(const QString& UsName, const QString& UsDBPath);

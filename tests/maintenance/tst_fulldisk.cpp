@@ -59,7 +59,7 @@ private slots:
             if (what == "user file") {
                 result = SaveUsDB(CurUsDB, GetTruePasw(md5));
             } else if (what == "restore") {
-                result = RestoreBackupFile("anna_1.bdb.BACKUP");
+                result = RestoreDBFromBackup("anna_1.bdb.BACKUP");
             } else {
                 ProgConfig[4] = "changed";
                 try {
@@ -78,6 +78,12 @@ private slots:
         QCOMPARE(now, files);
         if (what != "settings")
             QCOMPARE(TestUsPasw(user, md5), 1);
+        // A restore that did not happen leaves the open user open, unsaved change and all.
+        if (what == "restore") {
+            QCOMPARE(CurUser, QStringLiteral("anna"));
+            QVERIFY(CurUsDB->HasUnsavedChanges());
+            QCOMPARE(allRows().last().value(3), QStringLiteral("never written"));
+        }
     }
 };
 ARGENT_TEST(FullDiskTest)
