@@ -469,9 +469,7 @@ int CmdLs(const CliOptions& Opt, const QStringList& Args) {
             out.append('/');
         out.append('\n');
     };
-    QByteArray rootTitle;
-    AppendEscaped(rootTitle, CurUsDB->Tag());
-    line("0", 0, rootTitle, false);
+    line("0", 0, StoredForm(CurUsDB->Tag()), false);
     for (const UsTreeNode& n : nodes)
         line(t.Records.escaped(n.RecNum - 1, fId), n.Depth, t.Records.escaped(n.RecNum - 1, fTitle),
              n.Folder);

@@ -31,12 +31,6 @@ std::optional<QByteArrayView> fieldOf(const RecordStore& Recs, int Row, int FldN
     return Recs.escaped(Row, FldNum - 1);
 }
 
-QByteArray stored(const QString& Text) {
-    QByteArray b;
-    AppendEscaped(b, Text);
-    return b;
-}
-
 // Type of numeric value 2: a record.
 bool isRecordType(QByteArrayView Type) {
     if (Type.size() == 1)
@@ -228,7 +222,7 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
     QList<int> order; // rows to delete, in deletion order, from 0
     const int start = CurRecNum >= 1 && CurRecNum <= n ? CurRecNum - 1 : -1;
     TRACE_LOCAL(start);
-    const QByteArray uniq = stored(UniqFVal);
+    const QByteArray uniq = StoredForm(UniqFVal);
     stack.push_back({start, kids.First(uniq)});
     if (start >= 0)
         onPath[static_cast<std::size_t>(start)] = 1;
@@ -284,7 +278,7 @@ void GetStatBarData(clsDatabase& pDB, const QString& IndNum, int& NumFolds, int&
     if (tbl < 1 || tbl > db.TabNum())
         return;
     const RecordStore& recs = db.Tables[tbl - 1].Records;
-    const QByteArray want = stored(IndNum);
+    const QByteArray want = StoredForm(IndNum);
     const int n = recs.size();
     TRACE_LOCAL(n);
     for (int i = 0; i < n; ++i) {
@@ -418,10 +412,10 @@ int MoveRecordTree(clsDatabase& pDB, const QString& IndNum, const QString& NewPa
         if (id && !rowOf.contains(id->toByteArray()))
             rowOf.insert(id->toByteArray(), i);
     }
-    const auto moved = rowOf.constFind(stored(IndNum));
+    const auto moved = rowOf.constFind(StoredForm(IndNum));
     if (moved == rowOf.cend())
         return 0;
-    const QByteArray newParent = stored(NewParent);
+    const QByteArray newParent = StoredForm(NewParent);
     if (NewParent != QLatin1String("0")) {
         const auto target = rowOf.constFind(newParent);
         if (target == rowOf.cend())

@@ -16,13 +16,6 @@ int columnOf(const TableEntry& T, const QString& Name, int Fallback) {
     return Fallback;
 }
 
-// A value in its stored form (RecordStore.h: equal texts have equal bytes).
-QByteArray stored(const QString& Text) {
-    QByteArray b;
-    AppendEscaped(b, Text);
-    return b;
-}
-
 // The value of an identifier written plainly (decimal digits, no sign, no leading zero,
 // at most 18 digits); -1 for any other text.
 qint64 plainNumber(QByteArrayView Text) {
@@ -56,7 +49,7 @@ struct Ids {
     std::vector<qint64> Parent;
     qint64 Top = 0;
     Ids(const TableEntry& T, int IdCol, int ParentCol = -1) : Num(static_cast<size_t>(T.RecNum())) {
-        Top = numberOf(stored(T.Tag));
+        Top = numberOf(StoredForm(T.Tag));
         if (ParentCol >= 0)
             Parent.resize(Num.size());
         const RecordStore& r = T.Records;
@@ -130,7 +123,7 @@ struct OursMatch {
           Num(static_cast<size_t>(Ours.RecNum()), -1) {
         const int nb = Base.RecNum();
         const int no = Ours.RecNum();
-        Top = numberOf(stored(Ours.Tag));
+        Top = numberOf(StoredForm(Ours.Tag));
         std::vector<int> others;
         int j = 0;
         for (int i = 0; i < no; ++i) {
@@ -174,9 +167,11 @@ struct OutRow {
     qint64 ParentNum = -2;   // the parent when it is a plain number; -2 not read yet
     std::optional<QString> Id, Parent;
 
-    QByteArray idText(int IdCol) const { return Id ? stored(*Id) : Src->escaped(Row, IdCol).toByteArray(); }
+    QByteArray idText(int IdCol) const {
+        return Id ? StoredForm(*Id) : Src->escaped(Row, IdCol).toByteArray();
+    }
     QByteArray parentText(int PCol) const {
-        return Parent ? stored(*Parent) : Src->escaped(Row, PCol).toByteArray();
+        return Parent ? StoredForm(*Parent) : Src->escaped(Row, PCol).toByteArray();
     }
 };
 

@@ -33,12 +33,6 @@ void wipeOwned(QByteArray& B) {
     B = QByteArray();
 }
 
-QByteArray escape(const QString& Text) {
-    QByteArray b;
-    AppendEscaped(b, Text);
-    return b;
-}
-
 // True when an escaped value from a file is in the form a save would write for its text:
 // every backslash starts one of the four escapes, and the unescaped bytes are UTF-8.
 bool isCanonical(const char* S, std::uint32_t N) {
@@ -259,7 +253,7 @@ bool RecordStore::intValue(int Row, int Fld, long long& Out) const {
 bool RecordStore::valueIs(int Row, int Fld, const QString& Text) const {
     if (Fld < 0 || Fld >= fieldCount(Row))
         return false;
-    QByteArray e = escape(Text);
+    QByteArray e = StoredForm(Text);
     const bool same = escaped(Row, Fld) == QByteArrayView(e);
     sodium_memzero(e.data(), static_cast<std::size_t>(e.size()));
     return same;
@@ -470,7 +464,7 @@ void RecordStore::appendParsed(int N, const std::uint32_t* Offs, const std::uint
         if (!(Lens[k] & kOdd) || isCanonical(s, len)) {
             x.Cells[r.First + static_cast<std::uint32_t>(k)] = Cell{Offs[k], len};
         } else {
-            QByteArray e = escape(UnescapeValue(s, len));
+            QByteArray e = StoredForm(UnescapeValue(s, len));
             x.Cells[r.First + static_cast<std::uint32_t>(k)] = x.store(e);
             sodium_memzero(e.data(), static_cast<std::size_t>(e.size()));
         }

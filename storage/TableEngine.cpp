@@ -287,8 +287,7 @@ int TableEngine::GetRecNumFromVal(const DatabaseRecord& db, int TblNum, int FldN
         return 0;
     const RecordStore& recs = db.Tables[TblNum - 1].Records;
     // Equal texts have equal stored bytes: the text is escaped once and compared as bytes.
-    QByteArray want;
-    AppendEscaped(want, FldVal);
+    QByteArray want = StoredForm(FldVal);
     const int f = FldNum - 1;
     int found = 0;
     for (int i = std::max(Start, 1) - 1; i < recs.size() && !found; ++i)

@@ -420,6 +420,12 @@ void AppendEscaped(QByteArray& Out, const QString& Text) {
     appendEscapedUtf8(Out, Text.constData(), Text.size());
 }
 
+QByteArray StoredForm(const QString& Text) {
+    QByteArray b;
+    appendEscapedUtf8(b, Text.constData(), Text.size());
+    return b;
+}
+
 QString UnescapeValue(const char* Data, qsizetype Len) {
     TRACE_PROC("TableEngine.UnescapeValue", static_cast<long long>(Len));
     if (Len <= 0)

@@ -32,6 +32,8 @@ inline constexpr char kSignatureEnc[] = "wqpdhxMeM.ENC";
 
 // Appends the escaped UTF-8 form of Text.
 void AppendEscaped(QByteArray& Out, const QString& Text);
+// Text in the form a value is stored in (RecordStore.h): equal texts, equal bytes.
+QByteArray StoredForm(const QString& Text);
 // The text of an escaped value.
 QString UnescapeValue(const char* Data, qsizetype Len);
 // The same escaping for texts that stay texts (TablesToString): on characters, with
