@@ -10,6 +10,7 @@
 #include "app/guiApplication.h"
 #include "app/modLang.h"
 #include "app/modMain.h"
+#include "bench/BenchUser.h"
 #include "mainwindow/frmMain.h"
 #include "mainwindow/guiTreeModel.h"
 #include "records/RecordTree.h"
@@ -37,48 +38,13 @@ double ms(const QElapsedTimer& t) {
     return static_cast<double>(t.nsecsElapsed()) / 1e6;
 }
 
-QString text(QRandomGenerator& rng, int minLen, int maxLen) {
-    static const char* const words[] = {"mail",  "bank",   "shop",  "forum", "server", "account",
-                                        "home",  "office", "cloud", "wifi",  "router", "games",
-                                        "music", "travel", "news",  "work"};
-    QString s;
-    const int len = minLen + static_cast<int>(rng.bounded(maxLen - minLen + 1));
-    while (s.size() < len)
-        s += QString::fromLatin1(words[rng.bounded(16)]) + u' ';
-    return s.left(len).trimmed();
-}
-
 // Ten top folders, each with ten folders of twenty folders; fifty records in each of
 // those: 2,210 folders and 100,000 records, each top folder holding 10,221 rows.
 void makeUser() {
     QString p = kPasw;
     AddUser(UsDBFilePath("bench"), "bench", p);
     FullUserLoad("bench", HashString(kPasw));
-    clsDatabase& db = *CurUsDB;
-    const int tbl = db.FindTable(QStringLiteral("DataTable"));
-    QRandomGenerator rng(7);
-    int id = 0;
-    auto row = [&](int parent, bool folder) {
-        const int r = db.AddRecord(tbl);
-        db.SetTblRecord(tbl, r,
-                        {QString::number(++id), QString::number(parent), folder ? "1" : "2", text(rng, 6, 28),
-                         folder ? QString() : text(rng, 6, 14), folder ? QString() : text(rng, 12, 20),
-                         folder || rng.bounded(2) ? QString() : text(rng, 10, 100), folder ? "2key" : "1key",
-                         rng.bounded(10) ? "0|0" : "255|1"});
-        return id;
-    };
-    for (int a = 0; a < 10; ++a) {
-        const int top = row(0, true);
-        for (int b = 0; b < 10; ++b) {
-            const int mid = row(top, true);
-            for (int c = 0; c < 20; ++c) {
-                const int leaf = row(mid, true);
-                for (int r = 0; r < 50; ++r)
-                    row(leaf, false);
-            }
-        }
-    }
-    db.SetTblTag(tbl, QString::number(id));
+    FillBenchUser(50);
     SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
     UnloadUser();
 }
@@ -153,7 +119,7 @@ int main(int argc, char** argv) {
         const QString folder = GetNewIndNum(db);
         AddFolderToDB("Ten thousand", 0, folder);
         for (int r = 0; r < 10000; ++r)
-            AddRecordToDB(db, folder, text(rng, 6, 28), "login", "password", QString());
+            AddRecordToDB(db, folder, BenchText(rng, 6, 28), "login", "password", QString());
         (void)tbl;
         w.RefreshStatusCounts();
         const QModelIndex f = w.NodeByKey(folder + "key");
