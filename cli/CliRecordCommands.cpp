@@ -12,6 +12,7 @@
 #include "records/PaswGenerator.h"
 #include "records/RecordSearch.h"
 #include "records/RecordTree.h"
+#include "users/UserSession.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
 
@@ -62,7 +63,7 @@ int openForChange(const CliOptions& Opt, const QString& Name) {
 
 int saveCurrent() {
     TRACE_PROC("modCli.SaveCurrent");
-    const int r = SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    const int r = UsSession().Save();
     return r < 0 ? saveFailure(r) : cliOk;
 }
 

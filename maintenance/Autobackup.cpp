@@ -10,6 +10,7 @@
 #include "diagnostics/Trace.h"
 #include "maintenance/MaintFiles.h"
 #include "users/UserAccounts.h"
+#include "users/UserSession.h"
 
 #include <QFile>
 
@@ -85,10 +86,14 @@ QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
     const double elapsed = GetQueryPerf() - db->DBLastAccess();
     TRACE_LOCAL(elapsed);
     if (limit > elapsed) {
-        const int r = SaveUsDB(db, GetTruePasw(CurUsPasw));
+        // Through the session, as every save: a save that fails now (a lock held elsewhere,
+        // a full disk) is no reason to go without a copy of the file as it stands; the
+        // window has said so already, and the next save tries again.
+        const int r = UsSession().SaveDatabase(db);
         TRACE_LOCAL(r);
-        if (r < 0)
-            RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + UsDBFilePath(name));
+        if (r < 0 && r != usNothingToSave)
+            DbgPrint(QStringLiteral("Backup copy made without the latest changes (save result %1): ").arg(r) +
+                     UsDBFilePath(name));
     }
 
     const QString copy = BackupCopyPath(name, CopNum + 1);

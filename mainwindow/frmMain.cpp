@@ -18,6 +18,7 @@
 #include "tray/frmSysTray.h"
 #include "tray/guiModTray.h"
 #include "users/UserAccounts.h"
+#include "users/UserSession.h"
 #include "users/frmPassword.h"
 #include "users/guiOpenUser.h"
 
@@ -525,12 +526,9 @@ bool frmMain::Form_Unload() {
     if (UserLoaded() && SaveCurUser() < 0)
         return false;
     // Changes the lock could not save are tried once more.
-    if (m_unsavedDB) {
-        if (SaveUsDB(m_unsavedDB, GetTruePasw(CurUsPasw)) < 0) {
-            MsgBox(Texts(247), vbCritical);
-            return false;
-        }
-        m_unsavedDB.reset();
+    if (UsSession().HasKept() && UsSession().SaveKept() < 0) {
+        MsgBox(Texts(247), vbCritical);
+        return false;
     }
     if (DoUnloadTIcon)
         TrayIconManagement(2);

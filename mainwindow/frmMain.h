@@ -234,7 +234,6 @@ private:
     bool m_locked = false;
     // A database that could not be saved when the lock closed it: kept, hidden, until
     // the password brings it back.
-    std::shared_ptr<clsDatabase> m_unsavedDB;
     bool m_toldHidden = false;
     bool m_editingLabel = false;
     std::unique_ptr<GuiActivitySource> m_guiActivity;

@@ -1,5 +1,6 @@
-// The main window's saving: the one path every save of the window takes, the save
-// after every change, the unsaved-changes mark in the title, and the end of the session.
+// The main window's saving: the one place where the outcomes of the user session's
+// saves and refreshes are presented, the save after every change, the unsaved-changes mark in the title, and
+// the end of the session.
 
 #include "mainwindow/frmMain.h"
 #include "mainwindow/guiTreeModel.h"
@@ -10,9 +11,9 @@
 #include "app/modLang.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
-#include "storage/Md5.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
+#include "users/UserSession.h"
 #include "users/frmPassword.h"
 
 #include <QApplication>
@@ -34,7 +35,7 @@ int frmMain::SaveCurUser() {
     TRACE_PROC("frmMain.SaveCurUser");
     if (!UserLoaded())
         return usNothingToSave;
-    const int r = SettleSave(SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)));
+    const int r = SettleSave(UsSession().Save());
     UpdateTitle();
     return r;
 }
@@ -58,7 +59,7 @@ int frmMain::SettleSave(int Result) {
         return SaveWithFileKey();
     case usFileDeleted:
         if (MsgBox(Texts(267), vbYesNo | vbQuestion) == vbYes && SameUserOpen(db))
-            return SettleSave(SaveUsDBRecreate(CurUsDB, GetTruePasw(CurUsPasw)));
+            return SettleSave(UsSession().SaveRecreate());
         m_toldFileState = usFileDeleted;
         break;
     default:
@@ -82,11 +83,7 @@ int frmMain::SaveWithFileKey() {
     QString typed = dlg.txtPassword->text();
     int r = usKeyChanged;
     if (FrmPaswResult == 1 && SameUserOpen(db)) {
-        r = SaveUsDBWithNewKey(CurUsDB, typed);
-        if (r == usSaved || r == usMerged) {
-            WipeString(CurUsPasw);
-            CurUsPasw = HashString(typed);
-        }
+        r = UsSession().SaveWithPassword(typed);
     }
     WipeString(typed);
     FrmPaswEnetered.clear();
@@ -157,7 +154,7 @@ void frmMain::RefreshFromFile() {
         return;
     }
     m_refreshing = true;
-    const int r = RefreshUsDB(CurUsDB, GetTruePasw(CurUsPasw));
+    const int r = UsSession().Refresh();
     switch (r) {
     case 1:
         ShowFileTakenIn(Texts(268));

@@ -15,6 +15,7 @@
 #include "tray/frmSysTray.h"
 #include "tray/guiModTray.h"
 #include "users/UserAccounts.h"
+#include "users/UserSession.h"
 #include "users/frmPassword.h"
 #include "users/guiOpenUser.h"
 
@@ -89,11 +90,8 @@ void frmMain::LockNow() {
                 tray->EnableMenuItem(i, false);
         }
     }
-    // A database that cannot be written now is not thrown away with the lock.
-    if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0)
-        m_unsavedDB = CurUsDB;
-    MDFM->DeleteDBFromCol(CurUsDB->Path());
-    CurUsDB = std::make_shared<clsDatabase>();
+    // A database that cannot be written now is kept by the session, not thrown away.
+    UsSession().Lock();
     txtValue->clear();
     ClearUsTree();
     SyncWatch();
@@ -132,9 +130,8 @@ void frmMain::Form_Paint() {
         QString pasw = FrmPaswEnetered;
         TRACE_LOCAL_HIDDEN(pasw);
         FrmPaswEnetered.clear();
-        if (m_unsavedDB) {
-            // The password is right; the open database is the newer one.
-            CurUsDB = std::move(m_unsavedDB);
+        if (UsSession().TakeBackKept()) {
+            // The password is right; the kept database is the newer one.
             ShowUsDB(*CurUsDB);
             // It is not in the file yet: try again, and say so when it still fails.
             SaveCurUser();
@@ -148,10 +145,10 @@ void frmMain::Form_Paint() {
         m_locked = false;
     } else {
         m_locked = false;
-        // One more try to keep what the lock could not save.
-        if (m_unsavedDB && SaveUsDB(m_unsavedDB, GetTruePasw(CurUsPasw)) < 0)
+        // One more try to keep what the lock could not save; should it fail, the close
+        // tries again (the file merges it in then, whatever happened to it meanwhile).
+        if (UsSession().SaveKept() < 0 && UsSession().HasKept())
             MsgBox(Texts(247), vbCritical);
-        m_unsavedDB.reset();
         UnloadUser();
     }
     SetCommandStates();

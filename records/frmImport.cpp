@@ -256,8 +256,7 @@ void frmImport::cmdOk_Click() {
     }
     m_main->InsertImportedRows(firstRec);
     // The import is one change, saved at once.
-    if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) < 0)
-        MsgBox(Texts(247), vbCritical);
+    m_main->SaveCurUser();
     QString done = Texts(336);
     done.replace(QLatin1String("%1"), ImportFolderName(m_path));
     done.replace(QLatin1String("%2"), QString::number(m_data.Folders));

@@ -1,5 +1,7 @@
 #include "storage/clsDatabase.h"
 
+#include "storage/UserFile.h"
+
 #include "app/VbConv.h"
 #include "app/modTimer.h"
 #include "diagnostics/ErrorTrap.h"
@@ -410,30 +412,23 @@ int clsDatabase::FindRecordInFields(int TblNum, const QList<int>& FldNums, const
     return lDBMngr.FindRecordInFields(lDB, TblNum, FldNums, SText, Start, CaseSens);
 }
 
-void clsDatabase::SetFileState(const DatabaseRecord& Base, const clsFileIdentity& Id) {
-    TRACE_PROC("clsDatabase.SetFileState");
-    lBase = Base;
-    lBase.Key.reset();
-    lFileId = Id;
-    lHasFileState = true;
+bool clsDatabase::HasFileState() const {
+    return lFile && lFile->HasState();
+}
+
+const DatabaseRecord& clsDatabase::Base() const {
+    static const DatabaseRecord none;
+    return lFile ? lFile->Base() : none;
+}
+
+const clsFileIdentity& clsDatabase::FileId() const {
+    static const clsFileIdentity none;
+    return lFile ? lFile->Identity() : none;
 }
 
 bool clsDatabase::HasUnsavedChanges() const {
     TRACE_PROC("clsDatabase.HasUnsavedChanges");
-    if (!lHasFileState)
-        return false;
-    if (lDB.Name != lBase.Name || lDB.Tag != lBase.Tag || lDB.flags != lBase.flags ||
-        lDB.Tables.size() != lBase.Tables.size())
-        return true;
-    // Rows that were not touched share their data with the base, so this is quick.
-    for (qsizetype i = 0; i < lDB.Tables.size(); ++i) {
-        const TableEntry& a = lDB.Tables[i];
-        const TableEntry& b = lBase.Tables[i];
-        if (a.Name != b.Name || a.Tag != b.Tag || a.Flags != b.Flags || a.FldNames != b.FldNames ||
-            a.Records != b.Records)
-            return true;
-    }
-    return false;
+    return lFile && lFile->HasUnsavedChanges(lDB);
 }
 
 void clsDatabase::ReplaceDB(DatabaseRecord NewDB) {

@@ -19,6 +19,8 @@
 
 #include <memory>
 
+class clsUserFile;
+
 class clsDatabase {
 public:
     clsDatabase();
@@ -85,18 +87,14 @@ public:
     int FindRecordInFields(int TblNum, const QList<int>& FldNums, const QString& SText, int Start,
                            bool CaseSens);
 
-    // The file this database was last read from or written to: the structure as it was
-    // then (the base of a three-way merge) and the file's identity. Set by loading and
-    // by every save of a user file; HasFileState is false for a database never tied to
-    // a file.
-    void SetFileState(const DatabaseRecord& Base, const clsFileIdentity& Id);
-    // The structure in memory is now what the file holds (after a save).
-    void MarkSaved(const clsFileIdentity& Id) { SetFileState(lDB, Id); }
-    bool HasFileState() const { return lHasFileState; }
-    const DatabaseRecord& Base() const { return lBase; }
-    const clsFileIdentity& FileId() const { return lFileId; }
-    // The same file, checked again (FileUnchanged): only the moment of the check is new.
-    void SetFileId(const clsFileIdentity& Id) { lFileId = Id; }
+    // The user file this database was read from and is saved to (UserFile.h), which
+    // keeps the tables as last read or written (the base of a three-way merge) and the
+    // file's identity; null for a database never tied to a user file.
+    const std::shared_ptr<clsUserFile>& UserFile() const { return lFile; }
+    void SetUserFile(std::shared_ptr<clsUserFile> File) { lFile = std::move(File); }
+    bool HasFileState() const;
+    const DatabaseRecord& Base() const;
+    const clsFileIdentity& FileId() const;
     // True when the tables in memory differ from the base (always false without one).
     bool HasUnsavedChanges() const;
     // Replaces the structure (after a merge), keeping path and access time.
@@ -109,9 +107,7 @@ private:
     DatabaseRecord lDB;
     int lDBLastAccess = 0;
     TableEngine lDBMngr;
-    DatabaseRecord lBase;
-    clsFileIdentity lFileId;
-    bool lHasFileState = false;
+    std::shared_ptr<clsUserFile> lFile;
 };
 
 using clsDatabasePtr = std::shared_ptr<clsDatabase>;

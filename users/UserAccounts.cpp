@@ -1,6 +1,7 @@
 #include "users/UserAccounts.h"
 
 #include "users/IUserView.h"
+#include "users/UserSession.h"
 
 #include "app/MemoryFile.h"
 #include "app/ProgConfig.h"
@@ -10,16 +11,12 @@
 #include "diagnostics/Globals.h"
 #include "diagnostics/Trace.h"
 #include "storage/Md5.h"
-#include "storage/Rc4.h"
 #include "storage/TableFile.h"
-#include "storage/UserFileLock.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QTemporaryFile>
 
 #include <sodium.h>
 
@@ -52,70 +49,6 @@ const bool g_registered = [] {
 }();
 
 IUserView* g_view = nullptr;
-
-constexpr qint64 kSignatureEncLen = 13; // "wqpdhxMeM.ENC"
-
-// The deciphered copy of the last password check that succeeded, kept for the load that
-// follows it (the window's password dialog, argentpm's commands), so that a file is read
-// and deciphered once per opening. It is only taken for the same file, still unchanged
-// (same size, time and inode), and the same key, within a few seconds; any other check
-// or load drops it.
-struct CheckedCopy {
-    QString UPath;
-    QByteArray KeyDigest;
-    clsFileIdentity Id;
-    QString Tmp;
-    QElapsedTimer Age;
-};
-CheckedCopy g_checked;
-constexpr qint64 kCheckedCopyMs = 10000;
-
-QByteArray keyDigest(const QString& Key) {
-    const QByteArray k = Key.toUtf8();
-    QByteArray d(crypto_generichash_BYTES, Qt::Uninitialized);
-    crypto_generichash(reinterpret_cast<unsigned char*>(d.data()), crypto_generichash_BYTES,
-                       reinterpret_cast<const unsigned char*>(k.constData()),
-                       static_cast<unsigned long long>(k.size()), nullptr, 0);
-    return d;
-}
-
-void dropCheckedCopy() {
-    if (!g_checked.Tmp.isEmpty())
-        TrueKill(g_checked.Tmp);
-    g_checked = CheckedCopy();
-}
-
-// Takes the kept copy when it is the one for UPath and Key: Tmp and Id receive it.
-bool takeCheckedCopy(const QString& UPath, const QString& Key, QString& Tmp, clsFileIdentity& Id) {
-    if (g_checked.Tmp.isEmpty())
-        return false;
-    bool fits = g_checked.UPath == UPath && g_checked.Age.isValid() &&
-                !g_checked.Age.hasExpired(kCheckedCopyMs) && g_checked.KeyDigest == keyDigest(Key);
-    if (fits) {
-        struct stat st;
-        fits = ::stat(QFile::encodeName(UPath).constData(), &st) == 0 && st.st_size == g_checked.Id.Size &&
-               st.st_ino == g_checked.Id.Inode &&
-               static_cast<qint64>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec ==
-                   g_checked.Id.MTimeNs;
-    }
-    if (!fits) {
-        dropCheckedCopy();
-        return false;
-    }
-    Tmp = g_checked.Tmp;
-    Id = g_checked.Id;
-    g_checked = CheckedCopy();
-    return true;
-}
-
-// Remembering the last user is no reason to stop an opening or a closing: a settings file
-// that cannot be written now (a full disk) is written by the next save of the settings.
-void saveLastUser(const QString& UsName) {
-    TRACE_PROC("modMain.SaveLastUser", UsName);
-    ProgConfig[4] = UsName;
-    if (!TrySaveConfig(ProgCfgPath))
-        DbgPrint(QStringLiteral("Settings not written: ") + ProgCfgPath);
-}
 
 } // namespace
 
@@ -164,31 +97,6 @@ QByteArray NewUserTemplate() {
                              "Description 2\x87Image 5\x87"
                              "Flags 5\r\n"
                              "[End DataTable]\r\n");
-}
-
-bool TryGetTempFileName(QString& Out) {
-    TRACE_PROC("modMain.TryGetTempFileName");
-    // In memory where the system allows: the copy then never reaches a disk.
-    Out = CreateMemoryFile("psc");
-    if (!Out.isEmpty())
-        return true;
-    // The process id in the name tells the start-up clean-up whose copy it is.
-    QTemporaryFile f(GetWindowsTemp() +
-                     QStringLiteral("psc%1_XXXXXX.tmp").arg(QCoreApplication::applicationPid()));
-    f.setAutoRemove(false);
-    if (!f.open())
-        return false;
-    f.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
-    Out = f.fileName();
-    return true;
-}
-
-QString GetTempFileName() {
-    TRACE_PROC("modMain.GetTempFileName");
-    QString name;
-    if (!TryGetTempFileName(name))
-        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + GetWindowsTemp());
-    return name;
 }
 
 void TrueKill(const QString& FilePath) {
@@ -243,171 +151,59 @@ QString GetTruePasw(const QString& InPasw) {
 
 void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
     TRACE_PROC("modMain.AddUser", Path, Name, HIDDEN(Pasw));
-    // The template and its protected form are made in the private temporary folder; the
-    // user's path receives only the finished, enciphered file.
-    const QString tmp = GetTempFileName();
-    TRACE_LOCAL(tmp);
-    {
-        QFile f(tmp);
-        const QByteArray tpl = NewUserTemplate();
-        if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate) || f.write(tpl) != tpl.size() || !f.flush()) {
-            f.close();
-            TrueKill(tmp);
-            RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + tmp);
-        }
-    }
+    // The template is read and protected in memory; the user's path receives only the
+    // finished, enciphered file.
+    QByteArray tpl = NewUserTemplate();
+    DatabaseRecord db;
+    if (ParseFileImage(tpl, QString(), db, nullptr) < 0)
+        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
     const QString typed = Pasw;
     TRACE_LOCAL_HIDDEN(typed);
     Pasw = HashString(typed);
-    clsDatabasePtr db;
-    const int r = MDFM->LoadDB(tmp, db, QString());
-    TRACE_LOCAL(r);
-    MDFM->DeleteDBFromCol(tmp);
-    if (r < 0) {
-        TrueKill(tmp);
-        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + tmp);
-    }
-    db->SetTag(Name);
-    db->SetName(Name);
+    db.Tag = Name;
+    db.Name = Name;
     const QString key = GetTruePasw(Pasw);
     TRACE_LOCAL_HIDDEN(key);
-    const int s = MDFM->SaveDB(db, tmp, key, false);
-    TRACE_LOCAL(s);
-    if (s < 0) {
-        TrueKill(tmp);
-        RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + tmp);
-    }
-    const bool written = EncryptFile(tmp, Path, true, key);
-    TRACE_LOCAL(written);
-    TrueKill(tmp);
-    if (!written)
+    clsFileIdentity written;
+    const bool ok = clsUserFile::Write(Path, db, key, written);
+    TRACE_LOCAL(ok);
+    if (!ok)
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
 }
 
 int TestUsPasw(const QString& UPath, const QString& Pasw) {
     TRACE_PROC("modMain.TestUsPasw", UPath, HIDDEN(Pasw));
-    dropCheckedCopy();
-    const QString key = GetTruePasw(Pasw);
-    QString tmp;
-    if (!TryGetTempFileName(tmp))
-        return 4;
-    int result = 2;
-    clsFileIdentity id;
-    if (!DecryptFile(UPath, tmp, true, key, id) && id.Exists) {
-        TrueKill(tmp);
-        return 4;
-    }
-    QFile f(tmp);
-    if (f.size() > kSignatureEncLen && f.open(QIODevice::ReadOnly)) {
-        QByteArray line = f.readLine(64);
-        if (line.endsWith('\n'))
-            line.chop(1);
-        if (line.endsWith('\r'))
-            line.chop(1);
-        if (line == kSignatureEnc)
-            result = 1;
-        f.close();
-    }
-    if (result == 1) {
-        // The load that follows takes this copy instead of deciphering the file again.
-        g_checked.UPath = UPath;
-        g_checked.KeyDigest = keyDigest(key);
-        g_checked.Id = id;
-        g_checked.Tmp = tmp;
-        g_checked.Age.start();
-        return result;
-    }
-    TrueKill(tmp);
-    return result;
+    return clsUserFile::FirstLineOpens(UPath, GetTruePasw(Pasw)) ? tupRight : tupWrong;
 }
 
 int LoadUser(const QString& UPath, const QString& Pasw) {
     TRACE_PROC("modMain.LoadUser", UPath, HIDDEN(Pasw));
-    QString tmp;
-    // The identity is that of exactly the bytes deciphered: a replacement after them makes
-    // the next save merge, never write over a version it did not see.
-    clsFileIdentity id;
-    if (!takeCheckedCopy(UPath, Pasw, tmp, id)) {
-        if (!TryGetTempFileName(tmp))
-            return -9;
-        // A missing user file leaves nothing to load: the manager then reports -2.
-        if (!DecryptFile(UPath, tmp, true, Pasw, id)) {
-            TrueKill(tmp);
-            if (id.Exists && !id.Digest.isEmpty())
-                return -9;
-        }
-    }
-    clsDatabasePtr db;
-    const int r = MDFM->LoadDB(tmp, db, Pasw);
+    // The identity is that of exactly the bytes read: a replacement after them makes the
+    // next save merge, never write over a version it did not see.
+    auto file = std::make_shared<clsUserFile>(UPath, Pasw);
+    auto db = std::make_shared<clsDatabase>();
+    const int r = file->Open(*db);
     TRACE_LOCAL(r);
-    // The deciphered copy is erased on every path, and its entry goes with it: the key
-    // names a file that no longer exists.
-    TrueKill(tmp);
-    MDFM->DeleteDBFromCol(tmp);
     if (r < 0)
         return r;
-    db->SetFileState(db->DBView(), id);
+    db->SetUserFile(std::move(file));
     if (CurUsDB && !CurUsDB->Path().isEmpty())
         SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
     CurUsDB = db;
-    return 2;
+    return kUserLoaded;
 }
 
 int FullUserLoad(const QString& UsName, const QString& UsPasw) {
     TRACE_PROC("modMain.FullUserLoad", UsName, HIDDEN(UsPasw));
-    CurUsDB = std::make_shared<clsDatabase>();
-    const QString path = UsDBFilePath(UsName);
-    TRACE_LOCAL(path);
-    const int r = LoadUser(path, GetTruePasw(UsPasw));
-    if (r == -9)
-        return 102;
-    // The first line deciphers with this password, so the key is right: the contents
-    // themselves fail their check.
-    if ((r == -4 || r == -3) && TestUsPasw(path, UsPasw) == 1)
-        return 101;
-    if (r < 0)
-        return r == -4 ? -1 : 100;
-    CurUsPasw = UsPasw;
-    CurUsDBPath = path;
-    CurUsDB->SetPath(CurUsDBPath);
-    CurUser = UsName;
-    if (g_view) {
-        g_view->ClearUsTree();
-        g_view->ClearUsValue();
-    }
-    saveLastUser(UsName);
-    if (g_view)
-        g_view->ShowUsDB(*CurUsDB);
-    return 0;
+    return UsSession().Open(UsName, UsPasw);
 }
 
 void UnloadUser() {
-    TRACE_PROC("modMain.UnloadUser");
-    CurUsDB = std::make_shared<clsDatabase>();
-    WipeString(CurUsPasw);
-    CurUsDBPath.clear();
-    CurUser.clear();
-    if (g_view) {
-        g_view->ClearUsTree();
-        g_view->ClearUsValue();
-    }
-    saveLastUser(QString());
-    if (g_view)
-        g_view->ClearUsTree();
+    UsSession().Unload();
 }
 
 void ReinstateUser(const QString& UsName, const QString& UsPasw, const clsDatabasePtr& DB) {
-    TRACE_PROC("modMain.ReinstateUser", UsName, HIDDEN(UsPasw));
-    CurUsDB = DB;
-    CurUsPasw = UsPasw;
-    CurUsDBPath = UsDBFilePath(UsName);
-    CurUser = UsName;
-    saveLastUser(UsName);
-    if (g_view) {
-        g_view->ClearUsTree();
-        g_view->ClearUsValue();
-        g_view->ShowUsDB(*CurUsDB);
-    }
+    UsSession().Reinstate(UsName, UsPasw, DB);
 }
 
 int DeleteUser(const QString& UsName, const QString& UsDBPath) {
@@ -424,11 +220,5 @@ int DeleteUser(const QString& UsName, const QString& UsDBPath) {
 
 int ChangeUsPasw(const QString& NewPasw) {
     TRACE_PROC("modMain.ChangeUsPasw", HIDDEN(NewPasw));
-    QString old = CurUsPasw;
-    CurUsPasw = HashString(NewPasw);
-    const int r = SaveUsDBRekeyed(CurUsDB, GetTruePasw(old), GetTruePasw(CurUsPasw));
-    if (r < 0)
-        std::swap(CurUsPasw, old);
-    WipeString(old);
-    return r;
+    return UsSession().ChangeKey(NewPasw);
 }

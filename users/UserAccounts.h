@@ -10,17 +10,15 @@
 // from the MD5 text of the typed password (GetTruePasw); the typed password itself is
 // never kept.
 //
-// Decided for this program: deciphered copies are anonymous files in memory (the private
-// temporary folder only where the system has none), never synced to a disk, erased on
-// every path, success or failure, and dropped from MDFM with them. A successful password
-// check keeps its copy for the load that follows, so an opening deciphers the file once;
-// every
-// write of a user file replaces it in one step (the complete enciphered bytes are written
-// beside it and renamed over it), so the file at the user's path is always a whole old or
-// a whole new version; user files are created with mode 0600.
+// Decided for this program: a user file is read and written in memory from end to end
+// (storage/UserFile.h); no deciphered copy reaches any file system. Every write of a user
+// file replaces it in one step, so the file at the user's path is always a whole old or a
+// whole new version; user files are created with mode 0600. The open user belongs to the
+// user session (UserSession.h): these routines are the steps it is made of.
 
 #include "app/StrMass.h"
 #include "storage/FileIdentity.h"
+#include "storage/UserFile.h"
 #include "storage/clsDataFilesManager.h"
 #include "storage/clsDatabase.h"
 
@@ -56,39 +54,35 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw);
 // The file key made from the MD5 text of a password: the MD5 text hashed twenty times
 // in all, followed by the MD5 text itself (64 characters).
 QString GetTruePasw(const QString& InPasw);
-// 1 when Pasw (MD5 text) opens the file at UPath, 2 for a wrong password or a file that
-// is missing, too short or not a user file, 4 when the deciphered copy could not be
-// written (the temporary folder is full or gone).
-int TestUsPasw(const QString& UPath, const QString& Pasw);
-// Opens the file at UPath with the file key Pasw and makes it the current database,
-// saving the previously loaded one first. 2 loaded; below zero the manager's failure code
-// (-2 no file, -4 wrong key or changed file, -3 damaged structure, -1 unreadable), or -9
-// when the deciphered copy could not be written (the temporary folder is full or gone).
-// The database keeps the file's identity and its table as read (the base of a merge).
-int LoadUser(const QString& UPath, const QString& Pasw);
-// Opens user UsName with the MD5 text UsPasw and makes it the current user: globals,
-// settings entry 4 (saved) and the view. 0 on success; -1 when the file would not open
-// with that key (-4); 100 on any other failure; 101 when the password is right but the
-// contents fail their check (a damaged file: offer its backup copies); 102 when the
-// temporary folder is full or missing. A failure changes no current-user global.
-int FullUserLoad(const QString& UsName, const QString& UsPasw);
-
-// Results of the saves of a user file.
-enum UsSaveResult {
-    usSaved = 1,          // written
-    usMerged = 2,         // the file had changed elsewhere: merged with it, then written
-    usWriteFailed = -1,   // the file could not be written (full disk, folder gone): the old file is whole
-    usNothingToSave = -5, // the database has no name: nothing written
-    usLockTimeout = -6,   // another program held the user's file for more than 10 s: nothing changed
-    usKeyChanged = -7,    // the file no longer opens with this key (its password changed elsewhere)
-    usFileDeleted = -8,   // the file was deleted elsewhere: nothing written (SaveUsDBRecreate writes it)
+// Results of TestUsPasw, LoadUser and FullUserLoad.
+enum TestUsPaswResult { tupRight = 1, tupWrong = 2 };
+inline constexpr int kUserLoaded = 2; // LoadUser
+enum FullUserLoadResult {
+    fulLoaded = 0,
+    fulWrongPassword = -1, // the file would not open with that key
+    fulFailed = 100,       // no file, unreadable, or anything else
+    fulDamaged = 101,      // the right password, contents that fail their check: offer its backups
 };
 
-// Saves DB to the databases folder under its Name with the file key Pasw, holding the
-// user's lock. When the file is no longer the one DB was read from or last written to, the
-// file's version is merged in first (records/TableMerge.h; DB then holds the merged
-// table). A file whose contents fail their check is written over (there is nothing to
-// merge from; its backups remain). Results: UsSaveResult.
+// tupRight when Pasw (MD5 text) opens the file at UPath; tupWrong for a wrong password or
+// a file that is missing, too short or not a user file. Only the first line is read.
+int TestUsPasw(const QString& UPath, const QString& Pasw);
+// Opens the file at UPath with the file key Pasw and makes it the current database,
+// saving the previously loaded one first. kUserLoaded; below zero the engine's failure
+// code (-2 no file, -4 wrong key or changed file, -3 damaged structure, -1 unreadable).
+// The database keeps its user file (storage/UserFile.h) with the identity and the tables
+// as read (the base of a merge).
+int LoadUser(const QString& UPath, const QString& Pasw);
+// Opens user UsName with the MD5 text UsPasw and makes it the current user: globals,
+// settings entry 4 (saved) and the view. FullUserLoadResult. A failure changes no
+// current-user global.
+int FullUserLoad(const QString& UsName, const QString& UsPasw);
+
+// Saves DB to the databases folder under its Name with the file key Pasw, through DB's
+// user file (storage/UserFile.h: locked, merged with a version changed elsewhere, checked).
+// A key other than the one DB was read with is a new password: the file's version is read
+// with the old one. A file whose contents fail their check is written over (there is
+// nothing to merge from; its backups remain). Results: UsSaveResult.
 int SaveUsDB(const clsDatabasePtr& DB, const QString& Pasw);
 // SaveUsDB that writes a file deleted elsewhere again.
 int SaveUsDBRecreate(const clsDatabasePtr& DB, const QString& Pasw);
@@ -131,12 +125,6 @@ int ChangeUsPasw(const QString& NewPasw);
 QString UsDBFilePath(const QString& UsName);
 // The file a new user starts from, byte for byte (an empty database with one table).
 QByteArray NewUserTemplate();
-// A fresh empty scratch file (mode 0600): a memory file (app/MemoryFile.h), or where the
-// system has none a file "psc<process id>_....tmp" in the private temporary folder;
-// error 75 when none can be made.
-QString GetTempFileName();
-// The same without raising: false when the temporary folder is full, gone or no folder.
-bool TryGetTempFileName(QString& Out);
 // Deletes a file if it exists, clearing its read-only state first; error 70 when a file
 // that exists cannot be deleted.
 void TrueKill(const QString& FilePath);

@@ -8,6 +8,7 @@
 #include "maintenance/frmRestore.h"
 #include "storage/TableEngine.h"
 #include "users/UserAccounts.h"
+#include "users/UserSession.h"
 
 namespace {
 SaveFirstHandler& saveFirst() {
@@ -28,8 +29,8 @@ bool SaveCurrentUserFirst() {
         return true;
     if (saveFirst())
         return saveFirst()();
-    const int r = SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
-    if (r < 0 && r != tbeNothingToSave) {
+    const int r = UsSession().Save();
+    if (r < 0 && r != usNothingToSave) {
         MsgBox(Texts(247), vbCritical);
         return false;
     }
@@ -39,10 +40,7 @@ bool SaveCurrentUserFirst() {
 int OpenUser(QWidget* Owner, const QString& UsName, const QString& UsPasw) {
     TRACE_PROC("modMain.OpenUser", UsName);
     const int r = FullUserLoad(UsName, UsPasw);
-    if (r == 102) {
-        const QString why = TempFolderProblem();
-        MsgBox(Texts(269) + (why.isEmpty() ? QString() : QStringLiteral("\n\n") + why), vbCritical);
-    } else if (r == 101) {
+    if (r == fulDamaged) {
         // The right password, contents that fail their check (a changed byte, a cut-off end).
         if (MsgBox(Texts(260) + QStringLiteral(" \"") + UsName + u'"' + QStringLiteral("\n\n") + Texts(261),
                    vbYesNo | vbExclamation) == vbYes) {

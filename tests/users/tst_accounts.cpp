@@ -113,9 +113,9 @@ private slots:
         QCOMPARE(leftoverTempFiles(), QStringList());
     }
 
-    // A load right after a successful check takes the check's deciphered copy, but only
-    // for the same file, unchanged, and the same key.
-    void loadAfterCheckTakesItsCopyOnlyWhenItFits() {
+    // A load right after a successful check reads the file as it is then, with its own
+    // key: a file replaced in between is the one loaded, and another key opens nothing.
+    void loadAfterCheckReadsTheFileAsItIsThen() {
         TestEnv env;
         startFirstRun();
         const QString dan = makeUser("Dan", "dan's password");

@@ -1,0 +1,288 @@
+#include "storage/UserFile.h"
+
+#include "app/CheckedWrite.h"
+#include "diagnostics/DbgPrint.h"
+#include "diagnostics/Trace.h"
+#include "records/TableMerge.h"
+#include "storage/FileSeal.h"
+#include "storage/Rc4.h"
+#include "storage/TableFile.h"
+#include "storage/clsDatabase.h"
+
+#include <QDateTime>
+#include <QFile>
+
+#include <sodium.h>
+
+#include <cstring>
+
+namespace {
+
+void wipeText(QString& Text) {
+    if (!Text.isEmpty() && Text.isDetached())
+        sodium_memzero(Text.data(), static_cast<std::size_t>(Text.size()) * sizeof(QChar));
+    Text.clear();
+}
+
+// The outer layer: RC4 under the key's UTF-8 bytes, over Len bytes of Data in place.
+void applyOuterLayer(const QString& Key, char* Data, qsizetype Len) {
+    QByteArray key = Key.toUtf8();
+    Rc4 rc4(key);
+    sodium_memzero(key.data(), static_cast<std::size_t>(key.size()));
+    rc4.Apply(Data, Len);
+}
+
+QByteArray digestOf(const QByteArray& Bytes) {
+    QByteArray d(crypto_generichash_BYTES, Qt::Uninitialized);
+    crypto_generichash(reinterpret_cast<unsigned char*>(d.data()), crypto_generichash_BYTES,
+                       reinterpret_cast<const unsigned char*>(Bytes.constData()),
+                       static_cast<unsigned long long>(Bytes.size()), nullptr, 0);
+    return d;
+}
+
+// Holds a lock for one operation of the object that owns it.
+class HeldLock {
+public:
+    explicit HeldLock(clsUserFileLock& Lock) : m_lock(Lock) { m_ok = m_lock.Acquire(); }
+    ~HeldLock() { m_lock.Release(); }
+    HeldLock(const HeldLock&) = delete;
+    HeldLock& operator=(const HeldLock&) = delete;
+    bool Ok() const { return m_ok; }
+    // What a lock that could not be had means for the caller.
+    int Failure() const { return m_lock.TimedOut() ? usLockTimeout : usWriteFailed; }
+
+private:
+    clsUserFileLock& m_lock;
+    bool m_ok = false;
+};
+
+void logMerge(const clsMergeCounts& c) {
+    DbgPrint(QStringLiteral("Merged with the file: theirs %1 changed, %2 added, ours %3 added, %4 "
+                            "renumbered, %5 rehomed")
+                 .arg(c.TakenTheirs + c.FieldMerged)
+                 .arg(c.AddedTheirs)
+                 .arg(c.AddedOurs)
+                 .arg(c.Renumbered)
+                 .arg(c.Rehomed));
+}
+
+} // namespace
+
+clsUserFile::clsUserFile(const QString& Path, const QString& Key) : m_path(Path), m_key(Key), m_lock(Path) {}
+
+clsUserFile::~clsUserFile() {
+    wipeText(m_key);
+}
+
+void clsUserFile::adoptKey(const QString& Key) {
+    if (m_key == Key)
+        return;
+    wipeText(m_key);
+    m_key = Key;
+}
+
+int clsUserFile::Read(const QString& Path, const QString& Key, DatabaseRecord& Out, clsFileIdentity& Id,
+                      std::shared_ptr<KeyCache> Cache) {
+    TRACE_PROC("modMain.ReadUserFile", Path, HIDDEN(Key));
+    QByteArray bytes;
+    Out = DatabaseRecord();
+    if (!ReadFileWithIdentity(Path, bytes, Id))
+        return Id.Exists ? tbeIoError : tbeNoFile;
+    applyOuterLayer(Key, bytes.data(), bytes.size());
+    DatabaseRecord db;
+    db.Key = Cache ? std::move(Cache) : std::make_shared<KeyCache>();
+    // ParseFileImage consumes the bytes and wipes them when nothing could be read.
+    const int r = ParseFileImage(bytes, Key, db, nullptr);
+    if (r < 0)
+        return r;
+    db.Path = Path;
+    db.Ready = true;
+    Out = std::move(db);
+    return tbeOk;
+}
+
+bool clsUserFile::FirstLineOpens(const QString& Path, const QString& Key) {
+    TRACE_PROC("modMain.FirstLineOpens", Path, HIDDEN(Key));
+    QFile f(Path);
+    if (!f.open(QIODevice::ReadOnly))
+        return false;
+    // The signature line and its line end; RC4 needs no more of the file than that.
+    constexpr qsizetype kLen = sizeof(kSignatureEnc) - 1;
+    QByteArray head = f.read(kLen + 2);
+    if (head.size() <= kLen)
+        return false;
+    applyOuterLayer(Key, head.data(), head.size());
+    const bool lineEnds =
+        head[kLen] == '\n' || (head[kLen] == '\r' && head.size() > kLen + 1 && head[kLen + 1] == '\n');
+    const bool ok = lineEnds && std::memcmp(head.constData(), kSignatureEnc, kLen) == 0;
+    // A file of exactly the signature line holds nothing to open.
+    return ok && f.size() > kLen;
+}
+
+bool clsUserFile::Write(const QString& Path, const DatabaseRecord& Db, const QString& Key,
+                        clsFileIdentity& Written) {
+    TRACE_PROC("modMain.WriteUserFile", Path, HIDDEN(Key));
+    Written = clsFileIdentity();
+    QByteArray image = BuildFileImage(Db, Key, false);
+    if (image.isEmpty())
+        return false;
+    applyOuterLayer(Key, image.data(), image.size());
+    clsCheckedFile out(Path);
+    const bool ok = out.Open() && out.Write(image) && out.Commit();
+    if (ok && out.WrittenStat(Written.Size, Written.MTimeNs, Written.Inode)) {
+        // The change time is left unknown: the rename moves it on, so the first check after
+        // the save reads the file once more, and takes it from there.
+        Written.Exists = true;
+        Written.Digest = digestOf(image);
+        Written.TakenNs = QDateTime::currentMSecsSinceEpoch() * 1000000LL;
+    }
+    if (!ok)
+        DbgPrint(QStringLiteral("User file not written (") + out.ErrorText() + QStringLiteral("): ") + Path);
+    WipeBytes(image);
+    return ok;
+}
+
+int clsUserFile::Open(clsDatabase& DB) {
+    TRACE_PROC("clsUserFile.Open", m_path);
+    DatabaseRecord rec;
+    clsFileIdentity id;
+    const int r = Read(m_path, m_key, rec, id);
+    if (r < 0)
+        return r;
+    DB.SetDB(rec);
+    DB.SetPath(m_path);
+    SetState(rec, id);
+    return tbeOk;
+}
+
+void clsUserFile::SetState(const DatabaseRecord& Mem, const clsFileIdentity& Id) {
+    m_base = Mem;
+    m_base.Key.reset();
+    m_id = Id;
+    m_hasState = true;
+}
+
+bool clsUserFile::HasUnsavedChanges(const DatabaseRecord& Mem) const {
+    TRACE_PROC("clsUserFile.HasUnsavedChanges");
+    if (!m_hasState)
+        return false;
+    if (Mem.Name != m_base.Name || Mem.Tag != m_base.Tag || Mem.flags != m_base.flags ||
+        Mem.Tables.size() != m_base.Tables.size())
+        return true;
+    // Rows that were not touched share their data with the base, so this is quick.
+    for (qsizetype i = 0; i < Mem.Tables.size(); ++i) {
+        const TableEntry& a = Mem.Tables[i];
+        const TableEntry& b = m_base.Tables[i];
+        if (a.Name != b.Name || a.Tag != b.Tag || a.Flags != b.Flags || a.FldNames != b.FldNames ||
+            a.Records != b.Records)
+            return true;
+    }
+    return false;
+}
+
+int clsUserFile::Save(clsDatabase& DB) {
+    TRACE_PROC("clsUserFile.Save", m_path);
+    return saveShared(DB, m_key, m_key, SaveMode::Normal, false);
+}
+
+int clsUserFile::SaveRecreate(clsDatabase& DB) {
+    TRACE_PROC("clsUserFile.SaveRecreate", m_path);
+    return saveShared(DB, m_key, m_key, SaveMode::Recreate, false);
+}
+
+int clsUserFile::SaveRekeyed(clsDatabase& DB, const QString& NewKey) {
+    TRACE_PROC("clsUserFile.SaveRekeyed", m_path, HIDDEN(NewKey));
+    const QString readKey = m_key;
+    const int r = saveShared(DB, readKey, NewKey, SaveMode::Normal, false);
+    if (r > 0)
+        adoptKey(NewKey);
+    return r;
+}
+
+int clsUserFile::SaveWithFileKey(clsDatabase& DB, const QString& TheirKey) {
+    TRACE_PROC("clsUserFile.SaveWithFileKey", m_path, HIDDEN(TheirKey));
+    const int r = saveShared(DB, TheirKey, TheirKey, SaveMode::Normal, true);
+    if (r > 0)
+        adoptKey(TheirKey);
+    return r;
+}
+
+// Reads the file's version under the lock. SameKey: the file is read with the key DB was
+// saved with, so a file written with the same salt needs no second key derivation.
+int clsUserFile::readTheirs(const QString& Key, bool SameKey, const clsDatabase& DB, DatabaseRecord& Theirs,
+                            clsFileIdentity& Id) {
+    return Read(m_path, Key, Theirs, Id, SameKey ? DB.DBView().Key : nullptr);
+}
+
+int clsUserFile::writeLocked(clsDatabase& DB, const QString& WriteKey) {
+    clsFileIdentity written;
+    if (!Write(m_path, DB.DBView(), WriteKey, written))
+        return usWriteFailed;
+    // The identity of the bytes just written, without reading them back; should it be
+    // missing, the file is read as any other.
+    SetState(DB.DBView(), written.Exists ? written : ReadFileIdentity(m_path));
+    return usSaved;
+}
+
+int clsUserFile::saveShared(clsDatabase& DB, const QString& ReadKey, const QString& WriteKey, SaveMode Mode,
+                            bool ForceRead) {
+    TRACE_PROC("clsUserFile.SaveShared", m_path, HIDDEN(ReadKey), HIDDEN(WriteKey), ForceRead);
+    HeldLock lock(m_lock);
+    if (!lock.Ok())
+        return lock.Failure();
+    bool exists = false;
+    const bool unchanged = FileUnchanged(m_path, m_id, &exists);
+    const bool changed = m_hasState && !unchanged;
+    if (!changed && !ForceRead)
+        return writeLocked(DB, WriteKey);
+    if (!exists)
+        return Mode == SaveMode::Recreate ? writeLocked(DB, WriteKey) : usFileDeleted;
+    DatabaseRecord theirs;
+    clsFileIdentity id;
+    const int r = readTheirs(ReadKey, ReadKey == WriteKey, DB, theirs, id);
+    if (r == tbeBadKey)
+        return usKeyChanged;
+    if (r == tbeIoError || r == tbeNoFile)
+        return r == tbeNoFile && Mode != SaveMode::Recreate ? usFileDeleted : usWriteFailed;
+    int result = usSaved;
+    if (r < 0) {
+        DbgPrint(QStringLiteral("User file fails its check, written over: ") + m_path);
+    } else if (changed) {
+        DatabaseRecord merged = DB.DBView();
+        logMerge(MergeDatabases(merged, m_base, theirs));
+        DB.ReplaceDB(std::move(merged));
+        // Memory now holds the file's version: should the write fail, the next save
+        // starts from it and merges nothing twice.
+        SetState(theirs, id);
+        result = usMerged;
+    }
+    const int w = writeLocked(DB, WriteKey);
+    return w < 0 ? w : result;
+}
+
+int clsUserFile::Refresh(clsDatabase& DB) {
+    TRACE_PROC("clsUserFile.Refresh", m_path);
+    HeldLock lock(m_lock);
+    if (!lock.Ok())
+        return lock.Failure();
+    if (m_hasState && FileUnchanged(m_path, m_id))
+        return usUnchanged;
+    DatabaseRecord theirs;
+    clsFileIdentity id;
+    const int r = readTheirs(m_key, true, DB, theirs, id);
+    if (r == tbeNoFile)
+        return usFileDeleted;
+    if (r == tbeBadKey)
+        return usKeyChanged;
+    if (r < 0)
+        return usWriteFailed;
+    if (m_hasState && HasUnsavedChanges(DB.DBView())) {
+        DatabaseRecord merged = DB.DBView();
+        logMerge(MergeDatabases(merged, m_base, theirs));
+        DB.ReplaceDB(std::move(merged));
+    } else {
+        DB.ReplaceDB(theirs);
+    }
+    SetState(theirs, id);
+    return usTakenIn;
+}
