@@ -16,7 +16,7 @@ QString ProgCfgPath;
 
 namespace {
 const bool g_registered = [] {
-    argent::diag::registerGlobal("ProgConfig", &ProgConfig);
+    argent::diag::registerGlobalMass("ProgConfig", &ProgConfig.LBound, &ProgConfig.Items);
     argent::diag::registerGlobal("ProgCfgPath", &ProgCfgPath);
     argent::diag::registerModuleVar("modMain", "ProgCfgPath", &ProgCfgPath);
     return true;

@@ -5,6 +5,7 @@
 //
 //   QT_QPA_PLATFORM=offscreen build/bench/bench_gui_mainwindow
 
+#include "app/DiagnosticsHookup.h"
 #include "app/MsgBox.h"
 #include "app/ProgConfig.h"
 #include "app/guiApplication.h"
@@ -55,6 +56,7 @@ int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM",
             qgetenv("QT_QPA_PLATFORM").isEmpty() ? "offscreen" : qgetenv("QT_QPA_PLATFORM"));
     ArgentApplication app(argc, argv);
+    ConnectDiagnostics();
     SetMsgBoxHandler([](const QString&, int, const QString&) { return int(vbYes); });
     QTemporaryDir home;
     qputenv("XDG_DATA_HOME", QFile::encodeName(home.path()));

@@ -10,6 +10,7 @@
 //   xvfb-run -a -s "-screen 0 1280x800x24" build/bench/bench_gui_window [--runs K] [N ...]
 //   (default 10000 100000, 5 runs; targets at 100,000: <= 300 ms and <= 110 MiB)
 
+#include "app/DiagnosticsHookup.h"
 #include "app/ProgConfig.h"
 #include "app/modMain.h"
 #include "bench/BenchUser.h"
@@ -108,6 +109,7 @@ double median(std::vector<double> v) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    ConnectDiagnostics();
     QStringList args = QCoreApplication::arguments().mid(1);
     int runs = 5;
     if (args.size() >= 2 && args[0] == QLatin1String("--runs")) {

@@ -7,6 +7,7 @@
 //
 //   bench_import_export [ENTRIES]          (default 100000)
 
+#include "app/DiagnosticsHookup.h"
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
 #include "diagnostics/ErrorTrap.h"
@@ -273,6 +274,7 @@ QList<double> threeRuns(const std::function<QStringList(int)>& args) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    ConnectDiagnostics();
     const QStringList a = QCoreApplication::arguments();
     int rc = 1;
     if (a.size() >= 4 && a[1].startsWith(QLatin1String("--"))) {

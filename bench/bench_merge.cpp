@@ -6,6 +6,7 @@
 //
 //   bench_merge [ROWS] [CHANGES]      (default 100000 1000)
 
+#include "app/DiagnosticsHookup.h"
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
 #include "records/TableMerge.h"
@@ -93,6 +94,7 @@ double cpuMs() {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    ConnectDiagnostics();
     const int rows = argc > 1 ? std::atoi(argv[1]) : 100000;
     const int changes = argc > 2 ? std::atoi(argv[2]) : 1000;
 

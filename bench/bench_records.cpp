@@ -15,6 +15,7 @@
 //   bench_records [ROWS] [--compare]     (default 100000; --compare adds the step-by-step
 //                                         deletion, which takes many seconds)
 
+#include "app/DiagnosticsHookup.h"
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
 #include "app/modMain.h"
@@ -176,6 +177,7 @@ void naiveDelete(clsDatabase& db, int tbl, int idF, int parentF, const QString& 
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    ConnectDiagnostics();
     int rc = 1;
     argent::diag::trapped([&] {
         const QStringList args = QCoreApplication::arguments();

@@ -10,6 +10,7 @@
 //   bench_storage --xml N DIR OUT  writes user BenchN of DIR as a KeePass XML export (the
 //                                  same folders and records, for bench/compare_keepassxc.py)
 
+#include "app/DiagnosticsHookup.h"
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
 #include "diagnostics/ErrorTrap.h"
@@ -230,6 +231,7 @@ double median(std::vector<double> v) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    ConnectDiagnostics();
     const QStringList args = QCoreApplication::arguments();
     int rc = 1;
     if (args.size() == 5 && args[1] == QLatin1String("--xml")) {

@@ -3,6 +3,7 @@
 
 #include "Version.h"
 
+#include "app/DiagnosticsHookup.h"
 #include "cli/CliCommands.h"
 
 #include "diagnostics/ErrorTrap.h"
@@ -284,6 +285,7 @@ int main(int argc, char** argv) {
     prctl(PR_SET_DUMPABLE, 0);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("argentpm"));
+    ConnectDiagnostics();
     InstallErrorTrap();
     const QStringList args = QCoreApplication::arguments().mid(1);
 

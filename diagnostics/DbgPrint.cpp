@@ -1,8 +1,7 @@
 #include "diagnostics/DbgPrint.h"
 
-#include "app/modMain.h"
-#include "app/modTimer.h"
 #include "diagnostics/ErrorTrap.h"
+#include "diagnostics/Hookup.h"
 #include "diagnostics/Trace.h"
 
 #include <QDateTime>
@@ -11,16 +10,13 @@
 #include <QLocale>
 
 QString DbgFileFolder() {
-    // An installed copy's data folder is shared by every user (and belongs to the
-    // package), so the log never goes there, even when it happens to be writable.
-    const QString app = Pt(AppPath());
-    if (ProgramBesideExe() && QFileInfo(app).isWritable())
-        return app;
-    return Pt(UserFolderPath());
+    const auto& folder = argent::diag::hookup().LogFolder;
+    return folder ? folder() : QString();
 }
 
 QString DbgFilePath() {
-    return DbgFileFolder() + QStringLiteral("DbgFile.dat");
+    const QString folder = DbgFileFolder();
+    return folder.isEmpty() ? QString() : folder + QStringLiteral("DbgFile.dat");
 }
 
 namespace {
@@ -51,11 +47,14 @@ QByteArray g_pending;
 
 // Appends Bytes to the log, or holds them while its folder does not exist yet.
 void appendToLog(const QByteArray& Bytes) {
-    if (!QFileInfo(DbgFileFolder()).isDir()) {
+    const QString folder = DbgFileFolder();
+    if (folder.isEmpty())
+        return; // no log in this program
+    if (!QFileInfo(folder).isDir()) {
         g_pending += Bytes;
         return;
     }
-    QFile f(DbgFilePath());
+    QFile f(folder + QStringLiteral("DbgFile.dat"));
     if (!openLog(f))
         RaiseError(vbErrPathFileAccess);
     const QByteArray out = g_pending + Bytes;
@@ -73,7 +72,7 @@ QString logLine(const QString& Time, const QLocale& Loc, double perf, const QStr
 void DbgPrint(const QString& DbgStr) {
     TRACE_PROC("modMain.DbgPrint", DbgStr);
     // The time of the call, taken before the file is opened.
-    const double perf = GetQueryPerf();
+    const double perf = argent::diag::MonotonicSeconds();
     appendToLog(logLine(timeText(), QLocale(), perf, DbgStr).toUtf8());
 }
 
@@ -87,6 +86,6 @@ void DbgPrintLines(const QStringList& Lines) {
     const QLocale loc;
     QByteArray out;
     for (const QString& l : Lines)
-        out += logLine(time, loc, GetQueryPerf(), l).toUtf8();
+        out += logLine(time, loc, argent::diag::MonotonicSeconds(), l).toUtf8();
     appendToLog(out);
 }

@@ -11,7 +11,9 @@ void DbgPrint(const QString& DbgStr);
 // one opening of the file: for operations that log a line per row.
 void DbgPrintLines(const QStringList& Lines);
 
-// Folder of the debug log (and of ErrorReport.txt): the program folder, or the
-// per-user folder when the program folder is not writable. Ends with "/".
+// Folder of the debug log (and of ErrorReport.txt), as the program hands it over at
+// start-up (diagnostics/Hookup.h): the program folder, or the per-user folder when the
+// program folder is not writable. Ends with "/"; empty (and so is the path) in a program
+// that keeps no log.
 QString DbgFileFolder();
 QString DbgFilePath();

@@ -500,7 +500,8 @@ int ExceptionErrorNumber(unsigned int ExceptionCode) {
 void InstallErrorTrap() {
     if (vbcsHasInitialised)
         return;
-    SetErrorReportPath(DbgFileFolder() + QStringLiteral("ErrorReport.txt"));
+    if (const QString folder = DbgFileFolder(); !folder.isEmpty())
+        SetErrorReportPath(folder + QStringLiteral("ErrorReport.txt"));
 
     stack_t ss{};
     ss.ss_sp = g_altStack;

@@ -1,6 +1,5 @@
 #include "diagnostics/Globals.h"
 
-#include "app/StrMass.h"
 #include "diagnostics/FormatVariable.h"
 
 #include <array>
@@ -97,16 +96,16 @@ template <class Sink> void writeVar(Sink& s, const VarRef& v) {
         put(s, v.fixed);
         break;
     case VarRef::Mass: {
-        const StrMass& m = *static_cast<const StrMass*>(v.ptr);
+        const QStringList& items = *static_cast<const QStringList*>(v.ptr);
         put(s, "\r\n");
-        for (qsizetype k = 0; k < m.Items.size(); ++k) {
+        for (qsizetype k = 0; k < items.size(); ++k) {
             putSpaces(s, 2);
             put(s, "<");
             put(s, v.name, n);
             put(s, " Index=\"");
-            putInt(s, m.LBound + k);
+            putInt(s, *v.massLBound + k);
             put(s, "\">");
-            putQString(s, m.Items[k]);
+            putQString(s, items[k]);
             closeTag(s, v.name, n);
         }
         break;
@@ -149,8 +148,10 @@ void registerGlobal(const char* name, const bool* p) {
 void registerGlobal(const char* name, const QString* p) {
     add(make(nullptr, name, VarRef::Str, p));
 }
-void registerGlobal(const char* name, const StrMass* p) {
-    add(make(nullptr, name, VarRef::Mass, p));
+void registerGlobalMass(const char* name, const int* LBound, const QStringList* Items) {
+    VarRef v = make(nullptr, name, VarRef::Mass, Items);
+    v.massLBound = LBound;
+    add(v);
 }
 void registerGlobalBytes(const char* name, const QByteArray* p) {
     add(make(nullptr, name, VarRef::Bytes, p));

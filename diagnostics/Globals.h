@@ -8,10 +8,9 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include <cstdint>
-
-struct StrMass;
 
 namespace argent::diag {
 
@@ -21,8 +20,9 @@ struct VarRef {
     const char* name = nullptr;
     Kind kind = Fixed;
     const void* ptr = nullptr;
-    const char* fixed = nullptr; // Fixed: the content text, e.g. "{POINTAPI}"
-    int byteLBound = 0;          // Bytes: index of the first element
+    const char* fixed = nullptr;     // Fixed: the content text, e.g. "{POINTAPI}"
+    int byteLBound = 0;              // Bytes: index of the first element
+    const int* massLBound = nullptr; // Mass: index of the first string (it may change)
     // A member of the object a procedure runs on: ptr is the offset from that object.
     bool member = false;
     const void* owner = nullptr; // registered by this object; dropped with it
@@ -38,7 +38,8 @@ void registerGlobal(const char* name, const long long* p);
 void registerGlobal(const char* name, const double* p);
 void registerGlobal(const char* name, const bool* p);
 void registerGlobal(const char* name, const QString* p);
-void registerGlobal(const char* name, const StrMass* p);
+// A string array whose first element has the index *LBound (the settings).
+void registerGlobalMass(const char* name, const int* LBound, const QStringList* Items);
 void registerGlobalBytes(const char* name, const QByteArray* p);
 void registerGlobalHidden(const char* name);
 void registerGlobalFixed(const char* name, const char* content);

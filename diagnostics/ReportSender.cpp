@@ -1,6 +1,6 @@
 #include "diagnostics/ReportSender.h"
 
-#include "app/ProgConfig.h"
+#include "diagnostics/Hookup.h"
 #include "diagnostics/Trace.h"
 
 QByteArray BuildReportRequest(const QString& Host, const QString& Report) {
@@ -18,8 +18,8 @@ QByteArray BuildReportRequest(const QString& Host, const QString& Report) {
 
 bool GetReportServer(QString& Host, quint16& Port) {
     TRACE_PROC("frmError.GetReportServer");
-    // Settings written before the entry existed have no line 21: no server.
-    const QString value = ProgConfig.UBound() >= 21 ? ProgConfig[21].trimmed() : QString();
+    const auto& server = argent::diag::hookup().ReportServer;
+    const QString value = server ? server().trimmed() : QString();
     if (value.isEmpty())
         return false;
     Host = value;

@@ -1,11 +1,7 @@
 #include "diagnostics/frmError.h"
 
-#include "app/MsgBox.h"
-#include "app/ProgConfig.h"
-#include "app/modLang.h"
-#include "app/modMain.h"
-#include "app/modTimer.h"
 #include "diagnostics/ErrorTrap.h"
+#include "diagnostics/Hookup.h"
 #include "diagnostics/ReportSender.h"
 #include "diagnostics/Trace.h"
 #include "diagnostics/frmErrorReport.h"
@@ -27,7 +23,10 @@ namespace {
 
 // The dialog must speak even when the failure was a broken language file.
 QString TextOr(int id, const char* fallback) {
-    const QString t = Texts(id);
+    const auto& text = argent::diag::hookup().Text;
+    if (!text)
+        return QString::fromUtf8(fallback);
+    const QString t = text(id);
     return t.startsWith(QStringLiteral("#Error in language module#")) ? QString::fromUtf8(fallback) : t;
 }
 
@@ -40,6 +39,11 @@ void RestartInReportMode(const char* reportPath) {
     sigfillset(&all);
     sigprocmask(SIG_UNBLOCK, &all, nullptr);
     execv(self, argv);
+}
+
+void Message(const QString& Prompt, bool Critical) {
+    if (const auto& message = argent::diag::hookup().Message)
+        message(Prompt, Critical);
 }
 
 } // namespace
@@ -119,7 +123,7 @@ void frmError::cmdSend_Click() {
     QString host;
     quint16 port = 80;
     if (!GetReportServer(host, port)) {
-        MsgBox(QStringLiteral("Information sending failed"), vbCritical);
+        Message(QStringLiteral("Information sending failed"), true);
         return;
     }
     const QByteArray request = BuildReportRequest(host, ErrorMessage);
@@ -132,7 +136,7 @@ void frmError::cmdSend_Click() {
     // Wake the loop below regularly, so that the time limit holds without any events.
     QTimer tick;
     tick.start(50);
-    const double start = GetQueryPerf();
+    const double start = argent::diag::MonotonicSeconds();
     for (;;) {
         if (IsConnected) {
             wskErrorReport->write(request);
@@ -142,7 +146,7 @@ void frmError::cmdSend_Click() {
             break;
         QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
         // No connection in time: the program ends at once, without a message.
-        if (GetQueryPerf() - start > kReportConnectWait) {
+        if (argent::diag::MonotonicSeconds() - start > kReportConnectWait) {
             m_ended = true;
             done(QDialog::Rejected);
             break;
@@ -173,7 +177,7 @@ void frmError::wskErrorReport_DataArrival() {
         return;
     wskErrorReport->readAll();
     m_ended = true;
-    MsgBox(QStringLiteral("Thank you for your help!"), vbInformation);
+    Message(QStringLiteral("Thank you for your help!"), false);
     done(QDialog::Accepted);
 }
 
@@ -183,7 +187,7 @@ void frmError::wskErrorReport_Error() {
     if (m_ended || wskErrorReport->error() == QAbstractSocket::RemoteHostClosedError)
         return;
     lblStatus->clear();
-    MsgBox(QStringLiteral("Information sending failed"), vbCritical);
+    Message(QStringLiteral("Information sending failed"), true);
 }
 
 void ShowErrorDialog() {
@@ -206,8 +210,8 @@ int RunReportOnlyMode(const QString& ReportPath) {
     TRACE_PROC("frmError.RunReportOnlyMode", ReportPath);
     // Settings and language as far as they load; the dialog copes without them.
     try {
-        ChooseConfiguration();
-        LoadLang(Pt(AppPath()) + QStringLiteral("Languages/") + ProgConfig[14] + QStringLiteral(".lng"));
+        if (const auto& load = argent::diag::hookup().LoadForReport)
+            load();
     } catch (...) {
         argent::diag::clearSnapshot();
     }

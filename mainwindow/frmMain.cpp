@@ -156,6 +156,7 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
     connect(qApp, &QGuiApplication::commitDataRequest, this,
             [this](QSessionManager&) { CommitSessionData(); });
     SetUserView(this);
+    SetRecordView(this);
     SetSaveFirstHandler([this] { return SaveCurUser() >= 0; });
 }
 
@@ -544,6 +545,8 @@ frmMain::~frmMain() {
     argent::diag::dropVars(this);
     if (UserView() == this)
         SetUserView(nullptr);
+    if (RecordView() == this)
+        SetRecordView(nullptr);
     SetSaveFirstHandler(nullptr);
 }
 

@@ -2,9 +2,11 @@
 
 // The main window: menu bar, tool bar, the tree of the current user's database on the
 // left, the selected record's fields on the right, the status bar below. It shows the
-// user that the account routines open (IUserView), runs every command, locks itself
-// after inactivity and drives the automatic backup.
+// user that the account routines open (IUserView), keeps the tree in line with what the
+// record dialogs change (IRecordView), runs every command, locks itself after inactivity
+// and drives the automatic backup.
 
+#include "records/IRecordView.h"
 #include "users/IUserView.h"
 
 #include <QMainWindow>
@@ -42,7 +44,7 @@ protected:
     void dragMoveEvent(QDragMoveEvent* e) override;
 };
 
-class frmMain : public QMainWindow, public IUserView {
+class frmMain : public QMainWindow, public IUserView, public IRecordView {
     Q_OBJECT
 public:
     explicit frmMain(QWidget* parent = nullptr);
@@ -72,14 +74,11 @@ public:
     static QString NodeTag(const QModelIndex& Node);
     UsTreeModel* TreeModel() const { return m_model; }
 
-    // Brings the tree in line with a row that an editor added or changed, without
-    // reloading it: a new row's node goes under its folder (folders on top, records at
-    // the end), a changed row's node takes the row's text, image, colour and bold.
-    QModelIndex InsertRowNode(const QString& IndNum);
-    void RefreshRowNode(const QString& IndNum);
-    // Nodes for the rows from FirstRec to the end of the table, added together (an
-    // import): the first one is a new folder, the others lie below it. It is selected.
-    void InsertImportedRows(int FirstRec);
+    // IRecordView
+    void ShowAddedRow(const QString& IndNum) override;
+    void RefreshRowNode(const QString& IndNum) override;
+    void InsertImportedRows(int FirstRec) override;
+    void ShowFoundRow(const QString& IndNum) override;
     // The status bar's counts of the selected node, after rows were added, deleted,
     // moved or merged (the row index is rebuilt first).
     void RefreshStatusCounts();
@@ -217,6 +216,9 @@ private:
     bool IsRoot(const QModelIndex& Node) const;
     // After rows were added, deleted or moved: the tree and the row index in line.
     void TreeTableChanged();
+    // Brings the tree in line with a row that an editor added, without reloading it: the
+    // new row's node goes under its folder (folders on top, records at the end).
+    QModelIndex InsertRowNode(const QString& IndNum);
     void SetCommandStates();
     void ShowStatusCounts(const QString& IndNum);
     // A field of a row onto the clipboard: the password as a secret, the rest as text.

@@ -14,7 +14,7 @@
 #include "app/modLang.h"
 #include "app/modMain.h"
 #include "diagnostics/Trace.h"
-#include "diagnostics/frmAbout.h"
+#include "mainwindow/frmAbout.h"
 #include "options/frmOptions.h"
 #include "records/RecordTree.h"
 #include "storage/clsDatabase.h"

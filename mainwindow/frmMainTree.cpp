@@ -267,6 +267,22 @@ QModelIndex frmMain::InsertRowNode(const QString& IndNum) {
     return node;
 }
 
+void frmMain::ShowAddedRow(const QString& IndNum) {
+    TRACE_PROC("frmMain.ShowAddedRow", IndNum);
+    if (const QModelIndex node = InsertRowNode(IndNum); node.isValid())
+        trvDatabase->setCurrentIndex(node);
+}
+
+void frmMain::ShowFoundRow(const QString& IndNum) {
+    TRACE_PROC("frmMain.ShowFoundRow", IndNum);
+    const QModelIndex node = NodeByKey(IndNum + QStringLiteral("key"));
+    if (!node.isValid())
+        return;
+    trvDatabase->setCurrentIndex(node);
+    trvDatabase->scrollTo(node);
+    trvDatabase_Click();
+}
+
 void frmMain::RefreshStatusCounts() {
     TreeTableChanged();
     const QModelIndex node = CurrentNode();

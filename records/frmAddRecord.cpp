@@ -3,7 +3,7 @@
 #include "app/guiApplication.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
-#include "mainwindow/frmMain.h"
+#include "records/IRecordView.h"
 #include "records/RecordTree.h"
 #include "records/guiRecordFields.h"
 #include "storage/clsDatabase.h"
@@ -17,8 +17,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-frmAddRecord::frmAddRecord(frmMain* Main, const QString& ParentID)
-    : QDialog(Main), ParentID(ParentID), m_main(Main) {
+frmAddRecord::frmAddRecord(QWidget* Parent, const QString& ParentID) : QDialog(Parent), ParentID(ParentID) {
     TRACE_PROC("frmAddRecord.Form_Load", ParentID);
     setObjectName(QStringLiteral("frmAddRecord"));
     Fields = new RecordFields(this);
@@ -54,7 +53,7 @@ void frmAddRecord::cmdOk_Click() {
     TRACE_PROC("frmAddRecord.cmdOk_Click");
     const QString id = AddRecordToDB(*CurUsDB, ParentID, Fields->txtTitle->text(), Fields->txtLogin->text(),
                                      Fields->txtPasw->text(), Fields->txtDesc->toPlainText());
-    if (const QModelIndex node = m_main->InsertRowNode(id); node.isValid())
-        m_main->trvDatabase->setCurrentIndex(node);
+    if (IRecordView* view = RecordView())
+        view->ShowAddedRow(id);
     accept();
 }

@@ -4,13 +4,12 @@
 
 class QPushButton;
 class RecordFields;
-class frmMain;
 
 // A new record inside a folder.
 class frmAddRecord : public QDialog {
     Q_OBJECT
 public:
-    frmAddRecord(frmMain* Main, const QString& ParentID);
+    frmAddRecord(QWidget* Parent, const QString& ParentID);
     void ShowFormLang();
 
     QString ParentID;
@@ -19,7 +18,4 @@ public:
 
 public slots:
     void cmdOk_Click();
-
-private:
-    frmMain* m_main;
 };

@@ -4,7 +4,7 @@
 #include "app/guiApplication.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
-#include "mainwindow/frmMain.h"
+#include "records/IRecordView.h"
 #include "records/RecordTree.h"
 #include "records/guiLookControls.h"
 #include "records/guiRecordFields.h"
@@ -20,8 +20,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-frmEditFolder::frmEditFolder(frmMain* Main, const QString& RecordID)
-    : QDialog(Main), RecordID(RecordID), m_main(Main) {
+frmEditFolder::frmEditFolder(QWidget* Parent, const QString& RecordID) : QDialog(Parent), RecordID(RecordID) {
     TRACE_PROC("frmEditFolder.Form_Load", RecordID);
     setObjectName(QStringLiteral("frmEditFolder"));
     lblTitleCap = new QLabel;
@@ -80,7 +79,8 @@ void frmEditFolder::cmdSaveChanges_Click() {
     if (rec > 0) {
         CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Title"), txtTitle->text());
         Look->WriteToRow(*CurUsDB, tbl, rec);
-        m_main->RefreshRowNode(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("IndNum")));
+        if (IRecordView* view = RecordView())
+            view->RefreshRowNode(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("IndNum")));
     }
     accept();
 }

@@ -6,13 +6,12 @@ class QLabel;
 class QLineEdit;
 class QPushButton;
 class LookControls;
-class frmMain;
 
 // A folder's title, icon, colour and bold mark.
 class frmEditFolder : public QDialog {
     Q_OBJECT
 public:
-    frmEditFolder(frmMain* Main, const QString& RecordID);
+    frmEditFolder(QWidget* Parent, const QString& RecordID);
     void DoConfig();
     void ShowFormLang();
 
@@ -24,7 +23,4 @@ public:
 
 public slots:
     void cmdSaveChanges_Click();
-
-private:
-    frmMain* m_main;
 };

@@ -4,7 +4,7 @@
 #include "app/guiApplication.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
-#include "mainwindow/frmMain.h"
+#include "records/IRecordView.h"
 #include "records/RecordTree.h"
 #include "records/guiLookControls.h"
 #include "records/guiRecordFields.h"
@@ -21,8 +21,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-frmEditRecord::frmEditRecord(frmMain* Main, const QString& RecordID)
-    : QDialog(Main), RecordID(RecordID), m_main(Main) {
+frmEditRecord::frmEditRecord(QWidget* Parent, const QString& RecordID) : QDialog(Parent), RecordID(RecordID) {
     TRACE_PROC("frmEditRecord.Form_Load", RecordID);
     setObjectName(QStringLiteral("frmEditRecord"));
     Fields = new RecordFields(this);
@@ -75,7 +74,8 @@ void frmEditRecord::cmdSaveChanges_Click() {
     if (rec > 0) {
         Fields->WriteToRow(*CurUsDB, tbl, rec);
         Look->WriteToRow(*CurUsDB, tbl, rec);
-        m_main->RefreshRowNode(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("IndNum")));
+        if (IRecordView* view = RecordView())
+            view->RefreshRowNode(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("IndNum")));
     }
     accept();
 }

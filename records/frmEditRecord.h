@@ -5,13 +5,12 @@
 class QPushButton;
 class LookControls;
 class RecordFields;
-class frmMain;
 
 // A record's texts, icon, colour and bold mark.
 class frmEditRecord : public QDialog {
     Q_OBJECT
 public:
-    frmEditRecord(frmMain* Main, const QString& RecordID);
+    frmEditRecord(QWidget* Parent, const QString& RecordID);
     void DoConfig();
     void ShowFormLang();
 
@@ -22,7 +21,4 @@ public:
 
 public slots:
     void cmdSaveChanges_Click();
-
-private:
-    frmMain* m_main;
 };

@@ -4,7 +4,6 @@
 #include "app/guiApplication.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
-#include "mainwindow/frmMain.h"
 #include "records/ImportExport.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
@@ -19,8 +18,8 @@
 
 #include <sodium.h>
 
-frmExport::frmExport(frmMain* Main, const QString& FolderID, const QString& FolderTitle)
-    : QDialog(Main), FolderID(FolderID), m_folderTitle(FolderTitle) {
+frmExport::frmExport(QWidget* Parent, const QString& FolderID, const QString& FolderTitle)
+    : QDialog(Parent), FolderID(FolderID), m_folderTitle(FolderTitle) {
     TRACE_PROC("frmExport.Form_Load", FolderID, FolderTitle);
     setObjectName(QStringLiteral("frmExport"));
     optAll = new QRadioButton;

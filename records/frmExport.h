@@ -5,7 +5,6 @@
 class QLabel;
 class QPushButton;
 class QRadioButton;
-class frmMain;
 
 // Export of the whole user, or of the folder selected in the tree with everything in it,
 // to KeePass 2 XML or KeePassXC CSV. The file holds the passwords in plain text: the user
@@ -14,7 +13,7 @@ class frmExport : public QDialog {
     Q_OBJECT
 public:
     // FolderID "0" (or a record's) leaves only the whole user to choose.
-    frmExport(frmMain* Main, const QString& FolderID, const QString& FolderTitle);
+    frmExport(QWidget* Parent, const QString& FolderID, const QString& FolderTitle);
     void ShowFormLang();
     // Warns, writes the file and says how it went; true when it was written.
     bool ExportTo(const QString& Path);

@@ -5,7 +5,7 @@
 #include "app/guiApplication.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
-#include "mainwindow/frmMain.h"
+#include "records/IRecordView.h"
 #include "records/RecordSearch.h"
 
 #include <QCheckBox>
@@ -17,7 +17,7 @@
 #include <QRadioButton>
 #include <QVBoxLayout>
 
-frmFind::frmFind(frmMain* Main) : QDialog(Main), m_main(Main) {
+frmFind::frmFind(QWidget* Parent) : QDialog(Parent) {
     TRACE_PROC("frmFind.Form_Load");
     setObjectName(QStringLiteral("frmFind"));
     lblFindTextCap = new QLabel;
@@ -111,9 +111,6 @@ void frmFind::cmdFind_Click() {
         FindNextRecord(txtFindText->text(), optSearchEverywhere->isChecked(), chkCaseSens->isChecked());
     if (id.isEmpty())
         return;
-    if (const QModelIndex node = m_main->NodeByKey(id + QStringLiteral("key")); node.isValid()) {
-        m_main->trvDatabase->setCurrentIndex(node);
-        m_main->trvDatabase->scrollTo(node);
-        m_main->trvDatabase_Click();
-    }
+    if (IRecordView* view = RecordView())
+        view->ShowFoundRow(id);
 }

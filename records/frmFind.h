@@ -8,13 +8,12 @@ class QLabel;
 class QLineEdit;
 class QPushButton;
 class QRadioButton;
-class frmMain;
 
 // Steps through the rows that hold a text, selecting each in the main window's tree.
 class frmFind : public QDialog {
     Q_OBJECT
 public:
-    explicit frmFind(frmMain* Main);
+    explicit frmFind(QWidget* Parent);
     void DoConfig();
     void ShowFormLang();
 
@@ -30,7 +29,4 @@ public slots:
     void chkCaseSens_Click();
     void optSearch_Click();
     void txtFindText_Change();
-
-private:
-    frmMain* m_main;
 };

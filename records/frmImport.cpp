@@ -4,7 +4,7 @@
 #include "app/guiApplication.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
-#include "mainwindow/frmMain.h"
+#include "records/IRecordView.h"
 #include "users/UserAccounts.h"
 
 #include <QComboBox>
@@ -55,8 +55,8 @@ private:
 
 } // namespace
 
-frmImport::frmImport(frmMain* Main, const QString& ParentID, const QString& ParentTitle)
-    : QDialog(Main), ParentID(ParentID), m_main(Main), m_parentTitle(ParentTitle) {
+frmImport::frmImport(QWidget* Parent, const QString& ParentID, const QString& ParentTitle)
+    : QDialog(Parent), ParentID(ParentID), m_parentTitle(ParentTitle) {
     TRACE_PROC("frmImport.Form_Load", ParentID, ParentTitle);
     setObjectName(QStringLiteral("frmImport"));
     lblFile = new QLabel;
@@ -254,7 +254,8 @@ void frmImport::cmdOk_Click() {
         MsgBox(Texts(339) + u'\n' + err.LangText(), vbCritical);
         return;
     }
-    m_main->InsertImportedRows(firstRec);
+    if (IRecordView* view = RecordView())
+        view->InsertImportedRows(firstRec);
     // The import is one change, saved at once.
     m_main->SaveCurUser();
     QString done = Texts(336);

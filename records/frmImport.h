@@ -9,7 +9,6 @@ class QLabel;
 class QLineEdit;
 class QPushButton;
 class QWidget;
-class frmMain;
 
 // Import of another password manager's file into a new folder inside the folder chosen
 // in the tree. The file is read as soon as it is chosen, and the dialog says what it
@@ -18,7 +17,7 @@ class frmMain;
 class frmImport : public QDialog {
     Q_OBJECT
 public:
-    frmImport(frmMain* Main, const QString& ParentID, const QString& ParentTitle);
+    frmImport(QWidget* Parent, const QString& ParentID, const QString& ParentTitle);
     void ShowFormLang();
 
     // Reads and parses the file (with a progress window when it takes a while).
@@ -51,7 +50,6 @@ private:
     void ShowSummary();
     ImpFormat ChosenFormat() const;
 
-    frmMain* m_main;
     QString m_parentTitle;
     QString m_path;
     QByteArray m_start; // the first bytes of the file

@@ -6,6 +6,7 @@
 //
 // The user's name is the output's file name without ".bdb"; the password is 12345678.
 
+#include "app/DiagnosticsHookup.h"
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
 #include "diagnostics/ErrorTrap.h"
@@ -174,6 +175,7 @@ int build(const QString& source, const QString& output) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    ConnectDiagnostics();
     const QStringList args = QCoreApplication::arguments();
     if (args.size() != 3 || !args[2].endsWith(QLatin1String(".bdb"))) {
         std::fputs("Usage: mksample SOURCE OUTPUT.bdb\n", stderr);

@@ -1,5 +1,7 @@
 #include "tests/common/TestMain.h"
 
+#include "app/DiagnosticsHookup.h"
+
 #include <QTest>
 #ifdef ARGENT_TEST_GUI
 #include "app/MsgBox.h"
@@ -37,6 +39,7 @@ int registerChild(const char* name, ChildAction f) {
 }
 
 int main(int argc, char** argv) {
+    ConnectDiagnostics();
     const QString child = qEnvironmentVariable("ARGENT_TEST_CHILD");
     if (!child.isEmpty()) {
         auto it = children().find(child);

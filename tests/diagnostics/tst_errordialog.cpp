@@ -5,8 +5,8 @@
 #include "app/modMain.h"
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/ReportSender.h"
-#include "diagnostics/frmAbout.h"
 #include "diagnostics/frmError.h"
+#include "mainwindow/frmAbout.h"
 #include "tests/common/TestEnv.h"
 #include "tests/common/TestMain.h"
 

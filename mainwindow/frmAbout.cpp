@@ -1,4 +1,4 @@
-#include "diagnostics/frmAbout.h"
+#include "mainwindow/frmAbout.h"
 
 #include "Version.h"
 #include "app/VbConv.h"

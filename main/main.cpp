@@ -1,5 +1,12 @@
-// ArgentPasswordMngr: the desktop program.
+// ArgentPasswordMngr: the desktop program's entry point. It is the top floor, the one
+// file that may include every part: it wires them together and starts the window.
+//
+// Floors, from the ground up (LAYERS.md at the top of the tree tells more); each calls
+// only its own floor and those below it, and the lower ones are handed what they need:
+//   diagnostics → app → storage → users → records, maintenance, options, tray
+//   → mainwindow, cli → main
 
+#include "app/DiagnosticsHookup.h"
 #include "app/InstanceChannel.h"
 #include "app/guiApplication.h"
 #include "app/guiPaintProbe.h"
@@ -18,6 +25,7 @@ int main(int argc, char** argv) {
     // No core dumps and no debugger attaching to a process that holds passwords.
     prctl(PR_SET_DUMPABLE, 0);
     ArgentApplication app(argc, argv);
+    ConnectDiagnostics();
     InstallGuiErrorTrap();
     InstallPaintProbe();
     // After a crash the program comes back in this mode to show the report.
