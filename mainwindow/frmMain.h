@@ -90,7 +90,7 @@ public:
     // wrong; the result is SaveUsDB's. AfterChange follows every change the window makes:
     // with settings entry 22 on, it saves at once. The title carries " *" while memory
     // differs from the file.
-    int SaveCurUser();
+    int SaveCurUser() override;
     // Returns the save's result, 0 when it did not save.
     int AfterChange();
     bool HasUnsavedChanges() const;

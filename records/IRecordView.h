@@ -21,6 +21,9 @@ public:
     // A row the search found: selected, scrolled into sight and shown as a click on it
     // shows it. Nothing happens when the tree does not show the row.
     virtual void ShowFoundRow(const QString& IndNum) = 0;
+    // Saves the open user through the user session and presents the outcome as every
+    // save of the view does (a merge with a version changed elsewhere redraws the tree).
+    virtual int SaveCurUser() = 0;
 };
 
 // The view the record dialogs report to; null for none. Returns the previous one.

@@ -6,6 +6,7 @@
 #include "diagnostics/Trace.h"
 #include "records/IRecordView.h"
 #include "users/UserAccounts.h"
+#include "users/UserSession.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -256,8 +257,12 @@ void frmImport::cmdOk_Click() {
     }
     if (IRecordView* view = RecordView())
         view->InsertImportedRows(firstRec);
-    // The import is one change, saved at once.
-    m_main->SaveCurUser();
+    // The import is one change, saved at once, through the view that presents what the
+    // save ended with; without one the session saves it and a failure is said here.
+    if (IRecordView* view = RecordView())
+        view->SaveCurUser();
+    else if (const int r = UsSession().Save(); r < 0 && r != usNothingToSave)
+        MsgBox(Texts(247), vbCritical);
     QString done = Texts(336);
     done.replace(QLatin1String("%1"), ImportFolderName(m_path));
     done.replace(QLatin1String("%2"), QString::number(m_data.Folders));

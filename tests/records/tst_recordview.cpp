@@ -23,6 +23,10 @@ struct ViewLog : IRecordView {
     void RefreshRowNode(const QString& IndNum) override { calls << "changed " + IndNum; }
     void InsertImportedRows(int FirstRec) override { calls << "imported " + QString::number(FirstRec); }
     void ShowFoundRow(const QString& IndNum) override { calls << "found " + IndNum; }
+    int SaveCurUser() override {
+        calls << "save";
+        return 1;
+    }
 };
 
 // Sets a view for one test and takes it away again.
