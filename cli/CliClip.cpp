@@ -121,13 +121,10 @@ QByteArray runKeeper(const QString& Path, QByteArray& Secret, int Seconds) {
 int CmdClip(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdClip", Args);
     bool isNum = false;
-    if (Args.size() == 2)
-        Args[1].toInt(&isNum);
-    if (Args.size() != 2 || !isNum) {
-        say(QStringLiteral("'clip' takes a user name and a record identifier. Try 'argentpm clip --help'."));
-        return cliUsage;
-    }
-    if (int rc = checkFieldOption(Opt, "clip"))
+    Args[1].toInt(&isNum);
+    if (!isNum)
+        return badArguments(Opt);
+    if (int rc = checkFieldOption(Opt))
         return rc;
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
         say(QStringLiteral(
@@ -150,7 +147,7 @@ int CmdClip(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(Args[0]), id));
         return cliNoRecord;
     }
-    const QString field = Opt.Given.value(QStringLiteral("--field"), QStringLiteral("password"));
+    const QString field = Opt.value("field", QStringLiteral("password"));
     QString value = CurUsDB->GetTblFldValNm(tbl, rec, fieldColumn(field));
     QByteArray secret = value.toUtf8();
     WipeString(value);
