@@ -12,7 +12,6 @@
 
 #include "app/ClipDelay.h"
 #include "diagnostics/Trace.h"
-#include "records/RecordTree.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
 
@@ -142,11 +141,9 @@ int CmdClip(const CliOptions& Opt, const QStringList& Args) {
     if (int rc = dataTable(tbl))
         return rc;
     const QString id = QString::number(Args[1].toInt());
-    const int rec = FindDataRow(*CurUsDB, id);
-    if (rec == 0) {
-        say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(Args[0]), id));
-        return cliNoRecord;
-    }
+    int rec;
+    if (int rc = findRow(id, rec))
+        return rc;
     const QString field = Opt.value("field", QStringLiteral("password"));
     QString value = CurUsDB->GetTblFldValNm(tbl, rec, fieldColumn(field));
     QByteArray secret = value.toUtf8();

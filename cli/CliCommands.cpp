@@ -206,12 +206,9 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
         return rc;
     const QString id = QString::number(Args[1].toInt());
     TRACE_LOCAL(id);
-    const int rec = CurUsDB->GetRecNumFromVal(tbl, CurUsDB->FindField(tbl, QStringLiteral("IndNum")), id, 1);
-    TRACE_LOCAL(rec);
-    if (rec == 0) {
-        say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(Args[0]), id));
-        return cliNoRecord;
-    }
+    int rec;
+    if (int rc = findRow(id, rec))
+        return rc;
     if (Opt.has("field"))
         return printField(tbl, rec, Opt.value("field"));
     if (wantJson(Opt))

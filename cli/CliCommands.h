@@ -11,6 +11,8 @@
 #include <QList>
 #include <QStringList>
 
+#include <span>
+
 struct CliCommand {
     const char* Name;
     // The arguments after the name, optional ones in brackets: "NAME ID", "[LENGTH]".
@@ -31,7 +33,7 @@ struct CliCommand {
 };
 
 // Every command, in the order 'argentpm --help' lists them.
-const QList<CliCommand>& CliCommandTable();
+std::span<const CliCommand> CliCommandTable();
 // The command of that name, or nullptr.
 const CliCommand* FindCliCommand(const QString& Name);
 

@@ -34,12 +34,7 @@ int existingRow(const QString& Id, int& Rec) {
         say(QStringLiteral("identifier 0 is the user's root, not a folder or record"));
         return cliRefused;
     }
-    Rec = FindDataRow(*CurUsDB, Id);
-    if (Rec == 0) {
-        say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(CurUser), Id));
-        return cliNoRecord;
-    }
-    return cliOk;
+    return findRow(Id, Rec);
 }
 
 // A colour as decimal COLORREF (0x00BBGGRR) or as #RRGGBB.

@@ -294,6 +294,16 @@ bool isRecordRow(int Rec) {
     return Val(t) == 2.0;
 }
 
+int findRow(const QString& Id, int& Rec) {
+    TRACE_PROC("modCli.FindRow", Id);
+    Rec = FindDataRow(*CurUsDB, Id);
+    if (Rec == 0) {
+        say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(CurUser), Id));
+        return cliNoRecord;
+    }
+    return cliOk;
+}
+
 // The root or a folder, to put rows into.
 int existingFolder(const QString& Id) {
     if (Id == QLatin1String("0"))

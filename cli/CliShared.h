@@ -82,6 +82,9 @@ int saveFailure(int SaveResult);
 int dataTable(int& Tbl);
 // Whether row Rec of the current user's DataTable is a record (not a folder).
 bool isRecordRow(int Rec);
+// The row of the folder or record with identifier Id in the current user's DataTable;
+// cliNoRecord after saying so when there is none.
+int findRow(const QString& Id, int& Rec);
 // The root ("0") or a folder of the current user, to put rows into; an exit status after
 // saying why not.
 int existingFolder(const QString& Id);
