@@ -12,7 +12,6 @@
 
 #include "app/ClipDelay.h"
 #include "diagnostics/Trace.h"
-#include "records/RecordTree.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
 
@@ -121,13 +120,10 @@ QByteArray runKeeper(const QString& Path, QByteArray& Secret, int Seconds) {
 int CmdClip(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdClip", Args);
     bool isNum = false;
-    if (Args.size() == 2)
-        Args[1].toInt(&isNum);
-    if (Args.size() != 2 || !isNum) {
-        say(QStringLiteral("'clip' takes a user name and a record identifier. Try 'argentpm clip --help'."));
-        return cliUsage;
-    }
-    if (int rc = checkFieldOption(Opt, "clip"))
+    Args[1].toInt(&isNum);
+    if (!isNum)
+        return badArguments(Opt);
+    if (int rc = checkFieldOption(Opt))
         return rc;
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
         say(QStringLiteral(
@@ -145,12 +141,10 @@ int CmdClip(const CliOptions& Opt, const QStringList& Args) {
     if (int rc = dataTable(tbl))
         return rc;
     const QString id = QString::number(Args[1].toInt());
-    const int rec = FindDataRow(*CurUsDB, id);
-    if (rec == 0) {
-        say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(Args[0]), id));
-        return cliNoRecord;
-    }
-    const QString field = Opt.Given.value(QStringLiteral("--field"), QStringLiteral("password"));
+    int rec;
+    if (int rc = findRow(id, rec))
+        return rc;
+    const QString field = Opt.value("field", QStringLiteral("password"));
     QString value = CurUsDB->GetTblFldValNm(tbl, rec, fieldColumn(field));
     QByteArray secret = value.toUtf8();
     WipeString(value);

@@ -1,16 +1,16 @@
+// argentpm commands on users, and on looking at a user's records: users, add-user,
+// passwd, delete-user, ls and show.
+
 #include "cli/CliCommands.h"
 
 #include "cli/CliScript.h"
-#include "cli/CliShared.h"
 #include "cli/CliTerminal.h"
 
 #include "app/ProgConfig.h"
 #include "app/modMain.h"
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Trace.h"
-#include "storage/Md5.h"
 #include "storage/TableFile.h"
-#include "storage/UserFileLock.h"
 #include "users/UsDBTree.h"
 #include "users/UserAccounts.h"
 #include "users/UserName.h"
@@ -21,281 +21,10 @@
 
 #include <cstdio>
 
-namespace cli {
-
-constexpr int kMinPaswLen = 8;
-
-void say(const QString& Text) {
-    TRACE_PROC("modCli.Say", Text);
-    const QByteArray b = Text.toUtf8();
-    std::fprintf(stderr, "argentpm: %s\n", b.constData());
-}
-
-QString quoted(const QString& Name) {
-    TRACE_PROC("modCli.Quoted", Name);
-    return QLatin1Char('"') + Name + QLatin1Char('"');
-}
-
-// A password from the next line of standard input or from the terminal.
-int askSecret(const CliOptions& Opt, const char* Prompt, QString& Out) {
-    TRACE_PROC("modCli.AskSecret", Prompt);
-    if (Opt.PaswStdin) {
-        if (!ReadStdinLine(Out)) {
-            say(QStringLiteral("standard input ended before the password"));
-            return cliUsage;
-        }
-        return cliOk;
-    }
-    if (!ReadSecretFromTty(Prompt, Out)) {
-        say(QStringLiteral("there is no terminal to ask for the password; use --password-stdin"));
-        return cliUsage;
-    }
-    return cliOk;
-}
-
-int askConfirmedSecret(const CliOptions& Opt, const char* Prompt, const char* Done, QString& Out) {
-    TRACE_PROC("modCli.AskConfirmedSecret", Prompt);
-    if (int rc = askSecret(Opt, Prompt, Out))
-        return rc;
-    if (Opt.PaswStdin)
-        return cliOk;
-    QString again;
-    if (int rc = askSecret(Opt, "Repeat it: ", again))
-        return rc;
-    const bool same = again == Out;
-    TRACE_LOCAL(same);
-    WipeString(again);
-    if (!same) {
-        WipeString(Out);
-        say(QStringLiteral("the two passwords differ; nothing was %1").arg(QLatin1String(Done)));
-        return cliRefused;
-    }
-    return cliOk;
-}
-
-// A new password: one line from standard input, or typed twice on the terminal.
-int askNewSecret(const CliOptions& Opt, QString& Out) {
-    TRACE_PROC("modCli.AskNewSecret");
-    if (int rc = askConfirmedSecret(Opt, "New password: ", "changed", Out))
-        return rc;
-    if (Out.size() < kMinPaswLen) {
-        WipeString(Out);
-        say(QStringLiteral("a password needs at least %1 characters; nothing was changed").arg(kMinPaswLen));
-        return cliRefused;
-    }
-    return cliOk;
-}
-
-namespace {
-// The lock of the user this command changes; released when the process ends.
-std::unique_ptr<clsUserFileLock> g_lock;
-} // namespace
-
-int lockUser(const QString& Name) {
-    TRACE_PROC("modCli.LockUser", Name);
-    const QString path = UsDBFilePath(Name);
-    g_lock = std::make_unique<clsUserFileLock>(path);
-    if (g_lock->Acquire())
-        return cliOk;
-    if (g_lock->TimedOut()) {
-        say(QStringLiteral("another program has held the file of user %1 for more than %2 s; nothing was "
-                           "changed, try again")
-                .arg(quoted(Name))
-                .arg(kUserLockWaitMs / 1000));
-        return cliLocked;
-    }
-    say(QStringLiteral("the lock file %1 cannot be made").arg(clsUserFileLock::LockFilePath(path)));
-    return cliFailed;
-}
-
-int saveFailure(int SaveResult) {
-    TRACE_PROC("modCli.SaveFailure", SaveResult);
-    switch (SaveResult) {
-    case usLockTimeout:
-        say(QStringLiteral("another program has held the file of user %1 for more than %2 s; nothing was "
-                           "changed")
-                .arg(quoted(CurUser))
-                .arg(kUserLockWaitMs / 1000));
-        return cliLocked;
-    case usKeyChanged:
-        say(QStringLiteral("the file of user %1 no longer opens with the password given; nothing was changed")
-                .arg(quoted(CurUser)));
-        return cliWrongPasw;
-    case usFileDeleted:
-        say(QStringLiteral("the file of user %1 was deleted meanwhile; nothing was written")
-                .arg(quoted(CurUser)));
-        return cliNoUser;
-    default:
-        say(QStringLiteral("the file of user %1 could not be written; it is as it was").arg(quoted(CurUser)));
-        return cliFailed;
-    }
-}
-
-// Checks the password and makes the user current (without touching the settings, unlike
-// the desktop program: a look from the command line does not change its last user).
-int openUser(const CliOptions& Opt, const QString& Name) {
-    TRACE_PROC("modCli.OpenUser", Name);
-    const QString path = UsDBFilePath(Name);
-    TRACE_LOCAL(path);
-    const QFileInfo fi(path);
-    if (Name.isEmpty() || !fi.isFile()) {
-        say(QStringLiteral("there is no user %1 in %2")
-                .arg(quoted(Name), QDir::toNativeSeparators(ProgConfig[5])));
-        return cliNoUser;
-    }
-    if (fi.size() <= 13) {
-        say(QStringLiteral("the file of user %1 is damaged: it is too short (%2)").arg(quoted(Name), path));
-        return cliDamaged;
-    }
-    QString typed;
-    if (int rc = askSecret(Opt, "Password: ", typed))
-        return rc;
-    QString md5 = HashString(typed);
-    TRACE_LOCAL(md5);
-    WipeString(typed);
-    const int test = TestUsPasw(path, md5);
-    if (test == 4) {
-        WipeString(md5);
-        const QString why = TempFolderProblem();
-        say(why.isEmpty()
-                ? QStringLiteral("the temporary folder %1 is full; nothing was read").arg(GetWindowsTemp())
-                : why);
-        return cliFailed;
-    }
-    if (test != 1) {
-        WipeString(md5);
-        say(QStringLiteral("wrong password for user %1 (or %2 is not a user file)").arg(quoted(Name), path));
-        return cliWrongPasw;
-    }
-    CurUsDB = std::make_shared<clsDatabase>();
-    const int r = LoadUser(path, GetTruePasw(md5));
-    TRACE_LOCAL(r);
-    if (r < 0) {
-        WipeString(md5);
-        if (r == -9) {
-            say(QStringLiteral("the temporary folder %1 is full or gone; nothing was read")
-                    .arg(GetWindowsTemp()));
-            return cliFailed;
-        }
-        if (r == -2) {
-            say(QStringLiteral("the file of user %1 disappeared (%2)").arg(quoted(Name), path));
-            return cliNoUser;
-        }
-        if (r == -1) {
-            say(QStringLiteral("the file of user %1 cannot be read (%2)").arg(quoted(Name), path));
-            return cliFailed;
-        }
-        say(QStringLiteral("the file of user %1 is damaged: the password is right, but its contents do not "
-                           "check out (%2)")
-                .arg(quoted(Name), path));
-        return cliDamaged;
-    }
-    CurUsPasw = md5;
-    WipeString(md5);
-    CurUser = Name;
-    CurUsDBPath = path;
-    CurUsDB->SetPath(path);
-    return cliOk;
-}
-
-int dataTable(int& Tbl) {
-    TRACE_PROC("modCli.DataTable");
-    Tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    if (Tbl == 0) {
-        say(QStringLiteral("the file of user %1 holds no record table").arg(quoted(CurUser)));
-        return cliDamaged;
-    }
-    return cliOk;
-}
-
-// A text on one line of output: line breaks and tabs become blanks.
-void appendOneLine(QByteArray& Out, const QString& Text) {
-    TRACE_PROC("modCli.AppendOneLine", Text);
-    bool plain = true;
-    TRACE_LOCAL_HIDDEN(plain);
-    for (QChar ch : Text)
-        if (ch == u'\r' || ch == u'\n' || ch == u'\t')
-            plain = false;
-    if (plain) {
-        Out.append(Text.toUtf8());
-        return;
-    }
-    QString t = Text;
-    TRACE_LOCAL(t);
-    for (QChar& ch : t)
-        if (ch == u'\r' || ch == u'\n' || ch == u'\t')
-            ch = u' ';
-    Out.append(t.toUtf8());
-}
-
-// The same for a value as the table stores it (escaped UTF-8, RecordStore.h), without
-// making a text of it: line breaks and tabs become blanks, the escapes their bytes.
-void appendOneLineStored(QByteArray& Out, QByteArrayView Stored) {
-    for (qsizetype i = 0; i < Stored.size(); ++i) {
-        char c = Stored[i];
-        if (c == '\\' && i + 1 < Stored.size()) {
-            const char e = Stored[++i];
-            c = e == 's' ? static_cast<char>(0x87) : e == 'r' || e == 'n' ? ' ' : e;
-        } else if (c == '\t') {
-            c = ' ';
-        }
-        Out.append(c);
-    }
-}
-
-void writeOut(const QByteArray& Bytes) {
-    TRACE_PROC("modCli.WriteOut", static_cast<long long>(Bytes.size()));
-    std::fwrite(Bytes.constData(), 1, static_cast<std::size_t>(Bytes.size()), stdout);
-    std::fflush(stdout);
-}
-
-} // namespace cli
-
 using namespace cli;
-
-int CliPrepare(const CliOptions& Opt) {
-    TRACE_PROC("modCli.CliPrepare", Opt.Databases);
-    CreateProgramObjects();
-    try {
-        ChooseConfiguration();
-    } catch (const VbError& e) {
-        argent::diag::clearSnapshot();
-        say(QStringLiteral("the settings file %1 cannot be read (%2)").arg(ProgCfgPath, e.description()));
-        return cliBadConfig;
-    }
-    RemoveStaleTempCopies();
-    // Settings of fewer lines than the language entry are no settings the program can run on
-    // (an emptied config.dat).
-    const bool usable = ProgConfig.UBound() >= 14;
-    while (ProgConfig.UBound() < 5)
-        AddElemToStrMass(ProgConfig, QString());
-    if (!Opt.Databases.isEmpty()) {
-        ProgConfig[5] = QDir(Opt.Databases).absolutePath();
-    } else if (!usable) {
-        say(QStringLiteral("the settings file %1 is damaged (it holds %2 of its lines); give the databases "
-                           "folder with --databases DIR, or start ArgentPasswordMngr to set it up again")
-                .arg(ProgCfgPath)
-                .arg(ProgConfig.UBound()));
-        return cliBadConfig;
-    }
-    if (ProgConfig[5].isEmpty()) {
-        say(QStringLiteral("the settings name no databases folder; give one with --databases DIR"));
-        return cliUsage;
-    }
-    const QFileInfo folder(ProgConfig[5]);
-    if (folder.exists() && !folder.isDir()) {
-        say(QStringLiteral("the databases folder %1 is a file, not a folder").arg(ProgConfig[5]));
-        return Opt.Databases.isEmpty() ? cliBadConfig : cliUsage;
-    }
-    return cliOk;
-}
 
 int CmdUsers(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdUsers", Args);
-    if (!Args.isEmpty()) {
-        say(QStringLiteral("'users' takes no arguments. Try 'argentpm users --help'."));
-        return cliUsage;
-    }
     if (!QFileInfo(ProgConfig[5]).isDir()) {
         say(QStringLiteral("the databases folder %1 does not exist").arg(ProgConfig[5]));
         return cliFailed;
@@ -315,10 +44,6 @@ int CmdUsers(const CliOptions& Opt, const QStringList& Args) {
 
 int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdAddUser", Args);
-    if (Args.size() != 1) {
-        say(QStringLiteral("'add-user' takes one user name. Try 'argentpm add-user --help'."));
-        return cliUsage;
-    }
     const QString name = Args[0];
     if (!IsValidUserName(name)) {
         say(QStringLiteral(
@@ -369,10 +94,6 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
 
 int CmdPasswd(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdPasswd", Args);
-    if (Args.size() != 1) {
-        say(QStringLiteral("'passwd' takes one user name. Try 'argentpm passwd --help'."));
-        return cliUsage;
-    }
     if (int rc = lockUser(Args[0]))
         return rc;
     if (int rc = openUser(Opt, Args[0]))
@@ -404,10 +125,6 @@ int CmdPasswd(const CliOptions& Opt, const QStringList& Args) {
 
 int CmdDeleteUser(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdDeleteUser", Args);
-    if (Args.size() != 1) {
-        say(QStringLiteral("'delete-user' takes one user name. Try 'argentpm delete-user --help'."));
-        return cliUsage;
-    }
     const QString path = UsDBFilePath(Args[0]);
     TRACE_LOCAL(path);
     if (Args[0].isEmpty() || !QFileInfo(path).isFile()) {
@@ -435,10 +152,6 @@ int CmdDeleteUser(const CliOptions& Opt, const QStringList& Args) {
 
 int CmdLs(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdLs", Args);
-    if (Args.size() != 1) {
-        say(QStringLiteral("'ls' takes one user name. Try 'argentpm ls --help'."));
-        return cliUsage;
-    }
     if (int rc = openUser(Opt, Args[0]))
         return rc;
     int tbl;
@@ -481,13 +194,10 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdShow", Args);
     bool isNum = false;
     TRACE_LOCAL(isNum);
-    if (Args.size() == 2)
-        Args[1].toInt(&isNum);
-    if (Args.size() != 2 || !isNum) {
-        say(QStringLiteral("'show' takes a user name and a record identifier. Try 'argentpm show --help'."));
-        return cliUsage;
-    }
-    if (int rc = checkFieldOption(Opt, "show"))
+    Args[1].toInt(&isNum);
+    if (!isNum)
+        return badArguments(Opt);
+    if (int rc = checkFieldOption(Opt))
         return rc;
     if (int rc = openUser(Opt, Args[0]))
         return rc;
@@ -496,14 +206,11 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
         return rc;
     const QString id = QString::number(Args[1].toInt());
     TRACE_LOCAL(id);
-    const int rec = CurUsDB->GetRecNumFromVal(tbl, CurUsDB->FindField(tbl, QStringLiteral("IndNum")), id, 1);
-    TRACE_LOCAL(rec);
-    if (rec == 0) {
-        say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(Args[0]), id));
-        return cliNoRecord;
-    }
-    if (Opt.Given.contains(QStringLiteral("--field")))
-        return printField(tbl, rec, Opt.Given.value(QStringLiteral("--field")));
+    int rec;
+    if (int rc = findRow(id, rec))
+        return rc;
+    if (Opt.has("field"))
+        return printField(tbl, rec, Opt.value("field"));
     if (wantJson(Opt))
         return printShowJson(tbl, rec);
     TableEntry fields;

@@ -1,39 +1,43 @@
 #pragma once
 
-// The commands of argentpm. Each returns the process exit status.
+// The commands of argentpm, one entry each in one table (CliCommandTable.cpp). An entry
+// names the command, its arguments, its one-line summary for 'argentpm --help', its own
+// help ('argentpm COMMAND --help'), the options it takes besides the common ones
+// (CliParser.h), and the routine that runs it, which returns the exit status.
 
-#include <QHash>
-#include <QString>
+#include "cli/CliShared.h"
+
+#include <QCommandLineOption>
+#include <QList>
 #include <QStringList>
 
-enum CliExit {
-    cliOk = 0,
-    cliFailed = 1,       // could not read or write a file
-    cliUsage = 2,        // bad command line, or no way to ask for a password
-    cliWrongPasw = 3,    // the password does not open the user's file
-    cliNoUser = 4,       // no such user in the databases folder
-    cliDamaged = 5,      // the user's file is damaged
-    cliNoRecord = 6,     // no row with that identifier
-    cliRefused = 7,      // user exists already, password too short, passwords differ, not confirmed
-    cliNoBackup = 8,     // no such backup copy
-    cliBadConfig = 9,    // the settings hold a value the command cannot use
-    cliLocked = 10,      // another program held the user's file for more than 10 s
-    cliNoClipboard = 11, // no desktop clipboard, or it could not be set
+#include <span>
+
+struct CliCommand {
+    const char* Name;
+    // The arguments after the name, optional ones in brackets: "NAME ID", "[LENGTH]".
+    const char* Args;
+    // What a wrong number of arguments is told: "'show' takes <Takes>".
+    const char* Takes;
+    // The line of 'argentpm --help'.
+    const char* Summary;
+    // The usage and the description that 'argentpm NAME --help' shows.
+    const char* Help;
+    // The command's own options; a description is one line.
+    QList<QCommandLineOption> Options;
+    int (*Run)(const CliOptions&, const QStringList&);
+
+    // How many arguments Args allows.
+    qsizetype minArgs() const;
+    qsizetype maxArgs() const;
 };
 
-struct CliOptions {
-    QString Databases; // --databases DIR, empty for the settings' folder
-    bool PaswStdin = false;
-    bool Yes = false;
-    // The command's own options that were given: name (with its dashes) -> value, an
-    // empty value for a switch.
-    QHash<QString, QString> Given;
-};
+// Every command, in the order 'argentpm --help' lists them.
+std::span<const CliCommand> CliCommandTable();
+// The command of that name, or nullptr.
+const CliCommand* FindCliCommand(const QString& Name);
 
-// Settings as the desktop program resolves them, then the databases folder override.
-// Returns cliOk, or an exit status after printing why not.
-int CliPrepare(const CliOptions& Opt);
-
+// Users, and looking at their records (CliCommands.cpp).
 int CmdUsers(const CliOptions& Opt, const QStringList& Args);
 int CmdAddUser(const CliOptions& Opt, const QStringList& Args);
 int CmdPasswd(const CliOptions& Opt, const QStringList& Args);

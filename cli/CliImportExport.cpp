@@ -22,20 +22,6 @@ using namespace cli;
 
 namespace {
 
-int usage(const char* Command, const QString& Why) {
-    say(QStringLiteral("%1. Try 'argentpm %2 --help'.").arg(Why, QLatin1String(Command)));
-    return cliUsage;
-}
-
-bool parseId(const QString& Text, QString& Id) {
-    bool ok = false;
-    const int v = Text.toInt(&ok);
-    if (!ok || v < 0)
-        return false;
-    Id = QString::number(v);
-    return true;
-}
-
 QString plural(int N, const char* One, const char* Many) {
     return QString::number(N) + u' ' + QLatin1String(N == 1 ? One : Many);
 }
@@ -44,19 +30,13 @@ QString plural(int N, const char* One, const char* Many) {
 
 int CmdImport(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdImport", Args);
-    if (Args.size() != 2)
-        return usage("import", QStringLiteral("'import' takes a user name and a file"));
     bool known = true;
-    const ImpFormat format =
-        ImpFormatFromName(Opt.Given.value(QStringLiteral("--format"), QStringLiteral("detect")), &known);
+    const ImpFormat format = ImpFormatFromName(Opt.value("format", QStringLiteral("detect")), &known);
     if (!known)
-        return usage(
-            "import",
-            QStringLiteral("unknown format %1").arg(quoted(Opt.Given.value(QStringLiteral("--format")))));
+        return usage(Opt, QStringLiteral("unknown format %1").arg(quoted(Opt.value("format"))));
     QString into = QStringLiteral("0");
-    if (Opt.Given.contains(QStringLiteral("--into")) &&
-        !parseId(Opt.Given.value(QStringLiteral("--into")), into))
-        return usage("import", QStringLiteral("--into takes a folder identifier"));
+    if (Opt.has("into") && !parseId(Opt.value("into"), into))
+        return usage(Opt, QStringLiteral("--into takes a folder identifier"));
 
     // The file is read and understood before the user is even opened.
     const QString path = Args[1];
@@ -67,12 +47,11 @@ int CmdImport(const CliOptions& Opt, const QStringList& Args) {
     }
     const QByteArray bytes = f.readAll();
     CsvMapping map;
-    if (Opt.Given.contains(QStringLiteral("--map"))) {
+    if (Opt.has("map")) {
         QString bad;
-        if (!ParseCsvMapping(Opt.Given.value(QStringLiteral("--map")), ReadCsvHeader(bytes), map, bad))
+        if (!ParseCsvMapping(Opt.value("map"), ReadCsvHeader(bytes), map, bad))
             return usage(
-                "import",
-                QStringLiteral("--map: %1 names no field or no column of the header").arg(quoted(bad)));
+                Opt, QStringLiteral("--map: %1 names no field or no column of the header").arg(quoted(bad)));
     }
     ImpData data;
     ImpError err;
@@ -101,19 +80,15 @@ int CmdImport(const CliOptions& Opt, const QStringList& Args) {
 
 int CmdExport(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdExport", Args);
-    if (Args.size() != 1)
-        return usage("export", QStringLiteral("'export' takes a user name"));
-    const QString fmt = Opt.Given.value(QStringLiteral("--format"), QStringLiteral("xml")).toLower();
+    const QString fmt = Opt.value("format", QStringLiteral("xml")).toLower();
     if (fmt != QLatin1String("xml") && fmt != QLatin1String("csv"))
-        return usage("export", QStringLiteral("--format takes xml or csv"));
+        return usage(Opt, QStringLiteral("--format takes xml or csv"));
     QString folder = QStringLiteral("0");
-    if (Opt.Given.contains(QStringLiteral("--folder")) &&
-        !parseId(Opt.Given.value(QStringLiteral("--folder")), folder))
-        return usage("export", QStringLiteral("--folder takes a folder identifier"));
-    const QString out = Opt.Given.value(QStringLiteral("--output"), Opt.Given.value(QStringLiteral("-o")));
-    if ((Opt.Given.contains(QStringLiteral("--output")) || Opt.Given.contains(QStringLiteral("-o"))) &&
-        out.isEmpty())
-        return usage("export", QStringLiteral("-o takes a file name"));
+    if (Opt.has("folder") && !parseId(Opt.value("folder"), folder))
+        return usage(Opt, QStringLiteral("--folder takes a folder identifier"));
+    const QString out = Opt.value("output");
+    if (Opt.has("output") && out.isEmpty())
+        return usage(Opt, QStringLiteral("-o takes a file name"));
 
     if (int rc = openUser(Opt, Args[0]))
         return rc;

@@ -26,11 +26,6 @@ using namespace cli;
 
 namespace {
 
-int usage(const char* Command, const QString& Why) {
-    say(QStringLiteral("%1. Try 'argentpm %2 --help'.").arg(Why, QLatin1String(Command)));
-    return cliUsage;
-}
-
 // A copy named on the command line: a plain name in the backup folder.
 int existingCopy(const QString& Name) {
     if (Name.contains(u'/') || !Name.endsWith(QLatin1String(".bdb.BACKUP")) ||
@@ -67,8 +62,6 @@ bool confirmed(const CliOptions& Opt, const QString& Question) {
 
 int CmdBackup(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdBackup", Args);
-    if (Args.size() != 1)
-        return usage("backup", QStringLiteral("'backup' takes one user name"));
     // The number of copies to keep must be a number (the "n" of switched-off backups
     // aside) before anything is touched.
     const QString copies = ProgConfig.UBound() >= 13 ? ProgConfig[13] : QString();
@@ -100,8 +93,6 @@ int CmdBackup(const CliOptions& Opt, const QStringList& Args) {
 
 int CmdBackups(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdBackups", Args);
-    if (!Args.isEmpty())
-        return usage("backups", QStringLiteral("'backups' takes no arguments"));
     const QStringList items = ListDBsForRestore(BackupFolderPath());
     if (wantJson(Opt))
         return printBackupsJson(items);
@@ -116,8 +107,6 @@ int CmdBackups(const CliOptions& Opt, const QStringList& Args) {
 
 int CmdRestore(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdRestore", Args);
-    if (Args.size() != 1)
-        return usage("restore", QStringLiteral("'restore' takes the file name of one backup copy"));
     const QString name = BackupFileFromItem(Args[0]);
     TRACE_LOCAL(name);
     if (int rc = existingCopy(name))
@@ -154,9 +143,6 @@ int CmdRestore(const CliOptions& Opt, const QStringList& Args) {
 
 int CmdDeleteBackup(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdDeleteBackup", Args);
-    if (Args.size() != 1)
-        return usage("delete-backup",
-                     QStringLiteral("'delete-backup' takes the file name of one backup copy"));
     const QString name = BackupFileFromItem(Args[0]);
     TRACE_LOCAL(name);
     if (int rc = existingCopy(name))
@@ -170,10 +156,10 @@ int CmdDeleteBackup(const CliOptions& Opt, const QStringList& Args) {
     return cliOk;
 }
 
-int CmdInstallPortable(const CliOptions&, const QStringList& Args) {
+int CmdInstallPortable(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdInstallPortable", Args);
-    if (Args.size() != 1 || Args[0].isEmpty())
-        return usage("install-portable", QStringLiteral("'install-portable' takes one target folder"));
+    if (Args[0].isEmpty())
+        return badArguments(Opt);
     const QString target = QDir(Args[0]).absolutePath();
     TRACE_LOCAL(target);
     for (const QString& f : PortableRequiredFiles()) {

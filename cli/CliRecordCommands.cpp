@@ -29,62 +29,13 @@ using namespace cli;
 
 namespace {
 
-// An identifier from the command line: a whole number from 0, written back plainly.
-bool parseId(const QString& Text, QString& Id) {
-    bool ok = false;
-    const int v = Text.toInt(&ok);
-    if (!ok || v < 0)
-        return false;
-    Id = QString::number(v);
-    return true;
-}
-
-int usage(const char* Command, const QString& Why) {
-    say(QStringLiteral("%1. Try 'argentpm %2 --help'.").arg(Why, QLatin1String(Command)));
-    return cliUsage;
-}
-
-// Opens the user for a change: the file is written under the name the database holds,
-// so a file renamed by hand is left alone.
-int openForChange(const CliOptions& Opt, const QString& Name) {
-    TRACE_PROC("modCli.OpenForChange", Name);
-    if (int rc = lockUser(Name))
-        return rc;
-    if (int rc = openUser(Opt, Name))
-        return rc;
-    if (CurUsDB->Name() != Name) {
-        say(QStringLiteral("the database in %1 belongs to user %2; it was not changed")
-                .arg(CurUsDBPath, quoted(CurUsDB->Name())));
-        return cliFailed;
-    }
-    int tbl;
-    return dataTable(tbl);
-}
-
-int saveCurrent() {
-    TRACE_PROC("modCli.SaveCurrent");
-    const int r = UsSession().Save();
-    return r < 0 ? saveFailure(r) : cliOk;
-}
-
-bool isRecordRow(int Rec) {
-    const QString t =
-        CurUsDB->GetTblFldValNm(CurUsDB->FindTable(QStringLiteral("DataTable")), Rec, QStringLiteral("Type"));
-    return Val(t) == 2.0;
-}
-
 // The row of an identifier other than the root, or an exit status after saying why not.
 int existingRow(const QString& Id, int& Rec) {
     if (Id == QLatin1String("0")) {
         say(QStringLiteral("identifier 0 is the user's root, not a folder or record"));
         return cliRefused;
     }
-    Rec = FindDataRow(*CurUsDB, Id);
-    if (Rec == 0) {
-        say(QStringLiteral("user %1 has no folder or record with identifier %2").arg(quoted(CurUser), Id));
-        return cliNoRecord;
-    }
-    return cliOk;
+    return findRow(Id, Rec);
 }
 
 // A colour as decimal COLORREF (0x00BBGGRR) or as #RRGGBB.
@@ -115,16 +66,16 @@ void printLine(const QString& Text) {
 int CmdMkdir(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdMkdir", Args);
     QString parent;
-    if (Args.size() != 3 || !parseId(Args[1], parent))
-        return usage("mkdir", QStringLiteral("'mkdir' takes a user name, a parent identifier and a title"));
-    if (int rc = openForChange(Opt, Args[0]))
+    if (!parseId(Args[1], parent))
+        return badArguments(Opt);
+    if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
     if (int rc = existingFolder(parent))
         return rc;
     const QString id = GetNewIndNum(*CurUsDB);
     TRACE_LOCAL(id);
     AddFolderToDB(Args[2], parent.toInt(), id);
-    if (int rc = saveCurrent())
+    if (int rc = saveUserChange())
         return rc;
     printLine(id);
     return cliOk;
@@ -133,41 +84,27 @@ int CmdMkdir(const CliOptions& Opt, const QStringList& Args) {
 int CmdAdd(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdAdd", Args);
     QString parent;
-    if (Args.size() != 2 || !parseId(Args[1], parent))
-        return usage("add", QStringLiteral("'add' takes a user name and a parent identifier"));
-    if (!Opt.Given.contains(QStringLiteral("--title")))
-        return usage("add", QStringLiteral("a record needs a title: --title TEXT"));
-    const bool generate = Opt.Given.contains(QStringLiteral("--generate"));
-    TRACE_LOCAL(generate);
-    const bool ask = Opt.Given.contains(QStringLiteral("--ask-password"));
-    TRACE_LOCAL(ask);
-    if (generate && ask)
-        return usage("add", QStringLiteral("--generate and --ask-password exclude each other"));
-    int length = 0;
-    TRACE_LOCAL(length);
-    if (generate) {
-        const QString l = Opt.Given.value(QStringLiteral("--generate"));
-        TRACE_LOCAL(l);
-        if (Val(l) < 1 || Val(l) > INT_MAX)
-            return usage("add", QStringLiteral("--generate needs a length from 1 to %1").arg(INT_MAX));
-        length = PaswLengthFromText(l);
-    }
-    if (int rc = openForChange(Opt, Args[0]))
+    if (!parseId(Args[1], parent))
+        return badArguments(Opt);
+    if (!Opt.has("title"))
+        return usage(Opt, QStringLiteral("a record needs a title: --title TEXT"));
+    if (int rc = checkFieldEdits(Opt))
+        return rc;
+    if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
     if (int rc = existingFolder(parent))
         return rc;
     QString pasw;
-    if (generate) {
-        pasw = GeneratePassword(length);
-    } else if (ask) {
+    if (Opt.has("generate")) {
+        pasw = GeneratePassword(PaswLengthFromText(Opt.value("generate")));
+    } else if (Opt.has("ask-password")) {
         if (int rc = askConfirmedSecret(Opt, "Password of the record: ", "added", pasw))
             return rc;
     }
-    const QString id = AddRecordToDB(*CurUsDB, parent, Opt.Given.value(QStringLiteral("--title")),
-                                     Opt.Given.value(QStringLiteral("--login")), pasw,
-                                     Opt.Given.value(QStringLiteral("--desc")));
+    const QString id =
+        AddRecordToDB(*CurUsDB, parent, Opt.value("title"), Opt.value("login"), pasw, Opt.value("desc"));
     WipeString(pasw);
-    if (int rc = saveCurrent())
+    if (int rc = saveUserChange())
         return rc;
     printLine(id);
     return cliOk;
@@ -176,24 +113,23 @@ int CmdAdd(const CliOptions& Opt, const QStringList& Args) {
 int CmdRename(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdRename", Args);
     QString id;
-    if (Args.size() != 3 || !parseId(Args[1], id))
-        return usage("rename", QStringLiteral("'rename' takes a user name, an identifier and the new title"));
-    if (int rc = openForChange(Opt, Args[0]))
+    if (!parseId(Args[1], id))
+        return badArguments(Opt);
+    if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
     int rec;
     if (int rc = existingRow(id, rec))
         return rc;
     ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Title"), Args[2]);
-    return saveCurrent();
+    return saveUserChange();
 }
 
 int CmdMv(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdMv", Args);
     QString id, parent;
-    if (Args.size() != 3 || !parseId(Args[1], id) || !parseId(Args[2], parent))
-        return usage("mv",
-                     QStringLiteral("'mv' takes a user name, an identifier and the new parent's identifier"));
-    if (int rc = openForChange(Opt, Args[0]))
+    if (!parseId(Args[1], id) || !parseId(Args[2], parent))
+        return badArguments(Opt);
+    if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
     int rec;
     if (int rc = existingRow(id, rec))
@@ -205,15 +141,15 @@ int CmdMv(const CliOptions& Opt, const QStringList& Args) {
         say(QStringLiteral("%1 cannot go into itself or into a folder of its own").arg(id));
         return cliRefused;
     }
-    return saveCurrent();
+    return saveUserChange();
 }
 
 int CmdRm(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdRm", Args);
     QString id;
-    if (Args.size() != 2 || !parseId(Args[1], id))
-        return usage("rm", QStringLiteral("'rm' takes a user name and an identifier"));
-    if (int rc = openForChange(Opt, Args[0]))
+    if (!parseId(Args[1], id))
+        return badArguments(Opt);
+    if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
     int rec;
     if (int rc = existingRow(id, rec))
@@ -232,7 +168,7 @@ int CmdRm(const CliOptions& Opt, const QStringList& Args) {
     }
     const int n = DelRecordTreeFromDataTable(QStringLiteral("IndNum"), id, QStringLiteral("Parent"));
     TRACE_LOCAL(n);
-    if (int rc = saveCurrent())
+    if (int rc = saveUserChange())
         return rc;
     std::printf("Deleted %d folder%s and record%s.\n", n, n == 1 ? "" : "s", n == 1 ? "" : "s");
     return cliOk;
@@ -241,26 +177,26 @@ int CmdRm(const CliOptions& Opt, const QStringList& Args) {
 int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdEdit", Args);
     QString id;
-    if (Args.size() != 2 || !parseId(Args[1], id))
-        return usage("edit", QStringLiteral("'edit' takes a user name and an identifier"));
-    const bool color = Opt.Given.contains(QStringLiteral("--color"));
+    if (!parseId(Args[1], id))
+        return badArguments(Opt);
+    const bool color = Opt.has("color");
     TRACE_LOCAL(color);
-    const bool bold = Opt.Given.contains(QStringLiteral("--bold"));
+    const bool bold = Opt.has("bold");
     const bool fields = editsFields(Opt);
     if (!color && !bold && !fields)
-        return usage("edit", QStringLiteral("give at least one of --title, --login, --desc, --generate, "
-                                            "--ask-password, --color, --bold"));
+        return usage(Opt, QStringLiteral("give at least one of --title, --login, --desc, --generate, "
+                                         "--ask-password, --color, --bold"));
     if (int rc = checkFieldEdits(Opt))
         return rc;
     int col = 0;
     TRACE_LOCAL(col);
-    if (color && !parseColor(Opt.Given.value(QStringLiteral("--color")), col))
-        return usage("edit", QStringLiteral("--color takes a number (0x00BBGGRR) or #RRGGBB"));
-    const QString b = Opt.Given.value(QStringLiteral("--bold"));
+    if (color && !parseColor(Opt.value("color"), col))
+        return usage(Opt, QStringLiteral("--color takes a number (0x00BBGGRR) or #RRGGBB"));
+    const QString b = Opt.value("bold");
     TRACE_LOCAL(b);
     if (bold && b != QLatin1String("on") && b != QLatin1String("off"))
-        return usage("edit", QStringLiteral("--bold takes on or off"));
-    if (int rc = openForChange(Opt, Args[0]))
+        return usage(Opt, QStringLiteral("--bold takes on or off"));
+    if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
     int rec;
     if (int rc = existingRow(id, rec))
@@ -277,21 +213,20 @@ int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
             flags = SetRecBold(flags, b == QLatin1String("on"));
         ChangeDataTableField(QStringLiteral("IndNum"), id, QStringLiteral("Flags"), flags);
     }
-    return saveCurrent();
+    return saveUserChange();
 }
 
 int CmdFind(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdFind", Args);
-    if (Args.size() != 2 || Args[1].isEmpty())
-        return usage("find", QStringLiteral("'find' takes a user name and a text"));
+    if (Args[1].isEmpty())
+        return badArguments(Opt);
     if (int rc = openUser(Opt, Args[0]))
         return rc;
     int tbl;
     if (int rc = dataTable(tbl))
         return rc;
     const QList<FoundRow> found =
-        FindAllRecords(*CurUsDB, Args[1], !Opt.Given.contains(QStringLiteral("--titles-only")),
-                       Opt.Given.contains(QStringLiteral("--case-sensitive")));
+        FindAllRecords(*CurUsDB, Args[1], !Opt.has("titles-only"), Opt.has("case-sensitive"));
     if (wantJson(Opt))
         return printFindJson(Args[1], found);
     if (found.isEmpty()) {
@@ -314,18 +249,15 @@ int CmdFind(const CliOptions& Opt, const QStringList& Args) {
     return cliOk;
 }
 
-int CmdGenerate(const CliOptions&, const QStringList& Args) {
+int CmdGenerate(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdGenerate", Args);
-    if (Args.size() > 1)
-        return usage("generate", QStringLiteral("'generate' takes at most a length"));
     // Without a length, the one the generator dialog last used (settings entry 15).
     const QString text = Args.isEmpty() ? (ProgConfig.UBound() >= 15 ? ProgConfig[15] : QString()) : Args[0];
     TRACE_LOCAL(text);
     if (Val(text) < 1 || Val(text) > INT_MAX)
-        return usage("generate",
-                     Args.isEmpty()
-                         ? QStringLiteral("the settings hold no length; give one")
-                         : QStringLiteral("the length must be a number from 1 to %1").arg(INT_MAX));
+        return usage(Opt, Args.isEmpty()
+                              ? QStringLiteral("the settings hold no length; give one")
+                              : QStringLiteral("the length must be a number from 1 to %1").arg(INT_MAX));
     QString pasw = GeneratePassword(PaswLengthFromText(text));
     TRACE_LOCAL_HIDDEN(pasw);
     QByteArray out = pasw.toLatin1();
@@ -335,28 +267,3 @@ int CmdGenerate(const CliOptions&, const QStringList& Args) {
     sodium_memzero(out.data(), static_cast<std::size_t>(out.size()));
     return cliOk;
 }
-
-namespace cli {
-// The root or a folder, to put rows into.
-int existingFolder(const QString& Id) {
-    if (Id == QLatin1String("0"))
-        return cliOk;
-    const int rec = FindDataRow(*CurUsDB, Id);
-    if (rec == 0) {
-        say(QStringLiteral("user %1 has no folder with identifier %2").arg(quoted(CurUser), Id));
-        return cliNoRecord;
-    }
-    if (isRecordRow(rec)) {
-        say(QStringLiteral("%1 is a record, not a folder: it cannot hold anything").arg(Id));
-        return cliRefused;
-    }
-    return cliOk;
-}
-
-int openUserForChange(const CliOptions& Opt, const QString& Name) {
-    return openForChange(Opt, Name);
-}
-int saveUserChange() {
-    return saveCurrent();
-}
-} // namespace cli

@@ -15,7 +15,7 @@
 //   backups  {"folder": DIR, "backups": [{"file": FILE, "user": NAME,
 //             "written": "YYYY-MM-DDTHH:MM:SS"}, ...]}   (local time)
 
-#include "cli/CliCommands.h"
+#include "cli/CliShared.h"
 #include "records/RecordSearch.h"
 
 #include <QStringList>
@@ -24,7 +24,7 @@ namespace cli {
 
 bool wantJson(const CliOptions& Opt);
 // --field NAME given with a known name, or not given (cliOk); else a usage error.
-int checkFieldOption(const CliOptions& Opt, const char* Command);
+int checkFieldOption(const CliOptions& Opt);
 // The column of a --field name (title, login, password, description).
 QString fieldColumn(const QString& Field);
 
@@ -39,7 +39,9 @@ int printBackupsJson(const QStringList& Items);
 // it is weak (see users/PaswStrength.h).
 void reportStrength(const QString& Pasw, const QString& UserName);
 
-// The record fields of 'edit': --title, --login, --desc, --generate, --ask-password.
+// The record fields of 'add' and 'edit': --title, --login, --desc, --generate,
+// --ask-password. checkFieldEdits: a usage error for a bad --generate length or both ways
+// of setting the password.
 bool editsFields(const CliOptions& Opt);
 int checkFieldEdits(const CliOptions& Opt);
 // Changes the fields asked for on row Rec of identifier Id (the password is asked here).

@@ -52,7 +52,7 @@ QString typeName(const QString& Type) {
 } // namespace
 
 bool wantJson(const CliOptions& Opt) {
-    return Opt.Given.contains(QStringLiteral("--json"));
+    return Opt.has("json");
 }
 
 QString fieldColumn(const QString& Field) {
@@ -68,19 +68,13 @@ QString fieldColumn(const QString& Field) {
     return QString();
 }
 
-int checkFieldOption(const CliOptions& Opt, const char* Command) {
-    if (!Opt.Given.contains(QStringLiteral("--field")))
+int checkFieldOption(const CliOptions& Opt) {
+    if (!Opt.has("field"))
         return cliOk;
-    if (fieldColumn(Opt.Given.value(QStringLiteral("--field"))).isEmpty()) {
-        say(QStringLiteral("--field takes one of %1. Try 'argentpm %2 --help'.")
-                .arg(kFields.join(QStringLiteral(", ")), QLatin1String(Command)));
-        return cliUsage;
-    }
-    if (wantJson(Opt)) {
-        say(QStringLiteral("--field and --json exclude each other. Try 'argentpm %1 --help'.")
-                .arg(QLatin1String(Command)));
-        return cliUsage;
-    }
+    if (fieldColumn(Opt.value("field")).isEmpty())
+        return usage(Opt, QStringLiteral("--field takes one of %1").arg(kFields.join(QStringLiteral(", "))));
+    if (wantJson(Opt))
+        return usage(Opt, QStringLiteral("--field and --json exclude each other"));
     return cliOk;
 }
 
@@ -177,59 +171,48 @@ void reportStrength(const QString& Pasw, const QString& UserName) {
 }
 
 bool editsFields(const CliOptions& Opt) {
-    for (const char* o : {"--title", "--login", "--desc", "--generate", "--ask-password"})
-        if (Opt.Given.contains(QLatin1String(o)))
+    for (const char* o : {"title", "login", "desc", "generate", "ask-password"})
+        if (Opt.has(o))
             return true;
     return false;
 }
 
 int checkFieldEdits(const CliOptions& Opt) {
-    const bool generate = Opt.Given.contains(QStringLiteral("--generate"));
-    if (generate && Opt.Given.contains(QStringLiteral("--ask-password"))) {
-        say(QStringLiteral("--generate and --ask-password exclude each other. Try 'argentpm edit --help'."));
-        return cliUsage;
-    }
-    if (generate) {
-        const QString l = Opt.Given.value(QStringLiteral("--generate"));
-        if (Val(l) < 1 || Val(l) > INT_MAX) {
-            say(QStringLiteral("--generate needs a length from 1 to %1. Try 'argentpm edit --help'.")
-                    .arg(INT_MAX));
-            return cliUsage;
-        }
-    }
+    const bool generate = Opt.has("generate");
+    if (generate && Opt.has("ask-password"))
+        return usage(Opt, QStringLiteral("--generate and --ask-password exclude each other"));
+    const QString l = Opt.value("generate");
+    if (generate && (Val(l) < 1 || Val(l) > INT_MAX))
+        return usage(Opt, QStringLiteral("--generate needs a length from 1 to %1").arg(INT_MAX));
     return cliOk;
 }
 
 int applyFieldEdits(const CliOptions& Opt, const QString& Id, int Rec) {
     TRACE_PROC("modCli.ApplyFieldEdits", Id, Rec);
-    const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
-    const bool record = Val(CurUsDB->GetTblFldValNm(tbl, Rec, QStringLiteral("Type"))) == 2.0;
-    const bool recordOnly = Opt.Given.contains(QStringLiteral("--login")) ||
-                            Opt.Given.contains(QStringLiteral("--desc")) ||
-                            Opt.Given.contains(QStringLiteral("--generate")) ||
-                            Opt.Given.contains(QStringLiteral("--ask-password"));
+    const bool record = isRecordRow(Rec);
+    const bool recordOnly =
+        Opt.has("login") || Opt.has("desc") || Opt.has("generate") || Opt.has("ask-password");
     if (!record && recordOnly) {
         say(QStringLiteral("%1 is a folder: it has only a title").arg(Id));
         return cliRefused;
     }
     QString pasw;
     bool setPasw = false;
-    if (Opt.Given.contains(QStringLiteral("--generate"))) {
-        pasw = GeneratePassword(PaswLengthFromText(Opt.Given.value(QStringLiteral("--generate"))));
+    if (Opt.has("generate")) {
+        pasw = GeneratePassword(PaswLengthFromText(Opt.value("generate")));
         setPasw = true;
-    } else if (Opt.Given.contains(QStringLiteral("--ask-password"))) {
+    } else if (Opt.has("ask-password")) {
         if (int rc = askConfirmedSecret(Opt, "New password of the record: ", "changed", pasw))
             return rc;
         setPasw = true;
     }
     const QString ind = QStringLiteral("IndNum");
-    if (Opt.Given.contains(QStringLiteral("--title")))
-        ChangeDataTableField(ind, Id, QStringLiteral("Title"), Opt.Given.value(QStringLiteral("--title")));
-    if (Opt.Given.contains(QStringLiteral("--login")))
-        ChangeDataTableField(ind, Id, QStringLiteral("Login"), Opt.Given.value(QStringLiteral("--login")));
-    if (Opt.Given.contains(QStringLiteral("--desc")))
-        ChangeDataTableField(ind, Id, QStringLiteral("Description"),
-                             Opt.Given.value(QStringLiteral("--desc")));
+    if (Opt.has("title"))
+        ChangeDataTableField(ind, Id, QStringLiteral("Title"), Opt.value("title"));
+    if (Opt.has("login"))
+        ChangeDataTableField(ind, Id, QStringLiteral("Login"), Opt.value("login"));
+    if (Opt.has("desc"))
+        ChangeDataTableField(ind, Id, QStringLiteral("Description"), Opt.value("desc"));
     if (setPasw)
         ChangeDataTableField(ind, Id, QStringLiteral("Password"), pasw);
     WipeString(pasw);

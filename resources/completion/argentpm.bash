@@ -17,7 +17,7 @@ _argentpm() {
     cur="${COMP_WORDS[COMP_CWORD]}"
     prev="${COMP_WORDS[COMP_CWORD - 1]}"
     local commands="users add-user passwd delete-user ls show mkdir add rename mv rm edit find
-        generate backup backups restore delete-backup install-portable help"
+        clip generate backup backups restore delete-backup install-portable import export help"
     local common="--databases --password-stdin --yes --help --version"
 
     case "$prev" in
@@ -28,15 +28,26 @@ _argentpm() {
         --bold)
             mapfile -t COMPREPLY < <(compgen -W "on off" -- "$cur")
             return ;;
-        --title | --login | --desc | --generate | --color)
+        --field)
+            mapfile -t COMPREPLY < <(compgen -W "title login password description" -- "$cur")
+            return ;;
+        --format)
+            mapfile -t COMPREPLY < <(compgen -W "keepass-xml keepassxc-csv bitwarden-json browser-csv csv xml" -- "$cur")
+            return ;;
+        -o | --output)
+            compopt -o filenames 2>/dev/null
+            mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+            return ;;
+        --title | --login | --desc | --generate | --color | --into | --map | --folder)
             return ;;
     esac
 
-    # The command is the first word that is neither an option nor the folder of --databases.
+    # The command is the first word that is neither an option nor an option's value.
     local i cmd="" argn=0
     for ((i = 1; i < COMP_CWORD; i++)); do
         case "${COMP_WORDS[i]}" in
-            --databases) ((i++)) ;;
+            --databases | --title | --login | --desc | --generate | --color | --bold | --field | \
+                --format | --into | --map | --folder | -o | --output) ((i++)) ;;
             -*) ;;
             *) if [ -z "$cmd" ]; then cmd="${COMP_WORDS[i]}"; else ((argn++)); fi ;;
         esac
@@ -44,10 +55,16 @@ _argentpm() {
 
     if [[ "$cur" == -* ]]; then
         local own=""
+        # Each command's own options, as 'argentpm COMMAND --help' lists them.
         case "$cmd" in
+            users | ls | backups) own="--json" ;;
+            show) own="--field --json" ;;
+            clip) own="--field" ;;
             add) own="--title --login --desc --generate --ask-password" ;;
-            edit) own="--color --bold" ;;
-            find) own="--titles-only --case-sensitive" ;;
+            edit) own="--title --login --desc --generate --ask-password --color --bold" ;;
+            find) own="--titles-only --case-sensitive --json" ;;
+            import) own="--format --into --map" ;;
+            export) own="--format --folder --output" ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$common $own" -- "$cur")
         return
@@ -61,10 +78,13 @@ _argentpm() {
     case "$cmd" in
         help)
             [ "$argn" -eq 0 ] && mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur") ;;
-        passwd | delete-user | ls | show | mkdir | add | rename | mv | rm | edit | find | backup)
+        passwd | delete-user | ls | show | mkdir | add | rename | mv | rm | edit | find | clip | backup | import | export)
             if [ "$argn" -eq 0 ]; then
                 local IFS=$'\n'
                 mapfile -t COMPREPLY < <(compgen -W "$(argentpm "${dbopt[@]}" users 2>/dev/null)" -- "$cur")
+            elif [ "$cmd" = import ] && [ "$argn" -eq 1 ]; then
+                compopt -o filenames 2>/dev/null
+                mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             fi ;;
         restore | delete-backup)
             if [ "$argn" -eq 0 ]; then
