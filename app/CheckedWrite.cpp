@@ -1,5 +1,6 @@
 #include "app/CheckedWrite.h"
 
+#include "app/FileTime.h"
 #include "app/MemoryFile.h"
 
 #include "diagnostics/DbgPrint.h"
@@ -97,7 +98,7 @@ bool clsCheckedFile::Commit() {
     if (::fstat(m_file.handle(), &st) == 0) {
         m_haveStat = true;
         m_statSize = st.st_size;
-        m_statMTimeNs = static_cast<qint64>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
+        m_statMTimeNs = FileMTimeNs(st);
         m_statInode = st.st_ino;
     }
     m_done = true;

@@ -27,15 +27,6 @@ int usage(const char* Command, const QString& Why) {
     return cliUsage;
 }
 
-bool parseId(const QString& Text, QString& Id) {
-    bool ok = false;
-    const int v = Text.toInt(&ok);
-    if (!ok || v < 0)
-        return false;
-    Id = QString::number(v);
-    return true;
-}
-
 QString plural(int N, const char* One, const char* Many) {
     return QString::number(N) + u' ' + QLatin1String(N == 1 ? One : Many);
 }
@@ -55,7 +46,7 @@ int CmdImport(const CliOptions& Opt, const QStringList& Args) {
             QStringLiteral("unknown format %1").arg(quoted(Opt.Given.value(QStringLiteral("--format")))));
     QString into = QStringLiteral("0");
     if (Opt.Given.contains(QStringLiteral("--into")) &&
-        !parseId(Opt.Given.value(QStringLiteral("--into")), into))
+        !ParseIndNum(Opt.Given.value(QStringLiteral("--into")), into))
         return usage("import", QStringLiteral("--into takes a folder identifier"));
 
     // The file is read and understood before the user is even opened.
@@ -108,7 +99,7 @@ int CmdExport(const CliOptions& Opt, const QStringList& Args) {
         return usage("export", QStringLiteral("--format takes xml or csv"));
     QString folder = QStringLiteral("0");
     if (Opt.Given.contains(QStringLiteral("--folder")) &&
-        !parseId(Opt.Given.value(QStringLiteral("--folder")), folder))
+        !ParseIndNum(Opt.Given.value(QStringLiteral("--folder")), folder))
         return usage("export", QStringLiteral("--folder takes a folder identifier"));
     const QString out = Opt.Given.value(QStringLiteral("--output"), Opt.Given.value(QStringLiteral("-o")));
     if ((Opt.Given.contains(QStringLiteral("--output")) || Opt.Given.contains(QStringLiteral("-o"))) &&

@@ -28,16 +28,6 @@ using namespace cli;
 
 namespace {
 
-// An identifier from the command line: a whole number from 0, written back plainly.
-bool parseId(const QString& Text, QString& Id) {
-    bool ok = false;
-    const int v = Text.toInt(&ok);
-    if (!ok || v < 0)
-        return false;
-    Id = QString::number(v);
-    return true;
-}
-
 int usage(const char* Command, const QString& Why) {
     say(QStringLiteral("%1. Try 'argentpm %2 --help'.").arg(Why, QLatin1String(Command)));
     return cliUsage;
@@ -114,7 +104,7 @@ void printLine(const QString& Text) {
 int CmdMkdir(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdMkdir", Args);
     QString parent;
-    if (Args.size() != 3 || !parseId(Args[1], parent))
+    if (Args.size() != 3 || !ParseIndNum(Args[1], parent))
         return usage("mkdir", QStringLiteral("'mkdir' takes a user name, a parent identifier and a title"));
     if (int rc = openForChange(Opt, Args[0]))
         return rc;
@@ -132,7 +122,7 @@ int CmdMkdir(const CliOptions& Opt, const QStringList& Args) {
 int CmdAdd(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdAdd", Args);
     QString parent;
-    if (Args.size() != 2 || !parseId(Args[1], parent))
+    if (Args.size() != 2 || !ParseIndNum(Args[1], parent))
         return usage("add", QStringLiteral("'add' takes a user name and a parent identifier"));
     if (!Opt.Given.contains(QStringLiteral("--title")))
         return usage("add", QStringLiteral("a record needs a title: --title TEXT"));
@@ -175,7 +165,7 @@ int CmdAdd(const CliOptions& Opt, const QStringList& Args) {
 int CmdRename(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdRename", Args);
     QString id;
-    if (Args.size() != 3 || !parseId(Args[1], id))
+    if (Args.size() != 3 || !ParseIndNum(Args[1], id))
         return usage("rename", QStringLiteral("'rename' takes a user name, an identifier and the new title"));
     if (int rc = openForChange(Opt, Args[0]))
         return rc;
@@ -189,7 +179,7 @@ int CmdRename(const CliOptions& Opt, const QStringList& Args) {
 int CmdMv(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdMv", Args);
     QString id, parent;
-    if (Args.size() != 3 || !parseId(Args[1], id) || !parseId(Args[2], parent))
+    if (Args.size() != 3 || !ParseIndNum(Args[1], id) || !ParseIndNum(Args[2], parent))
         return usage("mv",
                      QStringLiteral("'mv' takes a user name, an identifier and the new parent's identifier"));
     if (int rc = openForChange(Opt, Args[0]))
@@ -210,7 +200,7 @@ int CmdMv(const CliOptions& Opt, const QStringList& Args) {
 int CmdRm(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdRm", Args);
     QString id;
-    if (Args.size() != 2 || !parseId(Args[1], id))
+    if (Args.size() != 2 || !ParseIndNum(Args[1], id))
         return usage("rm", QStringLiteral("'rm' takes a user name and an identifier"));
     if (int rc = openForChange(Opt, Args[0]))
         return rc;
@@ -240,7 +230,7 @@ int CmdRm(const CliOptions& Opt, const QStringList& Args) {
 int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdEdit", Args);
     QString id;
-    if (Args.size() != 2 || !parseId(Args[1], id))
+    if (Args.size() != 2 || !ParseIndNum(Args[1], id))
         return usage("edit", QStringLiteral("'edit' takes a user name and an identifier"));
     const bool color = Opt.Given.contains(QStringLiteral("--color"));
     TRACE_LOCAL(color);
