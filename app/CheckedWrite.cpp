@@ -89,7 +89,9 @@ bool clsCheckedFile::Commit() {
     }
     if (m_failed || !m_file.isOpen() || m_file.error() != QFileDevice::NoError || !m_file.flush() ||
         ::fsync(m_file.handle()) != 0 || m_file.size() != m_written) {
-        DbgPrint(QStringLiteral("Write failed: ") + m_file.fileName() + QStringLiteral(" (") + ErrorText() +
+        // Dropping the temporary file replaces Qt's error with its own: the reason is kept.
+        m_error = ErrorText();
+        DbgPrint(QStringLiteral("Write failed: ") + m_file.fileName() + QStringLiteral(" (") + m_error +
                  QStringLiteral(")"));
         Cancel();
         return false;
@@ -132,6 +134,8 @@ void clsCheckedFile::Cancel() {
 }
 
 QString clsCheckedFile::ErrorText() const {
+    if (!m_error.isEmpty())
+        return m_error;
     return m_dev == &m_scratch ? m_scratch.errorString() : m_file.errorString();
 }
 
