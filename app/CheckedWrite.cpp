@@ -1,5 +1,6 @@
 #include "app/CheckedWrite.h"
 
+#include "app/FileTime.h"
 #include "app/MemoryFile.h"
 
 #include "diagnostics/DbgPrint.h"
@@ -88,7 +89,9 @@ bool clsCheckedFile::Commit() {
     }
     if (m_failed || !m_file.isOpen() || m_file.error() != QFileDevice::NoError || !m_file.flush() ||
         ::fsync(m_file.handle()) != 0 || m_file.size() != m_written) {
-        DbgPrint(QStringLiteral("Write failed: ") + m_file.fileName() + QStringLiteral(" (") + ErrorText() +
+        // Dropping the temporary file replaces Qt's error with its own: the reason is kept.
+        m_error = ErrorText();
+        DbgPrint(QStringLiteral("Write failed: ") + m_file.fileName() + QStringLiteral(" (") + m_error +
                  QStringLiteral(")"));
         Cancel();
         return false;
@@ -97,7 +100,7 @@ bool clsCheckedFile::Commit() {
     if (::fstat(m_file.handle(), &st) == 0) {
         m_haveStat = true;
         m_statSize = st.st_size;
-        m_statMTimeNs = static_cast<qint64>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
+        m_statMTimeNs = FileMTimeNs(st);
         m_statInode = st.st_ino;
     }
     m_done = true;
@@ -131,6 +134,8 @@ void clsCheckedFile::Cancel() {
 }
 
 QString clsCheckedFile::ErrorText() const {
+    if (!m_error.isEmpty())
+        return m_error;
     return m_dev == &m_scratch ? m_scratch.errorString() : m_file.errorString();
 }
 

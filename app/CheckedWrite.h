@@ -36,6 +36,7 @@ public:
     // What the file was when it was synced, before the rename (which keeps all three):
     // false when Commit did not get that far.
     bool WrittenStat(qint64& Size, qint64& MTimeNs, quint64& Inode) const;
+    // Why the last step failed, also after the temporary file was dropped.
     QString ErrorText() const;
 
 private:
@@ -48,6 +49,7 @@ private:
     bool m_haveStat = false;
     qint64 m_statSize = 0, m_statMTimeNs = 0;
     quint64 m_statInode = 0;
+    QString m_error;
 };
 
 // The whole of Data as the new content of Path, checked as above. False: Path is untouched.

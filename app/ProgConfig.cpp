@@ -1,6 +1,7 @@
 #include "app/ProgConfig.h"
 
 #include "app/CheckedWrite.h"
+#include "app/ReadWholeFile.h"
 #include "app/VbConv.h"
 #include "app/modMain.h"
 #include "diagnostics/DbgPrint.h"
@@ -54,12 +55,10 @@ int LoadConfig(const QString& FPath, StrMass& pOptions) {
         DbgPrint(QStringLiteral("LoadConfig = -2"));
         return -2;
     }
-    QFile f(FPath);
-    if (!f.open(QIODevice::ReadOnly))
+    QByteArray bytes;
+    if (!ReadWholeFile(FPath, bytes))
         RaiseError(vbErrPathFileAccess);
-    const QString text = QString::fromUtf8(f.readAll());
-    if (f.error() != QFile::NoError)
-        RaiseError(vbErrPathFileAccess);
+    const QString text = QString::fromUtf8(bytes);
     QStringList lines = text.split(u'\n');
     // A final line end does not start another line.
     if (!lines.isEmpty() && lines.last().isEmpty())

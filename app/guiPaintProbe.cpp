@@ -1,9 +1,10 @@
 #include "app/guiPaintProbe.h"
 
+#include "app/ReadWholeFile.h"
+
 #include <QAbstractItemView>
 #include <QApplication>
 #include <QEvent>
-#include <QFile>
 #include <QTimer>
 
 #include <cstdio>
@@ -12,10 +13,10 @@
 namespace {
 
 long peakResidentKiB() {
-    QFile f(QStringLiteral("/proc/self/status"));
-    if (!f.open(QIODevice::ReadOnly))
+    QByteArray status;
+    if (!ReadWholeFile(QStringLiteral("/proc/self/status"), status))
         return -1;
-    for (const QByteArray& line : f.readAll().split('\n'))
+    for (const QByteArray& line : status.split('\n'))
         if (line.startsWith("VmHWM:"))
             return line.mid(6).trimmed().split(' ').value(0).toLong();
     return -1;

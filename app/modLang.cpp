@@ -1,5 +1,6 @@
 #include "app/modLang.h"
 
+#include "app/ReadWholeFile.h"
 #include "app/VbConv.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/ErrorTrap.h"
@@ -29,12 +30,12 @@ constexpr int kMaxTexts = 100000;
 
 void LoadLang(const QString& LangFile) {
     TRACE_PROC("modLang.LoadLang", LangFile);
-    QFile f(LangFile);
-    if (!f.exists())
+    if (!QFile::exists(LangFile))
         RaiseError(vbErrFileNotFound, QStringLiteral("File not found: ") + LangFile);
-    if (!f.open(QIODevice::ReadOnly))
+    QByteArray bytes;
+    if (!ReadWholeFile(LangFile, bytes))
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + LangFile);
-    QString text = QString::fromUtf8(f.readAll());
+    QString text = QString::fromUtf8(bytes);
     if (text.startsWith(QChar(0xFEFF)))
         text.remove(0, 1);
     QStringList lines = text.split(u'\n');

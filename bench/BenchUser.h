@@ -1,16 +1,79 @@
 #pragma once
 
-// The user both window benchmarks open: ten top folders, each with ten folders of twenty
-// folders (2,210 folders), and RecordsPerLeaf records in each of the 2,000 innermost ones,
-// with the field lengths of real use. Filled into the open user (CurUsDB) and saved.
+// What the benchmarks make their users and data with: the program set up in a folder,
+// texts of the lengths of real use drawn from a seeded generator (the same seed gives the
+// same user on every run), the user both window benchmarks open, and the median.
 
+#include "app/ProgConfig.h"
+#include "app/StrMass.h"
 #include "app/modMain.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
 
+#include <QElapsedTimer>
 #include <QRandomGenerator>
 #include <QString>
 
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+// The program's objects with empty settings whose databases folder is Dir.
+inline void BenchProgramIn(const QString& Dir) {
+    ProgConfig.Reset();
+    for (int i = 1; i <= 20; ++i)
+        AddElemToStrMass(ProgConfig, QString());
+    ProgConfig[5] = Dir;
+    ProgCfgPath = Dir + QStringLiteral("/config.dat");
+    CreateProgramObjects();
+}
+
+// Words joined by spaces, cut to a length between MinLen and MaxLen.
+inline QString BenchWords(QRandomGenerator& Rng, int MinLen, int MaxLen) {
+    static const char* const kWords[] = {"mail",   "bank",   "shop",  "forum", "server", "account", "home",
+                                         "office", "cloud",  "music", "video", "travel", "energy",  "phone",
+                                         "tax",    "health", "games", "news",  "backup", "router"};
+    const int len = MinLen + static_cast<int>(Rng.bounded(MaxLen - MinLen + 1));
+    QString s;
+    while (s.size() < len) {
+        if (!s.isEmpty())
+            s += u' ';
+        s += QLatin1String(kWords[Rng.bounded(20)]);
+    }
+    s.truncate(len);
+    return s;
+}
+
+inline QString BenchRandomText(QRandomGenerator& Rng, int MinLen, int MaxLen, const char* Alphabet) {
+    const int len = MinLen + static_cast<int>(Rng.bounded(MaxLen - MinLen + 1));
+    const int n = static_cast<int>(std::strlen(Alphabet));
+    QString s(len, Qt::Uninitialized);
+    for (int i = 0; i < len; ++i)
+        s[i] = QLatin1Char(Alphabet[Rng.bounded(n)]);
+    return s;
+}
+
+// A login, every other one a mail address.
+inline QString BenchLogin(QRandomGenerator& Rng) {
+    return BenchRandomText(Rng, 5, 12, "abcdefghijklmnopqrstuvwxyz0123456789._") +
+           (Rng.bounded(2) ? QStringLiteral("@example.org") : QString());
+}
+
+inline QString BenchPasw(QRandomGenerator& Rng) {
+    return BenchRandomText(Rng, 12, 20,
+                           "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789!#$%&*+-=?@^_~");
+}
+
+inline double BenchMs(const QElapsedTimer& T) {
+    return static_cast<double>(T.nsecsElapsed()) / 1e6;
+}
+
+inline double BenchMedian(std::vector<double> V) {
+    std::sort(V.begin(), V.end());
+    return V[V.size() / 2];
+}
+
+// The titles of the window benchmarks' user (a word list of its own).
 inline QString BenchText(QRandomGenerator& rng, int minLen, int maxLen) {
     static const char* const words[] = {"mail",  "bank",   "shop",  "forum", "server", "account",
                                         "home",  "office", "cloud", "wifi",  "router", "games",
@@ -22,6 +85,9 @@ inline QString BenchText(QRandomGenerator& rng, int minLen, int maxLen) {
     return s.left(len).trimmed();
 }
 
+// The user both window benchmarks open: ten top folders, each with ten folders of twenty
+// folders (2,210 folders), and RecordsPerLeaf records in each of the 2,000 innermost ones,
+// with the field lengths of real use. Filled into the open user (CurUsDB).
 inline void FillBenchUser(int RecordsPerLeaf) {
     clsDatabase& db = *CurUsDB;
     const int tbl = db.FindTable(QStringLiteral("DataTable"));

@@ -35,10 +35,6 @@ namespace {
 
 const QString kPasw = QStringLiteral("bench-password");
 
-double ms(const QElapsedTimer& t) {
-    return static_cast<double>(t.nsecsElapsed()) / 1e6;
-}
-
 // Ten top folders, each with ten folders of twenty folders; fifty records in each of
 // those: 2,210 folders and 100,000 records, each top folder holding 10,221 rows.
 void makeUser() {
@@ -73,7 +69,7 @@ int main(int argc, char** argv) {
     QElapsedTimer t;
     t.start();
     makeUser();
-    std::printf("user of 100,000 records and 2,210 folders made in %.0f ms\n", ms(t));
+    std::printf("user of 100,000 records and 2,210 folders made in %.0f ms\n", BenchMs(t));
 
     frmMain w;
     w.Form_Load();
@@ -84,11 +80,11 @@ int main(int argc, char** argv) {
         QApplication::processEvents();
         t.restart();
         const int check = TestUsPasw(UsDBFilePath("bench"), HashString(kPasw));
-        const double tCheck = ms(t);
+        const double tCheck = BenchMs(t);
         FullUserLoad("bench", HashString(kPasw));
-        const double tLoad = ms(t);
+        const double tLoad = BenchMs(t);
         w.repaint();
-        const double tPaint = ms(t);
+        const double tPaint = BenchMs(t);
         opens.push_back(tPaint);
         std::printf(
             "open end to end: %.0f ms (password check %.0f, load and tree %.0f, first paint %.0f)%s\n",
@@ -107,7 +103,7 @@ int main(int argc, char** argv) {
             continue;
         t.restart();
         w.trvDatabase->setCurrentIndex(node);
-        clicks.push_back(ms(t));
+        clicks.push_back(BenchMs(t));
     }
     std::sort(clicks.begin(), clicks.end());
     std::printf("click a record: median %.2f ms, worst %.2f ms (%zu clicks)   target: <= 5 ms\n",
@@ -130,7 +126,7 @@ int main(int argc, char** argv) {
         t.restart();
         w.trvDatabase->expand(f);
         w.trvDatabase->viewport()->repaint();
-        const double tExpand = ms(t);
+        const double tExpand = BenchMs(t);
         std::printf("expand a folder of %d records and paint: %.2f ms   target: <= 20 ms\n",
                     w.TreeModel()->rowCount(f), tExpand);
         w.trvDatabase->collapse(f);
@@ -141,14 +137,14 @@ int main(int argc, char** argv) {
     // Scrolling through the whole tree, expanded.
     t.restart();
     w.trvDatabase->expandAll();
-    std::printf("expand all 102,210 nodes: %.0f ms\n", ms(t));
+    std::printf("expand all 102,210 nodes: %.0f ms\n", BenchMs(t));
     QScrollBar* bar = w.trvDatabase->verticalScrollBar();
     std::vector<double> pages;
     for (int i = 0; i < 200; ++i) {
         t.restart();
         bar->setValue(bar->value() + bar->pageStep() * 25);
         w.trvDatabase->viewport()->repaint();
-        pages.push_back(ms(t));
+        pages.push_back(BenchMs(t));
     }
     std::sort(pages.begin(), pages.end());
     std::printf("scroll 25 pages and repaint: median %.2f ms, worst %.2f ms\n", pages[pages.size() / 2],
@@ -163,7 +159,7 @@ int main(int argc, char** argv) {
     const int rowsBefore = CurUsDB->GetTblRecNum(CurUsDB->FindTable("DataTable"));
     t.restart();
     w.mnuContextTrvDelFolder_Click();
-    const double tDel = ms(t);
+    const double tDel = BenchMs(t);
     const int rowsAfter = CurUsDB->GetTblRecNum(CurUsDB->FindTable("DataTable"));
     std::printf("delete a folder of %d rows from the tree: %.0f ms\n", rowsBefore - rowsAfter, tDel);
 

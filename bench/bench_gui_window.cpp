@@ -100,11 +100,6 @@ bool openOnce(const QProcessEnvironment& Env, double& Ms, double& PeakMiB) {
     return ok;
 }
 
-double median(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -159,8 +154,8 @@ int main(int argc, char** argv) {
         std::printf(
             "%7d records: open %6.0f ms median (%.0f-%.0f), peak %5.1f MiB median   targets at 100,000: "
             "<= 300 ms, <= 110 MiB\n",
-            n, median(times), *std::min_element(times.begin(), times.end()),
-            *std::max_element(times.begin(), times.end()), median(peaks));
+            n, BenchMedian(times), *std::min_element(times.begin(), times.end()),
+            *std::max_element(times.begin(), times.end()), BenchMedian(peaks));
         std::fflush(stdout);
     }
     return 0;

@@ -10,6 +10,7 @@
 #include "app/DiagnosticsHookup.h"
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
+#include "bench/BenchUser.h"
 #include "diagnostics/ErrorTrap.h"
 #include "records/ImportExport.h"
 #include "storage/Md5.h"
@@ -33,39 +34,6 @@
 namespace {
 
 const char kPasw[] = "bench-password-1";
-
-void setup(const QString& dir) {
-    ProgConfig.Reset();
-    for (int i = 1; i <= 20; ++i)
-        AddElemToStrMass(ProgConfig, QString());
-    ProgConfig[5] = dir;
-    ProgCfgPath = dir + QStringLiteral("/config.dat");
-    CreateProgramObjects();
-}
-
-QString words(QRandomGenerator& rng, int minLen, int maxLen) {
-    static const char* const kWords[] = {"mail",   "bank",   "shop",  "forum", "server", "account", "home",
-                                         "office", "cloud",  "music", "video", "travel", "energy",  "phone",
-                                         "tax",    "health", "games", "news",  "backup", "router"};
-    const int len = minLen + static_cast<int>(rng.bounded(maxLen - minLen + 1));
-    QString s;
-    while (s.size() < len) {
-        if (!s.isEmpty())
-            s += u' ';
-        s += QLatin1String(kWords[rng.bounded(20)]);
-    }
-    s.truncate(len);
-    return s;
-}
-
-QString randomText(QRandomGenerator& rng, int minLen, int maxLen, const char* alphabet) {
-    const int len = minLen + static_cast<int>(rng.bounded(maxLen - minLen + 1));
-    const int n = static_cast<int>(std::strlen(alphabet));
-    QString s(len, Qt::Uninitialized);
-    for (int i = 0; i < len; ++i)
-        s[i] = QLatin1Char(alphabet[rng.bounded(n)]);
-    return s;
-}
 
 // The XML file, entry for entry in the form KeePassXC exports.
 int generate(int n, const QString& path) {
@@ -120,13 +88,11 @@ int generate(int n, const QString& path) {
         for (const char* e : {"ForegroundColor", "BackgroundColor", "OverrideURL", "Tags"})
             w.writeEmptyElement(QLatin1String(e));
         times();
-        const QString login = randomText(rng, 5, 12, "abcdefghijklmnopqrstuvwxyz0123456789._") +
-                              (rng.bounded(2) ? QStringLiteral("@example.org") : QString());
-        const QString pw = randomText(
-            rng, 12, 20, "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789!#$%&*+-=?@^_~");
-        string("Notes", rng.bounded(2) ? words(rng, 10, 120) : QString(), false);
+        const QString login = BenchLogin(rng);
+        const QString pw = BenchPasw(rng);
+        string("Notes", rng.bounded(2) ? BenchWords(rng, 10, 120) : QString(), false);
         string("Password", pw, true);
-        string("Title", words(rng, 8, 32), false);
+        string("Title", BenchWords(rng, 8, 32), false);
         string("URL", QString(), false);
         string("UserName", login, false);
         w.writeStartElement("AutoType");
@@ -140,7 +106,7 @@ int generate(int n, const QString& path) {
     std::function<void(int)> group = [&](int f) {
         w.writeStartElement("Group");
         uuid();
-        w.writeTextElement("Name", f < 0 ? QStringLiteral("Passwords") : words(rng, 5, 24));
+        w.writeTextElement("Name", f < 0 ? QStringLiteral("Passwords") : BenchWords(rng, 5, 24));
         w.writeEmptyElement("Notes");
         w.writeTextElement("IconID", "48");
         times();
@@ -169,10 +135,6 @@ int generate(int n, const QString& path) {
     return file.error() == QFileDevice::NoError ? 0 : 1;
 }
 
-double msSince(QElapsedTimer& t) {
-    return static_cast<double>(t.nsecsElapsed()) / 1e6;
-}
-
 long peakKiB() {
     rusage ru{};
     getrusage(RUSAGE_SELF, &ru);
@@ -189,7 +151,7 @@ double cpuMs() {
 
 // Imports FILE into user NAME (created first): prints "read add save total cpu peakKiB".
 int measureImport(const QString& dir, const QString& name, const QString& file) {
-    setup(dir);
+    BenchProgramIn(dir);
     QString pasw = QString::fromLatin1(kPasw);
     AddUser(UsDBFilePath(name), name, pasw);
     if (FullUserLoad(name, pasw) != 0)
@@ -204,23 +166,23 @@ int measureImport(const QString& dir, const QString& name, const QString& file) 
         std::fprintf(stderr, "%s\n", err.Text().toLocal8Bit().constData());
         return 1;
     }
-    const double read = msSince(t);
+    const double read = BenchMs(t);
     t.restart();
     if (ImportIntoDB(d, QStringLiteral("0"), ImportFolderName(file), nullptr, err).isEmpty())
         return 1;
-    const double add = msSince(t);
+    const double add = BenchMs(t);
     t.restart();
     if (SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw)) != 1)
         return 1;
-    const double save = msSince(t);
-    std::printf("%.1f %.1f %.1f %.1f %.1f %ld\n", read, add, save, msSince(all), cpuMs() - cpu0, peakKiB());
+    const double save = BenchMs(t);
+    std::printf("%.1f %.1f %.1f %.1f %.1f %ld\n", read, add, save, BenchMs(all), cpuMs() - cpu0, peakKiB());
     return 0;
 }
 
 // Exports user NAME to FILE: prints "build write total cpu peakKiB" (opening the user not
 // timed).
 int measureExport(const QString& dir, const QString& name, const QString& file, bool xml) {
-    setup(dir);
+    BenchProgramIn(dir);
     if (FullUserLoad(name, HashString(QString::fromLatin1(kPasw))) != 0)
         return 1;
     QElapsedTimer t, all;
@@ -230,13 +192,13 @@ int measureExport(const QString& dir, const QString& name, const QString& file, 
     ExpCounts c;
     const QByteArray bytes = ExportRecordTree(*CurUsDB, QStringLiteral("0"),
                                               xml ? ExpFormat::KeePassXml : ExpFormat::KeePassXcCsv, &c);
-    const double build = msSince(t);
+    const double build = BenchMs(t);
     t.restart();
     QString why;
     if (bytes.isEmpty() || !WriteExportFile(file, bytes, why))
         return 1;
-    const double write = msSince(t);
-    std::printf("%.1f %.1f %.1f %.1f %ld\n", build, write, msSince(all), cpuMs() - cpu0, peakKiB());
+    const double write = BenchMs(t);
+    std::printf("%.1f %.1f %.1f %.1f %ld\n", build, write, BenchMs(all), cpuMs() - cpu0, peakKiB());
     return 0;
 }
 

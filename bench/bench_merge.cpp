@@ -9,6 +9,7 @@
 #include "app/DiagnosticsHookup.h"
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
+#include "bench/BenchUser.h"
 #include "records/TableMerge.h"
 #include "storage/Md5.h"
 #include "users/UserAccounts.h"
@@ -78,10 +79,6 @@ void change(TableEntry& T, int Changes, quint32 Seed, const QString& Mark) {
     T.Tag = QString::number(tag);
 }
 
-double msSince(const QElapsedTimer& t) {
-    return static_cast<double>(t.nsecsElapsed()) / 1e6;
-}
-
 // Processor time of this thread: on a busy machine the wall clock also counts the time
 // spent waiting for a processor.
 double cpuMs() {
@@ -111,7 +108,7 @@ int main(int argc, char** argv) {
         const double c0 = cpuMs();
         const clsMergeResult r = MergeDataTable(base, ours, theirs);
         cpu.push_back(cpuMs() - c0);
-        times.push_back(msSince(t));
+        times.push_back(BenchMs(t));
         merged = r.Records.size();
     }
     std::sort(times.begin(), times.end());
@@ -123,12 +120,7 @@ int main(int argc, char** argv) {
 
     // The whole save: the file was changed by another writer since it was loaded.
     QTemporaryDir dir;
-    ProgConfig.Reset();
-    for (int i = 1; i <= 20; ++i)
-        AddElemToStrMass(ProgConfig, QString());
-    ProgConfig[5] = dir.path();
-    ProgCfgPath = dir.path() + "/config.dat";
-    CreateProgramObjects();
+    BenchProgramIn(dir.path());
     QString pasw = "bench-password-1";
     AddUser(UsDBFilePath("bench"), "bench", pasw);
     const QString key = GetTruePasw(pasw);
@@ -142,7 +134,7 @@ int main(int argc, char** argv) {
     t.start();
     if (SaveUsDB(CurUsDB, key) != 1)
         return 1;
-    const double plainSave = msSince(t);
+    const double plainSave = BenchMs(t);
     const clsDatabasePtr other = std::make_shared<clsDatabase>();
     rec.Tables[0].Records = theirs.Records;
     rec.Tables[0].Tag = theirs.Tag;
@@ -154,7 +146,7 @@ int main(int argc, char** argv) {
     CurUsDB->ReplaceDB(rec);
     t.start();
     const int r = SaveUsDB(CurUsDB, key);
-    const double mergeSave = msSince(t);
+    const double mergeSave = BenchMs(t);
     std::printf(
         "save of %d rows: %.0f ms; save that finds the file changed and merges: %.0f ms (result %d)\n", rows,
         plainSave, mergeSave, r);

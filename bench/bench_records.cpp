@@ -19,6 +19,7 @@
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
 #include "app/modMain.h"
+#include "bench/BenchUser.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/ErrorTrap.h"
 #include "records/PaswGenerator.h"
@@ -40,30 +41,6 @@
 #include <vector>
 
 namespace {
-
-QString words(QRandomGenerator& rng, int minLen, int maxLen) {
-    static const char* const kWords[] = {"mail",   "bank",   "shop",  "forum", "server", "account", "home",
-                                         "office", "cloud",  "music", "video", "travel", "energy",  "phone",
-                                         "tax",    "health", "games", "news",  "backup", "router"};
-    const int len = minLen + static_cast<int>(rng.bounded(maxLen - minLen + 1));
-    QString s;
-    while (s.size() < len) {
-        if (!s.isEmpty())
-            s += u' ';
-        s += QLatin1String(kWords[rng.bounded(20)]);
-    }
-    s.truncate(len);
-    return s;
-}
-
-QString randomText(QRandomGenerator& rng, int minLen, int maxLen, const char* alphabet) {
-    const int len = minLen + static_cast<int>(rng.bounded(maxLen - minLen + 1));
-    const int n = static_cast<int>(std::strlen(alphabet));
-    QString s(len, Qt::Uninitialized);
-    for (int i = 0; i < len; ++i)
-        s[i] = QLatin1Char(alphabet[rng.bounded(n)]);
-    return s;
-}
 
 struct Plan {
     int bigId = 0;     // the folder with 10,000 descendants
@@ -123,14 +100,12 @@ Plan fill(int n) {
     order.insert(order.end(), recordRows.begin(), recordRows.end());
     for (const R& r : order) {
         const int rec = db.AddRecord(tbl);
-        const QString login = randomText(rng, 5, 12, "abcdefghijklmnopqrstuvwxyz0123456789._") +
-                              (rng.bounded(2) ? QStringLiteral("@example.org") : QString());
-        const QString pw = randomText(
-            rng, 12, 20, "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789!#$%&*+-=?@^_~");
+        const QString login = BenchLogin(rng);
+        const QString pw = BenchPasw(rng);
         db.SetTblRecord(tbl, rec,
                         {QString::number(r.id), QString::number(r.parent), r.folder ? "1" : "2",
-                         words(rng, 8, 32), r.folder ? QString() : login, r.folder ? QString() : pw,
-                         r.folder || rng.bounded(2) ? QString() : words(rng, 10, 120),
+                         BenchWords(rng, 8, 32), r.folder ? QString() : login, r.folder ? QString() : pw,
+                         r.folder || rng.bounded(2) ? QString() : BenchWords(rng, 10, 120),
                          r.folder ? "2key" : "1key", rng.bounded(10) == 0 ? "255|1" : "0|0"});
     }
     db.SetTblTag(tbl, QString::number(id));
@@ -138,11 +113,6 @@ Plan fill(int n) {
     plan.needleRow = static_cast<int>(folderRows.size()) + 100;
     db.SetTblFldValNm(tbl, plan.needleRow, QStringLiteral("Login"), QStringLiteral("Zqxj-Needle"));
     return plan;
-}
-
-double median(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
 }
 
 // Pushes the table out of the processor's caches, as hours of other work would: every
@@ -191,12 +161,7 @@ int main(int argc, char** argv) {
         SetAppPath(dir.path()); // the debug log goes there
         SetExeFolderPath(dir.path());
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(dir.path()));
-        ProgConfig.Reset();
-        for (int i = 1; i <= 20; ++i)
-            AddElemToStrMass(ProgConfig, QString());
-        ProgConfig[5] = dir.path();
-        ProgCfgPath = dir.path() + QStringLiteral("/config.dat");
-        CreateProgramObjects();
+        BenchProgramIn(dir.path());
         QString pasw = QStringLiteral("bench-password-1");
         AddUser(UsDBFilePath(QStringLiteral("Bench")), QStringLiteral("Bench"), pasw);
         if (LoadUser(UsDBFilePath(QStringLiteral("Bench")), GetTruePasw(pasw)) != 2)
@@ -218,7 +183,7 @@ int main(int argc, char** argv) {
                                                      QStringLiteral("Parent"));
             }));
         }
-        std::printf("delete folder with %d rows (log lines included): %.1f ms\n", deleted, median(del));
+        std::printf("delete folder with %d rows (log lines included): %.1f ms\n", deleted, BenchMedian(del));
         {
             db.SetDB(pristine);
             const int parentF = db.FindField(tbl, QStringLiteral("Parent"));
@@ -232,7 +197,8 @@ int main(int argc, char** argv) {
                         sum += v.size() + v.at(0).unicode();
                     }
                 }));
-            std::printf("  for scale, reading the parent link of every row once: %.1f ms\n", median(touch));
+            std::printf("  for scale, reading the parent link of every row once: %.1f ms\n",
+                        BenchMedian(touch));
         }
         if (deleteOnly) {
             for (int k = 0; k < 40; ++k) {
@@ -250,7 +216,7 @@ int main(int argc, char** argv) {
                     DbgPrint(QStringLiteral("-= DELETE: bench"));
             }));
         std::printf("  for scale, the same %d log lines written by one DbgPrint call each: %.1f ms\n",
-                    deleted, median(logOnly));
+                    deleted, BenchMedian(logOnly));
 
         // Counting.
         db.SetDB(pristine);
@@ -267,7 +233,7 @@ int main(int argc, char** argv) {
             }));
         }
         std::printf("GetStatBarData of the root (%d folders, %d records): %.2f ms; of a folder: %.2f ms\n",
-                    folds, recs, median(cnt), median(cntF));
+                    folds, recs, BenchMedian(cnt), BenchMedian(cntF));
 
         // Search.
         const int titleF = db.FindField(tbl, QStringLiteral("Title"));
@@ -288,8 +254,8 @@ int main(int argc, char** argv) {
             }
             std::printf("find over every column, %s: wrapping round from row %d to row %s: %.1f ms; "
                         "nothing found (%s): %.1f ms   target at 100,000 rows: <= 10 ms each\n",
-                        cs ? "case-sensitive" : "any case", half, qPrintable(r1), median(wrap),
-                        qPrintable(r2), median(none));
+                        cs ? "case-sensitive" : "any case", half, qPrintable(r1), BenchMedian(wrap),
+                        qPrintable(r2), BenchMedian(none));
         }
         std::vector<double> all;
         qsizetype matches = 0;
@@ -297,13 +263,13 @@ int main(int argc, char** argv) {
             all.push_back(
                 timeMs([&] { matches = FindAllRecords(db, QStringLiteral("bank"), true, false).size(); }));
         std::printf("every match of \"bank\" over every column (%lld rows): %.1f ms\n",
-                    static_cast<long long>(matches), median(all));
+                    static_cast<long long>(matches), BenchMedian(all));
 
         // Generator.
         std::vector<double> gen;
         for (int k = 0; k < 5; ++k)
             gen.push_back(timeMs([&] { (void)GeneratePassword(1000000); }));
-        std::printf("GeneratePassword(1,000,000): %.1f ms\n", median(gen));
+        std::printf("GeneratePassword(1,000,000): %.1f ms\n", BenchMedian(gen));
 
         // The step-by-step deletion, for comparison, on the 1,000-row folder.
         if (!compare) {
@@ -322,7 +288,7 @@ int main(int argc, char** argv) {
             fast.push_back(timeMs([&] { DelRecordTree(tbl, idF, id, parentF, cur, db); }));
         }
         std::printf("1,001-row folder: step by step %.1f ms (no log lines), one pass %.1f ms (with them)\n",
-                    median(naive), median(fast));
+                    BenchMedian(naive), BenchMedian(fast));
         rc = 0;
     });
     return rc;

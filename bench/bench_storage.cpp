@@ -13,6 +13,7 @@
 #include "app/DiagnosticsHookup.h"
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
+#include "bench/BenchUser.h"
 #include "diagnostics/ErrorTrap.h"
 #include "storage/Md5.h"
 #include "users/UsDBTree.h"
@@ -42,41 +43,8 @@ QString userName(int n) {
     return QStringLiteral("Bench%1").arg(n);
 }
 
-void setup(const QString& dir) {
-    ProgConfig.Reset();
-    for (int i = 1; i <= 20; ++i)
-        AddElemToStrMass(ProgConfig, QString());
-    ProgConfig[5] = dir;
-    ProgCfgPath = dir + QStringLiteral("/config.dat");
-    CreateProgramObjects();
-}
-
-QString words(QRandomGenerator& rng, int minLen, int maxLen) {
-    static const char* const kWords[] = {"mail",   "bank",   "shop",  "forum", "server", "account", "home",
-                                         "office", "cloud",  "music", "video", "travel", "energy",  "phone",
-                                         "tax",    "health", "games", "news",  "backup", "router"};
-    const int len = minLen + static_cast<int>(rng.bounded(maxLen - minLen + 1));
-    QString s;
-    while (s.size() < len) {
-        if (!s.isEmpty())
-            s += u' ';
-        s += QLatin1String(kWords[rng.bounded(20)]);
-    }
-    s.truncate(len);
-    return s;
-}
-
-QString randomText(QRandomGenerator& rng, int minLen, int maxLen, const char* alphabet) {
-    const int len = minLen + static_cast<int>(rng.bounded(maxLen - minLen + 1));
-    const int n = static_cast<int>(std::strlen(alphabet));
-    QString s(len, Qt::Uninitialized);
-    for (int i = 0; i < len; ++i)
-        s[i] = QLatin1Char(alphabet[rng.bounded(n)]);
-    return s;
-}
-
 int generate(int n, const QString& dir) {
-    setup(dir);
+    BenchProgramIn(dir);
     QString pasw = QString::fromLatin1(kPasw);
     const QString name = userName(n);
     AddUser(UsDBFilePath(name), name, pasw);
@@ -109,17 +77,15 @@ int generate(int n, const QString& dir) {
             parent = level1 + 1 + static_cast<int>(rng.bounded(level2));
         else if (f >= level1)
             parent = 1 + static_cast<int>(rng.bounded(level1));
-        row(parent, true, words(rng, 5, 24), QString(), QString(), QString(), QStringLiteral("0|0"));
+        row(parent, true, BenchWords(rng, 5, 24), QString(), QString(), QString(), QStringLiteral("0|0"));
     }
     for (int r = 0; r < n; ++r) {
         const int parent = 1 + static_cast<int>(rng.bounded(folders));
-        const QString login = randomText(rng, 5, 12, "abcdefghijklmnopqrstuvwxyz0123456789._") +
-                              (rng.bounded(2) ? QStringLiteral("@example.org") : QString());
-        const QString pw = randomText(
-            rng, 12, 20, "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789!#$%&*+-=?@^_~");
-        const QString desc = rng.bounded(2) ? words(rng, 10, 120) : QString();
+        const QString login = BenchLogin(rng);
+        const QString pw = BenchPasw(rng);
+        const QString desc = rng.bounded(2) ? BenchWords(rng, 10, 120) : QString();
         const QString flags = rng.bounded(10) == 0 ? QStringLiteral("255|1") : QStringLiteral("0|0");
-        row(parent, false, words(rng, 8, 32), login, pw, desc, flags);
+        row(parent, false, BenchWords(rng, 8, 32), login, pw, desc, flags);
     }
     db.SetTblTag(tbl, QString::number(id));
     return SaveUsDB(CurUsDB, key) > 0 ? 0 : 1;
@@ -128,7 +94,7 @@ int generate(int n, const QString& dir) {
 // The same tree as a KeePass XML export: folders become groups, records entries, the top
 // level the root group.
 int exportXml(int n, const QString& dir, const QString& out) {
-    setup(dir);
+    BenchProgramIn(dir);
     if (LoadUser(UsDBFilePath(userName(n)), GetTruePasw(HashString(QString::fromLatin1(kPasw)))) != 2)
         return 1;
     const TableEntry& t = CurUsDB->DBView().Tables[0];
@@ -181,28 +147,24 @@ int exportXml(int n, const QString& dir, const QString& out) {
     return f.error() == QFileDevice::NoError ? 0 : 1;
 }
 
-double msSince(QElapsedTimer& t) {
-    return static_cast<double>(t.nsecsElapsed()) / 1e6;
-}
-
 // One measuring process: prints "check load save tree peakKiB".
 int measure(int n, const QString& dir) {
-    setup(dir);
+    BenchProgramIn(dir);
     const QString name = userName(n);
     const QString md5 = HashString(QString::fromLatin1(kPasw));
     QElapsedTimer t;
     t.start();
     const int ok = TestUsPasw(UsDBFilePath(name), md5);
-    const double check = msSince(t);
+    const double check = BenchMs(t);
     t.restart();
     const int loaded = FullUserLoad(name, md5);
-    const double load = msSince(t);
+    const double load = BenchMs(t);
     t.restart();
     const QList<UsTreeNode> order = UsDBTreeOrder(*CurUsDB);
-    const double tree = msSince(t);
+    const double tree = BenchMs(t);
     t.restart();
     const int saved = SaveUsDB(CurUsDB, GetTruePasw(CurUsPasw));
-    const double save = msSince(t);
+    const double save = BenchMs(t);
     if (ok != 1 || loaded != 0 || saved != 1 || order.size() != CurUsDB->GetTblRecNum(1))
         return 1;
     rusage ru{};
@@ -220,11 +182,6 @@ QString runSelf(const QStringList& args) {
         std::exit(1);
     }
     return QString::fromLatin1(p.readAllStandardOutput()).trimmed();
-}
-
-double median(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
 }
 
 } // namespace
@@ -281,7 +238,7 @@ int main(int argc, char** argv) {
             m.push_back(v[4].toDouble() / 1024.0);
         }
         const qint64 size = QFileInfo(dir.path() + u'/' + userName(n) + QStringLiteral(".bdb")).size();
-        Row r{n, median(c), median(l), median(s), median(t), median(m)};
+        Row r{n, BenchMedian(c), BenchMedian(l), BenchMedian(s), BenchMedian(t), BenchMedian(m)};
         rows.push_back(r);
         std::printf("%9d %10.0f %10.1f %10.1f %10.1f %10.1f %10.1f%s\n", n,
                     static_cast<double>(size) / 1024.0, r.check, r.load, r.save, r.tree, r.peak,

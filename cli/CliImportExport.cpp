@@ -35,7 +35,7 @@ int CmdImport(const CliOptions& Opt, const QStringList& Args) {
     if (!known)
         return usage(Opt, QStringLiteral("unknown format %1").arg(quoted(Opt.value("format"))));
     QString into = QStringLiteral("0");
-    if (Opt.has("into") && !parseId(Opt.value("into"), into))
+    if (Opt.has("into") && !ParseIndNum(Opt.value("into"), into))
         return usage(Opt, QStringLiteral("--into takes a folder identifier"));
 
     // The file is read and understood before the user is even opened.
@@ -84,7 +84,7 @@ int CmdExport(const CliOptions& Opt, const QStringList& Args) {
     if (fmt != QLatin1String("xml") && fmt != QLatin1String("csv"))
         return usage(Opt, QStringLiteral("--format takes xml or csv"));
     QString folder = QStringLiteral("0");
-    if (Opt.has("folder") && !parseId(Opt.value("folder"), folder))
+    if (Opt.has("folder") && !ParseIndNum(Opt.value("folder"), folder))
         return usage(Opt, QStringLiteral("--folder takes a folder identifier"));
     const QString out = Opt.value("output");
     if (Opt.has("output") && out.isEmpty())

@@ -66,7 +66,7 @@ void printLine(const QString& Text) {
 int CmdMkdir(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdMkdir", Args);
     QString parent;
-    if (!parseId(Args[1], parent))
+    if (!ParseIndNum(Args[1], parent))
         return badArguments(Opt);
     if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
@@ -84,7 +84,7 @@ int CmdMkdir(const CliOptions& Opt, const QStringList& Args) {
 int CmdAdd(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdAdd", Args);
     QString parent;
-    if (!parseId(Args[1], parent))
+    if (!ParseIndNum(Args[1], parent))
         return badArguments(Opt);
     if (!Opt.has("title"))
         return usage(Opt, QStringLiteral("a record needs a title: --title TEXT"));
@@ -113,7 +113,7 @@ int CmdAdd(const CliOptions& Opt, const QStringList& Args) {
 int CmdRename(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdRename", Args);
     QString id;
-    if (!parseId(Args[1], id))
+    if (!ParseIndNum(Args[1], id))
         return badArguments(Opt);
     if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
@@ -127,7 +127,7 @@ int CmdRename(const CliOptions& Opt, const QStringList& Args) {
 int CmdMv(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdMv", Args);
     QString id, parent;
-    if (!parseId(Args[1], id) || !parseId(Args[2], parent))
+    if (!ParseIndNum(Args[1], id) || !ParseIndNum(Args[2], parent))
         return badArguments(Opt);
     if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
@@ -147,7 +147,7 @@ int CmdMv(const CliOptions& Opt, const QStringList& Args) {
 int CmdRm(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdRm", Args);
     QString id;
-    if (!parseId(Args[1], id))
+    if (!ParseIndNum(Args[1], id))
         return badArguments(Opt);
     if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
@@ -177,7 +177,7 @@ int CmdRm(const CliOptions& Opt, const QStringList& Args) {
 int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdEdit", Args);
     QString id;
-    if (!parseId(Args[1], id))
+    if (!ParseIndNum(Args[1], id))
         return badArguments(Opt);
     const bool color = Opt.has("color");
     TRACE_LOCAL(color);

@@ -53,15 +53,6 @@ int badArguments(const CliOptions& Opt) {
                           .arg(QLatin1String(Opt.Command->Name), QLatin1String(Opt.Command->Takes)));
 }
 
-bool parseId(const QString& Text, QString& Id) {
-    bool ok = false;
-    const int v = Text.toInt(&ok);
-    if (!ok || v < 0)
-        return false;
-    Id = QString::number(v);
-    return true;
-}
-
 // A password from the next line of standard input or from the terminal.
 int askSecret(const CliOptions& Opt, const char* Prompt, QString& Out) {
     TRACE_PROC("modCli.AskSecret", Prompt);

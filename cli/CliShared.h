@@ -55,8 +55,6 @@ QString quoted(const QString& Name);
 int usage(const CliOptions& Opt, const QString& Why);
 // The arguments do not fit the command: what it takes, as usage() says it; cliUsage.
 int badArguments(const CliOptions& Opt);
-// An identifier from the command line: a whole number from 0, written back plainly.
-bool parseId(const QString& Text, QString& Id);
 
 // A password from the next line of standard input (--password-stdin) or the terminal.
 int askSecret(const CliOptions& Opt, const char* Prompt, QString& Out);

@@ -4,6 +4,7 @@
 #include "records/CsvReader.h"
 #include "records/ImportExport.h"
 
+#include "app/CheckedWrite.h"
 #include "app/VbConv.h"
 #include "diagnostics/Trace.h"
 #include "records/RecordTree.h"
@@ -11,7 +12,6 @@
 #include "users/UserAccounts.h"
 
 #include <QHash>
-#include <QSaveFile>
 #include <QUuid>
 
 namespace {
@@ -277,19 +277,11 @@ QByteArray ExportRecordTree(const clsDatabase& pDB, const QString& RootID, ExpFo
 
 bool WriteExportFile(const QString& Path, const QByteArray& Bytes, QString& Err) {
     TRACE_PROC("modImport.WriteExportFile", Path, static_cast<long long>(Bytes.size()));
-    QSaveFile f(Path);
-    if (!f.open(QIODevice::WriteOnly)) {
-        Err = f.errorString();
-        return false;
-    }
-    // QSaveFile keeps the mode of a file it replaces: the export is private whatever was there.
-    f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    // Qt's commit does not report a flush that failed (a full disk under a small file):
-    // the flush is checked first.
-    if (f.write(Bytes) != Bytes.size() || !f.flush() || !f.commit()) {
-        Err = f.errorString();
-        f.cancelWriting();
-        return false;
-    }
-    return true;
+    // Written as every other file of the program: checked, synced, renamed over the old file
+    // only when whole, and private whatever mode a file it replaces had.
+    clsCheckedFile f(Path);
+    if (f.Open(kPrivateFilePerms) && f.Write(Bytes) && f.Commit())
+        return true;
+    Err = f.ErrorText();
+    return false;
 }

@@ -151,7 +151,7 @@ struct ExpCounts {
 // the whole user. Empty with Counts zero when RootID is no folder of pDB.
 QByteArray ExportRecordTree(const clsDatabase& pDB, const QString& RootID, ExpFormat Format,
                             ExpCounts* Counts = nullptr);
-// Writes an export file: created 0600, written beside its place, flushed and checked,
-// then renamed over it, so an existing file stays whole when anything fails. False with
-// the system's reason in Err.
+// Writes an export file as every file of the program is written (app/CheckedWrite.h):
+// created 0600 beside its place, every write checked, synced, then renamed over it, so an
+// existing file stays whole when anything fails. False with the system's reason in Err.
 bool WriteExportFile(const QString& Path, const QByteArray& Bytes, QString& Err);

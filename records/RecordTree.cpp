@@ -116,6 +116,15 @@ QString GetTblTrueCapText(const QString& InTxt) {
     return text.isEmpty() ? InTxt : text;
 }
 
+bool ParseIndNum(const QString& Text, QString& Id) {
+    bool ok = false;
+    const int v = Text.toInt(&ok);
+    if (!ok || v < 0)
+        return false;
+    Id = QString::number(v);
+    return true;
+}
+
 QString GetNewIndNum(clsDatabase& pDB) {
     TRACE_PROC("modMain.GetNewIndNum");
     const int tbl = pDB.FindTable(kDataTable);

@@ -26,6 +26,10 @@ class clsDatabase;
 // file leaves empty, gives the column name itself.
 QString GetTblTrueCapText(const QString& InTxt);
 
+// An identifier typed by a person (a folder or record, "0" the root): a whole number from
+// 0, written back plainly into Id ("007" gives "7"). False, Id untouched, for anything else.
+bool ParseIndNum(const QString& Text, QString& Id);
+
 // Hands out the next identifier of DataTable in pDB: tag + 1, written back as the tag.
 // A tag that is no number is error 13, one at 2147483647 error 6 (the tag stays).
 QString GetNewIndNum(clsDatabase& pDB);

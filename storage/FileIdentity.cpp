@@ -1,5 +1,6 @@
 #include "storage/FileIdentity.h"
 
+#include "app/FileTime.h"
 #include "diagnostics/Trace.h"
 
 #include <QFile>
@@ -17,15 +18,15 @@ namespace {
 qint64 wallNs() {
     timespec ts{};
     ::clock_gettime(CLOCK_REALTIME, &ts);
-    return static_cast<qint64>(ts.tv_sec) * 1000000000LL + ts.tv_nsec;
+    return TimeSpecNs(ts);
 }
 
 void fromStat(clsFileIdentity& Id, const struct stat& St) {
     Id.Exists = true;
     Id.Size = St.st_size;
-    Id.MTimeNs = static_cast<qint64>(St.st_mtim.tv_sec) * 1000000000LL + St.st_mtim.tv_nsec;
+    Id.MTimeNs = FileMTimeNs(St);
     Id.Inode = St.st_ino;
-    Id.CTimeNs = static_cast<qint64>(St.st_ctim.tv_sec) * 1000000000LL + St.st_ctim.tv_nsec;
+    Id.CTimeNs = FileCTimeNs(St);
 }
 
 // Any write after Id was taken moves the change time on, unless the file system's clock

@@ -5,9 +5,9 @@
 #include "storage/TableFile.h"
 
 #include "app/CheckedWrite.h"
+#include "app/ReadWholeFile.h"
 #include "diagnostics/Trace.h"
 
-#include <QFile>
 #include <QFileInfo>
 #include <QSet>
 
@@ -189,14 +189,9 @@ int TableEngine::LoadDatabase(DatabaseRecord& db, const QString& Path, const QSt
     DatabaseChanged();
     if (!QFileInfo(Path).isFile())
         return tbeNoFile;
-    QFile f(Path);
-    if (!f.open(QIODevice::ReadOnly))
+    QByteArray data;
+    if (!ReadWholeFile(Path, data))
         return tbeIoError;
-    QByteArray data = f.readAll();
-    if (f.error() != QFileDevice::NoError) {
-        WipeBytes(data);
-        return tbeIoError;
-    }
     const int r = ParseFileImage(data, Pasw, db, nullptr);
     if (r > 0)
         db.Path = Path;
@@ -237,11 +232,8 @@ int TableEngine::ReadTables(DatabaseRecord& db, const QString& Path, const QStri
     ResetDatabase(db);
     if (!QFileInfo(Path).isFile())
         return tbeNoFile;
-    QFile f(Path);
-    if (!f.open(QIODevice::ReadOnly))
-        return tbeIoError;
-    QByteArray data = f.readAll();
-    if (f.error() != QFileDevice::NoError)
+    QByteArray data;
+    if (!ReadWholeFile(Path, data))
         return tbeIoError;
     QSet<QString> only;
     for (const QString& n : TblNames)

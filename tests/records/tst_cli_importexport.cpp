@@ -1,6 +1,8 @@
+#include "tests/common/FullDisk.h"
 #include "tests/common/TestMain.h"
 #include "tests/records/CliRunner.h"
 
+#include <QDir>
 #include <QTest>
 
 namespace {
@@ -59,6 +61,45 @@ private slots:
         QCOMPARE(r.out,
                  QStringLiteral("15\nImported 8 folders and 6 records (keepass-xml) into folder 15.\n"));
         QCOMPARE(cli.as(kPw, {"export", "anna", "-o", user + "/x.xml"}).code, 1);
+    }
+
+    // An export that cannot be written in whole fails with the reason and leaves the file
+    // that was there byte for byte, with no temporary file beside it.
+    void failedExportLeavesTheOldFile_data() {
+        QTest::addColumn<bool>("fullDisk");
+        QTest::newRow("folder that is a file") << false;
+        QTest::newRow("full disk") << true;
+    }
+    void failedExportLeavesTheOldFile() {
+        QFETCH(bool, fullDisk);
+        TestEnv env;
+        CliRunner cli(env);
+        QCOMPARE(cli({"add-user", "anna", "--password-stdin"}, kPw.toUtf8() + '\n').code, 0);
+        QCOMPARE(cli.as(kPw, {"import", "anna", fixture("keepassxc.xml")}).code, 0);
+        const QString disk = env.root() + "/disk";
+        FullDisk full(disk, 16 * 1024);
+        const QString old = disk + "/anna.xml";
+        QCOMPARE(cli.as(kPw, {"export", "anna", "-o", old, "--format", "csv"}).code, 0);
+        const QByteArray before = readAllOf(old);
+        QVERIFY(before.contains("Пароль-Ї"));
+        QString target = old;
+        CliRun r;
+        if (fullDisk) {
+            full.Fill();
+            r = full.Run([&] { return cli.as(kPw, {"export", "anna", "-o", target}); });
+        } else {
+            target = old + "/anna.xml";
+            r = cli.as(kPw, {"export", "anna", "-o", target});
+        }
+        QCOMPARE(r.code, 1);
+        QVERIFY2(r.err.startsWith("argentpm: " + target + " could not be written (") &&
+                     r.err.contains("); a file that was there is unchanged"),
+                 qPrintable(r.err));
+        QVERIFY(r.out.isEmpty());
+        QCOMPARE(readAllOf(old), before);
+        QStringList left = QDir(disk).entryList(QDir::Files | QDir::Hidden);
+        left.removeAll("filler");
+        QCOMPARE(left, QStringList{"anna.xml"});
     }
 };
 

@@ -214,6 +214,19 @@ private slots:
         QCOMPARE(GetTblTrueCapText("Image"), QStringLiteral("Image"));
     }
 
+    void typedIdentifiersAreWrittenBackPlainly() {
+        QString id = QStringLiteral("kept");
+        QVERIFY(ParseIndNum("007", id));
+        QCOMPARE(id, QStringLiteral("7"));
+        QVERIFY(ParseIndNum("0", id));
+        QCOMPARE(id, QStringLiteral("0"));
+        QVERIFY(ParseIndNum("2147483647", id));
+        QCOMPARE(id, QStringLiteral("2147483647"));
+        id = QStringLiteral("kept");
+        for (const char* bad : {"", "-1", "1.5", "x2", "2147483648", "0x10"})
+            QVERIFY2(!ParseIndNum(bad, id) && id == "kept", bad);
+    }
+
     void tokenizerWalksSeparatedLists() {
         QString tok;
         QStringList parts;
