@@ -8,8 +8,8 @@
 
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
-#include "records/TableMerge.h"
 #include "storage/Md5.h"
+#include "storage/UserFileMerge.h"
 #include "users/UserAccounts.h"
 
 #include <QCoreApplication>

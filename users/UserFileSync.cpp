@@ -7,12 +7,12 @@
 #include "app/modMain.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
-#include "records/TableMerge.h"
 #include "storage/FileSeal.h"
 #include "storage/Md5.h"
 #include "storage/Rc4.h"
 #include "storage/TableFile.h"
 #include "storage/UserFileLock.h"
+#include "storage/UserFileMerge.h"
 
 #include <sodium.h>
 

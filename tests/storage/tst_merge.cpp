@@ -1,21 +1,14 @@
-// The three-way merge of DataTable and the move of a subtree, as data tables. A row is
-// written "id:parent:title[:login]"; a title starting with "F" is a folder.
+// The three-way merge of a user file's tables, as data tables. DataTable rows are written
+// short (tests/common/TreeRows.h).
 
-#include "records/RecordTree.h"
-#include "records/TableMerge.h"
+#include "storage/UserFileMerge.h"
 #include "tests/common/TestMain.h"
-#include "tests/records/RecordsTestKit.h"
+#include "tests/common/TreeRows.h"
 
+#include <QSet>
 #include <QTest>
 
 namespace {
-
-QStringList row(const QString& Text) {
-    const QStringList p = Text.split(u':');
-    const QString title = p.value(2);
-    return {p.value(0), p.value(1), title.startsWith(u'F') ? "1" : "2", title, p.value(3), "pw", "",
-            "1key",     "0|0"};
-}
 
 TableEntry table(const QString& Rows, const QString& Tag) {
     TableEntry t;
@@ -24,7 +17,7 @@ TableEntry table(const QString& Rows, const QString& Tag) {
     t.Tag = Tag;
     QList<QStringList> rows;
     for (const QString& r : Rows.split(u' ', Qt::SkipEmptyParts))
-        rows.append(row(r));
+        rows.append(treeRow(r));
     t.Records = RecordStore::fromRows(rows);
     return t;
 }
@@ -47,13 +40,6 @@ TableEntry sharing(const TableEntry& Base, TableEntry T) {
     s.reorder(order);
     T.Records = s;
     return T;
-}
-
-QString rowsText(const QList<QStringList>& Rows) {
-    QStringList out;
-    for (const QStringList& r : Rows)
-        out << r[0] + ":" + r[1] + ":" + r[3] + (r[4].isEmpty() ? QString() : ":" + r[4]);
-    return out.join(u' ');
 }
 
 } // namespace
@@ -142,7 +128,7 @@ private slots:
         const TableEntry b = table(base, t[0]);
         for (const TableEntry& o : {table(ours, t[1]), sharing(b, table(ours, t[1]))}) {
             const clsMergeResult r = MergeDataTable(b, o, table(theirs, t[2]));
-            QCOMPARE(rowsText(r.Records.rows()), merged);
+            QCOMPARE(treeRowsText(r.Records.rows()), merged);
             QCOMPARE(r.Tag, tag);
             // Identifiers stay unique.
             QSet<QString> ids;
@@ -150,44 +136,6 @@ private slots:
                 ids.insert(row[0]);
             QCOMPARE(ids.size(), r.Records.size());
         }
-    }
-
-    void move_data() {
-        QTest::addColumn<QString>("rows");
-        QTest::addColumn<QString>("id");
-        QTest::addColumn<QString>("parent");
-        QTest::addColumn<int>("result");
-        QTest::addColumn<QString>("after");
-        const QString rows = "1:0:r1 2:0:F2 3:2:r3 4:2:F4 5:4:r5 6:0:F6";
-        QTest::newRow("record into a later folder")
-            << rows << "1"
-            << "6" << 1 << "2:0:F2 3:2:r3 4:2:F4 5:4:r5 6:0:F6 1:6:r1";
-        QTest::newRow("folder with contents, in tree order")
-            << rows << "2"
-            << "6" << 1 << "1:0:r1 6:0:F6 2:6:F2 3:2:r3 4:2:F4 5:4:r5";
-        QTest::newRow("to the root") << rows << "4"
-                                     << "0" << 1 << "1:0:r1 2:0:F2 3:2:r3 6:0:F6 4:0:F4 5:4:r5";
-        QTest::newRow("into itself") << rows << "2"
-                                     << "2" << -1 << rows;
-        QTest::newRow("into its own descendant") << rows << "2"
-                                                 << "4" << -1 << rows;
-        QTest::newRow("onto a record") << rows << "6"
-                                       << "3" << -2 << rows;
-        QTest::newRow("no such row") << rows << "9"
-                                     << "0" << 0 << rows;
-    }
-    void move() {
-        QFETCH(QString, rows);
-        QFETCH(QString, id);
-        QFETCH(QString, parent);
-        QFETCH(int, result);
-        QFETCH(QString, after);
-        TestEnv env;
-        useNewDatabase();
-        for (const QString& r : rows.split(u' '))
-            CurUsDB->SetTblRecord(dataTable(), CurUsDB->AddRecord(dataTable()), row(r));
-        QCOMPARE(MoveRecordTree(*CurUsDB, id, parent), result);
-        QCOMPARE(rowsText(allRows()), after);
     }
 };
 
