@@ -34,7 +34,9 @@
 //
 // A field named IndNum in such a table names a DataTable row: it follows our renumbered
 // rows (clsMergeResult::NewIds), and a row whose IndNum names a DataTable row that the
-// merged DataTable no longer has is dropped: a record's data goes with the record.
+// merged DataTable no longer has is dropped: a record's data goes with the record. A
+// record kept against a delete (changed on the other side) keeps its rows there too, even
+// those the deleting side dropped and the other side left alone.
 //
 // A table present on one side only is taken, unless the other side deleted it while this
 // side left it as it was in the base. Tables keep ours' order, then theirs' new tables.
@@ -81,8 +83,8 @@ clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, co
 // False when Ours or Theirs has no DataTable: such a side cannot be merged with.
 bool CanMerge(const DatabaseRecord& Ours, const DatabaseRecord& Theirs);
 
-// Merges every table of Theirs into Ours (base Base) in place, as described above. A base
-// without a table counts as one without rows. NewIds receives our renumbered DataTable rows.
+// Merges every table of Theirs into Ours (base Base) in place, as described above. A table
+// the base lacks counts as one without rows. NewIds receives our renumbered DataTable rows.
 // When CanMerge is false the counts say NoDataTable; the DataTable of the side that has one
 // is kept as it is (the other tables are merged as usual).
 clsMergeCounts MergeDatabases(DatabaseRecord& Ours, const DatabaseRecord& Base, const DatabaseRecord& Theirs,

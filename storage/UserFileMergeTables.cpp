@@ -60,11 +60,14 @@ private:
 // The three-way merge of one table other than DataTable, by rows keyed by the first column.
 class clsKeyedTableMerge {
 public:
+    // RecordCol: the IndNum field, -1 when none; Revived: the DataTable rows that the merge
+    // kept against a delete, whose rows here are kept too.
     clsKeyedTableMerge(const TableEntry& Base, const TableEntry& Ours, const TableEntry& Theirs,
-                       clsMergeCounts& Counts)
+                       int RecordCol, const QSet<QByteArray>* Revived, clsMergeCounts& Counts)
         : m_base(Base.Records), m_ours(Ours.Records), m_theirs(Theirs.Records), m_baseRows(Base.Records),
           m_ourRows(Ours.Records), m_theirRows(Theirs.Records),
-          m_ourRowMatched(static_cast<size_t>(Ours.RecNum()), 0), m_counts(Counts) {}
+          m_ourRowMatched(static_cast<size_t>(Ours.RecNum()), 0), m_recordCol(RecordCol), m_revived(Revived),
+          m_counts(Counts) {}
 
     RecordStore run() {
         m_result.shareBytesOf(m_theirs);
@@ -93,7 +96,7 @@ private:
         }
         const bool theirsChanged = !m_theirs.sameRow(TheirRow, m_base, baseRow);
         if (ourRow < 0) { // we deleted it
-            if (!theirsChanged) {
+            if (!theirsChanged && !keptWithRecord(m_theirs, TheirRow)) {
                 ++m_counts.Deleted;
             } else {
                 m_result.appendFrom(m_theirs, TheirRow);
@@ -151,7 +154,8 @@ private:
             if (baseRow < 0) {
                 m_result.appendFrom(m_ours, row);
                 ++m_counts.AddedOurs;
-            } else if (m_ours.sharesRow(row, m_base, baseRow) || m_ours.sameRow(row, m_base, baseRow)) {
+            } else if ((m_ours.sharesRow(row, m_base, baseRow) || m_ours.sameRow(row, m_base, baseRow)) &&
+                       !keptWithRecord(m_ours, row)) {
                 ++m_counts.Deleted; // they deleted it, we left it alone
             } else {
                 m_result.appendFrom(m_ours, row);
@@ -160,11 +164,18 @@ private:
         }
     }
 
+    bool keptWithRecord(const RecordStore& Rows, int Row) const {
+        return m_recordCol >= 0 && m_revived &&
+               m_revived->contains(Rows.escaped(Row, m_recordCol).toByteArray());
+    }
+
     const RecordStore& m_base;
     const RecordStore& m_ours;
     const RecordStore& m_theirs;
     const clsRowsByKey m_baseRows, m_ourRows, m_theirRows;
     std::vector<char> m_ourRowMatched; // per row of ours: a row of theirs has its key
+    const int m_recordCol;
+    const QSet<QByteArray>* m_revived;
     clsMergeCounts& m_counts;
     RecordStore m_result;
 };
@@ -261,7 +272,9 @@ private:
     void mergeWithTheirs(TableEntry& Ours, int Base, const TableEntry& Theirs) {
         const TableEntry empty;
         const TableEntry& base = Base >= 0 ? m_base.Tables[Base] : empty;
-        Ours.Records = clsKeyedTableMerge(base, Ours, Theirs, m_counts).run();
+        const int recordCol = MergeColumnOf(Ours, QStringLiteral("IndNum"), -1);
+        const QSet<QByteArray>* revived = recordCol >= 0 ? &recordFates().Revived : nullptr;
+        Ours.Records = clsKeyedTableMerge(base, Ours, Theirs, recordCol, revived, m_counts).run();
         Ours.Tag = mergedTag(base.Tag, Ours.Tag, Theirs.Tag);
     }
 
@@ -282,7 +295,7 @@ private:
         const int column = MergeColumnOf(Table, QStringLiteral("IndNum"), -1);
         if (column < 0 || Table.Records.isEmpty())
             return;
-        const QSet<QByteArray>& gone = goneRecords();
+        const QSet<QByteArray>& gone = recordFates().Gone;
         std::vector<bool> drop(static_cast<size_t>(Table.RecNum()), false);
         int dropped = 0;
         for (int row = 0; row < Table.RecNum(); ++row)
@@ -295,25 +308,37 @@ private:
         m_counts.DroppedWithRecord += dropped;
     }
 
-    // The identifiers of DataTable rows in the base, ours or theirs that the result lacks.
-    const QSet<QByteArray>& goneRecords() {
-        if (m_goneKnown)
-            return m_gone;
-        m_goneKnown = true;
+    // What the DataTable merge did to the records, by identifier: rows that some side had
+    // and the result lacks (Gone), and rows of the base that one side deleted and the result
+    // keeps (Revived).
+    struct clsRecordFates {
+        QSet<QByteArray> Gone, Revived;
+    };
+    const clsRecordFates& recordFates() {
+        if (m_fates)
+            return *m_fates;
+        m_fates.emplace();
         const int base = tableIndex(m_base, kDataTable);
         const int ours = tableIndex(m_ours, kDataTable);
         const int theirs = tableIndex(m_theirs, kDataTable);
+        QSet<QByteArray> baseIds, ourIds, theirIds, result;
         if (base >= 0)
-            addIds(m_base.Tables[base], m_gone);
+            addIds(m_base.Tables[base], baseIds);
         if (m_oursBefore)
-            addIds(*m_oursBefore, m_gone);
+            addIds(*m_oursBefore, ourIds);
         if (theirs >= 0)
-            addIds(m_theirs.Tables[theirs], m_gone);
-        QSet<QByteArray> kept;
+            addIds(m_theirs.Tables[theirs], theirIds);
         if (ours >= 0 || theirs >= 0)
-            addIds(ours >= 0 ? m_ours.Tables[ours] : m_theirs.Tables[theirs], kept);
-        m_gone.subtract(kept);
-        return m_gone;
+            addIds(ours >= 0 ? m_ours.Tables[ours] : m_theirs.Tables[theirs], result);
+        for (const QSet<QByteArray>* side : {&baseIds, &ourIds, &theirIds})
+            for (const QByteArray& id : *side)
+                if (!result.contains(id))
+                    m_fates->Gone.insert(id);
+        if (!m_counts.NoDataTable)
+            for (const QByteArray& id : std::as_const(baseIds))
+                if (result.contains(id) && !(ourIds.contains(id) && theirIds.contains(id)))
+                    m_fates->Revived.insert(id);
+        return *m_fates;
     }
 
     static void addIds(const TableEntry& Table, QSet<QByteArray>& Ids) {
@@ -329,8 +354,7 @@ private:
     clsMergeCounts m_counts;
     QHash<QString, QString> m_newIds;
     std::optional<TableEntry> m_oursBefore; // our DataTable before the merge
-    QSet<QByteArray> m_gone;
-    bool m_goneKnown = false;
+    std::optional<clsRecordFates> m_fates;  // read when a table other than DataTable names records
 };
 
 } // namespace
