@@ -10,8 +10,8 @@
 #include "app/ProgConfig.h"
 #include "app/StrMass.h"
 #include "bench/BenchUser.h"
-#include "records/TableMerge.h"
 #include "storage/Md5.h"
+#include "storage/UserFileMerge.h"
 #include "users/UserAccounts.h"
 
 #include <QCoreApplication>

@@ -3,7 +3,7 @@
 #include "app/CheckedWrite.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
-#include "records/TableMerge.h"
+#include "storage/UserFileMerge.h"
 #include "storage/FileSeal.h"
 #include "storage/Rc4.h"
 #include "storage/TableFile.h"
@@ -245,7 +245,8 @@ int clsUserFile::saveShared(clsDatabase& DB, const QString& ReadKey, const QStri
     if (r == tbeIoError || r == tbeNoFile)
         return r == tbeNoFile && Mode != SaveMode::Recreate ? usFileDeleted : usWriteFailed;
     int result = usSaved;
-    if (r < 0) {
+    // A side without its records table is damaged, never "every row deleted".
+    if (r < 0 || !CanMerge(DB.DBView(), theirs)) {
         DbgPrint(QStringLiteral("User file fails its check, written over: ") + m_path);
     } else if (changed) {
         DatabaseRecord merged = DB.DBView();
@@ -274,7 +275,7 @@ int clsUserFile::Refresh(clsDatabase& DB) {
         return usFileDeleted;
     if (r == tbeBadKey)
         return usKeyChanged;
-    if (r < 0)
+    if (r < 0 || !CanMerge(DB.DBView(), theirs))
         return usWriteFailed;
     if (m_hasState && HasUnsavedChanges(DB.DBView())) {
         DatabaseRecord merged = DB.DBView();

@@ -24,7 +24,6 @@ declare -A floor=(
 allowed=(
     "users/guiOpenUser.cpp -> maintenance/frmRestore.h"
     "users/frmSelectUser.cpp -> options/guiFolderChooser.h"
-    "users/UserFileSync.cpp -> records/TableMerge.h"
 )
 
 failed=0

@@ -1,6 +1,7 @@
 #include "app/modLang.h"
 #include "records/RecordTree.h"
 #include "tests/common/TestMain.h"
+#include "tests/common/TreeRows.h"
 #include "tests/records/RecordsTestKit.h"
 
 #include <QRandomGenerator>
@@ -240,5 +241,49 @@ private slots:
     }
 };
 ARGENT_TEST(RecordTreeTest)
+
+// Moving a subtree, with rows written short (tests/common/TreeRows.h).
+class MoveTreeTest : public QObject {
+    Q_OBJECT
+private slots:
+    void move_data() {
+        QTest::addColumn<QString>("rows");
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<QString>("parent");
+        QTest::addColumn<int>("result");
+        QTest::addColumn<QString>("after");
+        const QString rows = "1:0:r1 2:0:F2 3:2:r3 4:2:F4 5:4:r5 6:0:F6";
+        QTest::newRow("record into a later folder")
+            << rows << "1"
+            << "6" << 1 << "2:0:F2 3:2:r3 4:2:F4 5:4:r5 6:0:F6 1:6:r1";
+        QTest::newRow("folder with contents, in tree order")
+            << rows << "2"
+            << "6" << 1 << "1:0:r1 6:0:F6 2:6:F2 3:2:r3 4:2:F4 5:4:r5";
+        QTest::newRow("to the root") << rows << "4"
+                                     << "0" << 1 << "1:0:r1 2:0:F2 3:2:r3 6:0:F6 4:0:F4 5:4:r5";
+        QTest::newRow("into itself") << rows << "2"
+                                     << "2" << -1 << rows;
+        QTest::newRow("into its own descendant") << rows << "2"
+                                                 << "4" << -1 << rows;
+        QTest::newRow("onto a record") << rows << "6"
+                                       << "3" << -2 << rows;
+        QTest::newRow("no such row") << rows << "9"
+                                     << "0" << 0 << rows;
+    }
+    void move() {
+        QFETCH(QString, rows);
+        QFETCH(QString, id);
+        QFETCH(QString, parent);
+        QFETCH(int, result);
+        QFETCH(QString, after);
+        TestEnv env;
+        useNewDatabase();
+        for (const QString& r : rows.split(u' '))
+            CurUsDB->SetTblRecord(dataTable(), CurUsDB->AddRecord(dataTable()), treeRow(r));
+        QCOMPARE(MoveRecordTree(*CurUsDB, id, parent), result);
+        QCOMPARE(treeRowsText(allRows()), after);
+    }
+};
+ARGENT_TEST(MoveTreeTest)
 
 #include "tst_recordtree.moc"
