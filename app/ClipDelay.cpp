@@ -8,9 +8,9 @@ namespace {
 // file grows to entry 23 with sensible values in between.
 QString defaultOf(int Entry) {
     switch (Entry) {
-    case 22:
+    case kCfgSaveOnChange:
         return QStringLiteral("1");
-    case kClipDelayEntry:
+    case kCfgClipDelay:
         return QString::number(kClipDelayDefault);
     default:
         return QString();
@@ -20,25 +20,25 @@ QString defaultOf(int Entry) {
 
 int ClipClearDelay() {
     TRACE_PROC("modMain.ClipClearDelay");
-    if (ProgConfig.UBound() < kClipDelayEntry)
+    if (ProgConfig.UBound() < kCfgClipDelay)
         return kClipDelayDefault;
     bool ok = false;
-    const int v = ProgConfig[kClipDelayEntry].trimmed().toInt(&ok);
+    const int v = ProgConfig[kCfgClipDelay].trimmed().toInt(&ok);
     if (!ok || v < 0)
         return kClipDelayDefault;
     return std::min(v, kClipDelayMax);
 }
 
 QString ClipClearDelayText() {
-    return ProgConfig.UBound() >= kClipDelayEntry ? ProgConfig[kClipDelayEntry]
-                                                  : QString::number(kClipDelayDefault);
+    return ProgConfig.UBound() >= kCfgClipDelay ? ProgConfig[kCfgClipDelay]
+                                                : QString::number(kClipDelayDefault);
 }
 
 void SetClipClearDelay(const QString& Text) {
     TRACE_PROC("modMain.SetClipClearDelay", Text);
-    while (ProgConfig.UBound() < kClipDelayEntry) {
+    while (ProgConfig.UBound() < kCfgClipDelay) {
         const int next = ProgConfig.UBound() + 1;
         AddElemToStrMass(ProgConfig, defaultOf(next));
     }
-    ProgConfig[kClipDelayEntry] = Text;
+    ProgConfig[kCfgClipDelay] = Text;
 }

@@ -6,7 +6,6 @@
 
 #include <QString>
 
-constexpr int kClipDelayEntry = 23;
 constexpr int kClipDelayDefault = 10;
 // A day: longer than anyone means, short enough for the timers.
 constexpr int kClipDelayMax = 86400;

@@ -25,10 +25,13 @@ void ConnectDiagnostics() {
         MsgBox(Prompt, Critical ? vbCritical : vbInformation);
     };
     // Settings written before the entry existed have no line 21: no server.
-    h.ReportServer = [] { return ProgConfig.UBound() >= 21 ? ProgConfig[21] : QString(); };
+    h.ReportServer = [] {
+        return ProgConfig.UBound() >= kCfgReportServer ? ProgConfig[kCfgReportServer] : QString();
+    };
     h.LoadForReport = [] {
         ChooseConfiguration();
-        LoadLang(Pt(AppPath()) + QStringLiteral("Languages/") + ProgConfig[14] + QStringLiteral(".lng"));
+        LoadLang(Pt(AppPath()) + QStringLiteral("Languages/") + ProgConfig[kCfgLanguage] +
+                 QStringLiteral(".lng"));
     };
     argent::diag::SetHookup(std::move(h));
 }

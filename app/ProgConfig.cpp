@@ -41,11 +41,11 @@ void RebaseDatabasesFolder(StrMass& pOptions) {
     if (origin == app)
         return;
     pOptions[kCfgPortableOrigin] = app;
-    if (QDir::cleanPath(pOptions[5]) != Pt(origin) + QStringLiteral("DataBases"))
+    if (QDir::cleanPath(pOptions[kCfgDBPath]) != Pt(origin) + QStringLiteral("DataBases"))
         return;
     const QString rebased = Pt(app) + QStringLiteral("DataBases");
-    pOptions[5] = pOptions[5].endsWith(u'/') ? Pt(rebased) : rebased;
-    DbgPrint(QStringLiteral("Databases folder moved with the program: ") + pOptions[5]);
+    pOptions[kCfgDBPath] = pOptions[kCfgDBPath].endsWith(u'/') ? Pt(rebased) : rebased;
+    DbgPrint(QStringLiteral("Databases folder moved with the program: ") + pOptions[kCfgDBPath]);
 }
 } // namespace
 
@@ -103,7 +103,7 @@ int CreateConfig(const QString& UsFoldPath, const QString& CfgPath) {
         QDir().mkpath(dbFolder);
         QFile::setPermissions(dbFolder, kPrivateDir);
     }
-    ProgConfig[5] = dbFolder;
+    ProgConfig[kCfgDBPath] = dbFolder;
     // The running program saves into DataBases/config.dat during this first run; the
     // next start reads CfgPath.
     ProgCfgPath = Pt(UsFoldPath) + QStringLiteral("DataBases/") + QStringLiteral("config.dat");

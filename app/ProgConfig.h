@@ -1,27 +1,40 @@
 #pragma once
 
-// Program settings: one value per line of config.dat, entry k on line k, no keys.
-//   1 tool bar shown ("True"/"False")     11 inactivity lock minutes ("n" prefix: off)
-//   2 status bar shown ("True"/"False")   12 tray mode ("1"/"0")
-//   3 start with the session ("1"/"0")    13 backup copies ("n" prefix: off)
-//   4 last user                           14 language file name
-//   5 databases folder                    15 generator password length
-//   6 always on top ("True"/"False")      16-19 window width, height, left, top (twips)
-//   7 open the last user at start         20 tree pane width (twips)
-//   8 find: case sensitive ("1"/"0")
-//   9 find: titles only ("1"/"0")
-//  10 generator copies to the clipboard ("1"/"0")
-// Entries after 20 are this program's own; a file may end before them, and then reads
-// their defaults:
-//  21 report server ("host[:port]")      22 save after every change ("1"/"0", 1)
-//  24 a portable copy's folder: where the copy was made, or last ran from (empty in
-//     other settings). Loading the settings beside the program re-bases entry 5 when it
-//     names <entry 24>/DataBases and the copy now runs from elsewhere (see LoadConfig).
+// Program settings: one value per line of config.dat, entry k on line k, no keys. The
+// constants below name the entries by their line numbers; stored forms in quotes.
 
 #include "app/StrMass.h"
 
 #include <QString>
 
+inline constexpr int kCfgToolbar = 1;            // tool bar shown ("True"/"False")
+inline constexpr int kCfgStatusbar = 2;          // status bar shown ("True"/"False")
+inline constexpr int kCfgAutostart = 3;          // start with the session ("1"/"0")
+inline constexpr int kCfgLastUser = 4;           // last user
+inline constexpr int kCfgDBPath = 5;             // databases folder
+inline constexpr int kCfgOnTop = 6;              // always on top ("True"/"False")
+inline constexpr int kCfgLoadLastUser = 7;       // open the last user at start ("1"/"0")
+inline constexpr int kCfgFindCase = 8;           // find: case sensitive ("1"/"0")
+inline constexpr int kCfgFindTitles = 9;         // find: titles only ("1"/"0")
+inline constexpr int kCfgGenClipCopy = 10;       // generator copies to the clipboard ("1"/"0")
+inline constexpr int kCfgInactivityLock = 11;    // inactivity lock minutes ("n" prefix: off)
+inline constexpr int kCfgTrayMode = 12;          // tray mode ("1"/"0")
+inline constexpr int kCfgAutoBackup = 13;        // backup copies ("n" prefix: off)
+inline constexpr int kCfgLanguage = 14;          // language file name
+inline constexpr int kCfgGenPasswordLength = 15; // generator password length
+inline constexpr int kCfgMainWidth = 16;         // window width, height, left, top (twips)
+inline constexpr int kCfgMainHeight = 17;
+inline constexpr int kCfgMainLeft = 18;
+inline constexpr int kCfgMainTop = 19;
+inline constexpr int kCfgTreeWidth = 20; // tree pane width (twips)
+// Entries after 20 are this program's own; a file may end before them, and then reads
+// their defaults, given after the semicolon:
+inline constexpr int kCfgReportServer = 21; // report server ("host[:port]"; none)
+inline constexpr int kCfgSaveOnChange = 22; // save after every change ("1"/"0"; 1)
+inline constexpr int kCfgClipDelay = 23;    // clipboard cleared after a secret (seconds, 0 never; 10)
+// A portable copy's folder: where the copy was made, or last ran from (empty in other
+// settings). Loading the settings beside the program re-bases entry 5 when it names
+// <entry 24>/DataBases and the copy now runs from elsewhere (see LoadConfig).
 inline constexpr int kCfgPortableOrigin = 24;
 
 extern StrMass ProgConfig;

@@ -83,7 +83,7 @@ int GuiMsgBox(const QString& Prompt, int Style, const QString& Title) {
 void ApplyDialogOnTop(QWidget* Dialog) {
     bool onTop = false;
     try {
-        onTop = ProgConfig.UBound() >= 6 && CBool(ProgConfig[6]);
+        onTop = ProgConfig.UBound() >= kCfgOnTop && CBool(ProgConfig[kCfgOnTop]);
     } catch (const VbError&) {
         argent::diag::clearSnapshot();
     }

@@ -268,7 +268,8 @@ bool Main(const std::function<void()>& CreateProgramObjects) {
     DbgPrint(QStringLiteral("Configuration Loading... Ok"));
 
     DbgPrint(QStringLiteral("Language Loading..."));
-    LoadLang(Pt(AppPath()) + QStringLiteral("Languages/") + ProgConfig[14] + QStringLiteral(".lng"));
+    LoadLang(Pt(AppPath()) + QStringLiteral("Languages/") + ProgConfig[kCfgLanguage] +
+             QStringLiteral(".lng"));
     DbgPrint(QStringLiteral("Language Loading... Ok"));
 
     RemoveStaleTempCopies();

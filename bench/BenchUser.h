@@ -23,7 +23,7 @@ inline void BenchProgramIn(const QString& Dir) {
     ProgConfig.Reset();
     for (int i = 1; i <= 20; ++i)
         AddElemToStrMass(ProgConfig, QString());
-    ProgConfig[5] = Dir;
+    ProgConfig[kCfgDBPath] = Dir;
     ProgCfgPath = Dir + QStringLiteral("/config.dat");
     CreateProgramObjects();
 }

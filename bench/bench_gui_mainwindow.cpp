@@ -63,8 +63,8 @@ int main(int argc, char** argv) {
     SetExeFolderPath(QStringLiteral(ARGENT_BIN_DIR));
     ChooseConfiguration();
     LoadLang(Pt(AppPath()) + "Languages/English.lng");
-    ProgConfig[4] = "";
-    ProgConfig[11] = "n10";
+    ProgConfig[kCfgLastUser] = "";
+    ProgConfig[kCfgInactivityLock] = "n10";
     CreateProgramObjects();
     QElapsedTimer t;
     t.start();

@@ -135,8 +135,8 @@ int main(int argc, char** argv) {
         ChooseConfiguration();
         CreateProgramObjects();
         makeUser(QStringLiteral("bench"), n);
-        ProgConfig[4] = QStringLiteral("bench");
-        ProgConfig[7] = QStringLiteral("1");
+        ProgConfig[kCfgLastUser] = QStringLiteral("bench");
+        ProgConfig[kCfgLoadLastUser] = QStringLiteral("1");
         SaveConfig(Pt(UserFolderPath()) + QStringLiteral("config.dat"));
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(QStringLiteral("ARGENT_PAINT_PROBE"), QStringLiteral("1"));

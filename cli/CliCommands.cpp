@@ -25,12 +25,12 @@ using namespace cli;
 
 int CmdUsers(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdUsers", Args);
-    if (!QFileInfo(ProgConfig[5]).isDir()) {
-        say(QStringLiteral("the databases folder %1 does not exist").arg(ProgConfig[5]));
+    if (!QFileInfo(ProgConfig[kCfgDBPath]).isDir()) {
+        say(QStringLiteral("the databases folder %1 does not exist").arg(ProgConfig[kCfgDBPath]));
         return cliFailed;
     }
     StrMass users;
-    FindUsers(ProgConfig[5], users);
+    FindUsers(ProgConfig[kCfgDBPath], users);
     if (wantJson(Opt))
         return printUsersJson(users.UBound() >= 1 ? users.Items.mid(1 - users.LBound) : QStringList());
     QByteArray out;
@@ -62,9 +62,9 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
     if (int rc = askNewSecret(Opt, pasw))
         return rc;
     reportStrength(pasw, name);
-    if (!QFileInfo(ProgConfig[5]).isDir()) {
-        QDir().mkpath(ProgConfig[5]);
-        QFile::setPermissions(ProgConfig[5], QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    if (!QFileInfo(ProgConfig[kCfgDBPath]).isDir()) {
+        QDir().mkpath(ProgConfig[kCfgDBPath]);
+        QFile::setPermissions(ProgConfig[kCfgDBPath], QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
     // Two programs adding the same user take turns; the second finds the first's file.
     if (int rc = lockUser(name)) {
@@ -128,7 +128,7 @@ int CmdDeleteUser(const CliOptions& Opt, const QStringList& Args) {
     const QString path = UsDBFilePath(Args[0]);
     TRACE_LOCAL(path);
     if (Args[0].isEmpty() || !QFileInfo(path).isFile()) {
-        say(QStringLiteral("there is no user %1 in %2").arg(quoted(Args[0]), ProgConfig[5]));
+        say(QStringLiteral("there is no user %1 in %2").arg(quoted(Args[0]), ProgConfig[kCfgDBPath]));
         return cliNoUser;
     }
     if (!Opt.Yes) {
@@ -143,7 +143,8 @@ int CmdDeleteUser(const CliOptions& Opt, const QStringList& Args) {
     if (int rc = lockUser(Args[0]))
         return rc;
     if (DeleteUser(Args[0], path) != 1) {
-        say(QStringLiteral("there is no user %1 in %2 any more").arg(quoted(Args[0]), ProgConfig[5]));
+        say(QStringLiteral("there is no user %1 in %2 any more")
+                .arg(quoted(Args[0]), ProgConfig[kCfgDBPath]));
         return cliNoUser;
     }
     std::printf("User \"%s\" deleted.\n", Args[0].toUtf8().constData());

@@ -64,7 +64,7 @@ int CmdBackup(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdBackup", Args);
     // The number of copies to keep must be a number (the "n" of switched-off backups
     // aside) before anything is touched.
-    const QString copies = ProgConfig.UBound() >= 13 ? ProgConfig[13] : QString();
+    const QString copies = ProgConfig.UBound() >= kCfgAutoBackup ? ProgConfig[kCfgAutoBackup] : QString();
     TRACE_LOCAL(copies);
     bool ok = false;
     TRACE_LOCAL(ok);

@@ -12,9 +12,9 @@
 #include "records/PaswGenerator.h"
 #include "records/RecordSearch.h"
 #include "records/RecordTree.h"
-#include "users/UserSession.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
+#include "users/UserSession.h"
 
 #include <QRegularExpression>
 
@@ -252,7 +252,10 @@ int CmdFind(const CliOptions& Opt, const QStringList& Args) {
 int CmdGenerate(const CliOptions& Opt, const QStringList& Args) {
     TRACE_PROC("modCli.CmdGenerate", Args);
     // Without a length, the one the generator dialog last used (settings entry 15).
-    const QString text = Args.isEmpty() ? (ProgConfig.UBound() >= 15 ? ProgConfig[15] : QString()) : Args[0];
+    const QString text =
+        Args.isEmpty()
+            ? (ProgConfig.UBound() >= kCfgGenPasswordLength ? ProgConfig[kCfgGenPasswordLength] : QString())
+            : Args[0];
     TRACE_LOCAL(text);
     if (Val(text) < 1 || Val(text) > INT_MAX)
         return usage(Opt, Args.isEmpty()

@@ -80,7 +80,7 @@ int checkFieldOption(const CliOptions& Opt) {
 
 int printUsersJson(const QStringList& Users) {
     TRACE_PROC("modCli.PrintUsersJson", Users);
-    return printJson({{QStringLiteral("databases"), ProgConfig[5]},
+    return printJson({{QStringLiteral("databases"), ProgConfig[kCfgDBPath]},
                       {QStringLiteral("users"), QJsonArray::fromStringList(Users)}});
 }
 

@@ -157,7 +157,7 @@ int openUser(const CliOptions& Opt, const QString& Name) {
     const QFileInfo fi(path);
     if (Name.isEmpty() || !fi.isFile()) {
         say(QStringLiteral("there is no user %1 in %2")
-                .arg(quoted(Name), QDir::toNativeSeparators(ProgConfig[5])));
+                .arg(quoted(Name), QDir::toNativeSeparators(ProgConfig[kCfgDBPath])));
         return cliNoUser;
     }
     if (fi.size() <= 13) {
@@ -316,11 +316,11 @@ int CliPrepare(const CliOptions& Opt) {
     RemoveStaleTempCopies();
     // Settings of fewer lines than the language entry are no settings the program can run on
     // (an emptied config.dat).
-    const bool usable = ProgConfig.UBound() >= 14;
-    while (ProgConfig.UBound() < 5)
+    const bool usable = ProgConfig.UBound() >= kCfgLanguage;
+    while (ProgConfig.UBound() < kCfgDBPath)
         AddElemToStrMass(ProgConfig, QString());
     if (!Opt.Databases.isEmpty()) {
-        ProgConfig[5] = QDir(Opt.Databases).absolutePath();
+        ProgConfig[kCfgDBPath] = QDir(Opt.Databases).absolutePath();
     } else if (!usable) {
         say(QStringLiteral("the settings file %1 is damaged (it holds %2 of its lines); give the databases "
                            "folder with --databases DIR, or start ArgentPasswordMngr to set it up again")
@@ -328,13 +328,13 @@ int CliPrepare(const CliOptions& Opt) {
                 .arg(ProgConfig.UBound()));
         return cliBadConfig;
     }
-    if (ProgConfig[5].isEmpty()) {
+    if (ProgConfig[kCfgDBPath].isEmpty()) {
         say(QStringLiteral("the settings name no databases folder; give one with --databases DIR"));
         return cliUsage;
     }
-    const QFileInfo folder(ProgConfig[5]);
+    const QFileInfo folder(ProgConfig[kCfgDBPath]);
     if (folder.exists() && !folder.isDir()) {
-        say(QStringLiteral("the databases folder %1 is a file, not a folder").arg(ProgConfig[5]));
+        say(QStringLiteral("the databases folder %1 is a file, not a folder").arg(ProgConfig[kCfgDBPath]));
         return Opt.Databases.isEmpty() ? cliBadConfig : cliUsage;
     }
     return cliOk;

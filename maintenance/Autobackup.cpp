@@ -35,13 +35,13 @@ void renameCopy(const QString& From, const QString& To) {
 } // namespace
 
 QString BackupCopyPath(const QString& Name, int k) {
-    return Pt(ProgConfig[5]) + QStringLiteral("Backup/") + Name + u'_' + QString::number(k) +
+    return Pt(ProgConfig[kCfgDBPath]) + QStringLiteral("Backup/") + Name + u'_' + QString::number(k) +
            QStringLiteral(".bdb.BACKUP");
 }
 
 int BackupCopiesNumber() {
     TRACE_PROC("modMain.BackupCopiesNumber");
-    const QString v = ProgConfig[13];
+    const QString v = ProgConfig[kCfgAutoBackup];
     TRACE_LOCAL(v);
     return CLng(v.startsWith(u'n') ? v.mid(1) : v);
 }
@@ -70,7 +70,7 @@ QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
         --CopNum;
     }
 
-    const QString folder = Pt(ProgConfig[5]) + QStringLiteral("Backup");
+    const QString folder = Pt(ProgConfig[kCfgDBPath]) + QStringLiteral("Backup");
     TRACE_LOCAL(folder);
     if (!FileExist(folder))
         MakeFolder(folder, kPrivateDirPerms);

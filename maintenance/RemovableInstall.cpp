@@ -117,7 +117,7 @@ int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Pro
     const QString exe = Pt(ExeFolderPath());
     const QString prog = Pt(AppPath());
     TRACE_LOCAL(prog);
-    const QString dbFolder = Pt(ProgConfig[5]);
+    const QString dbFolder = Pt(ProgConfig[kCfgDBPath]);
     const QStringList programs = {QStringLiteral("ArgentPasswordMngr"), QStringLiteral("argentpm"),
                                   QStringLiteral("argentpm-clipkeeper")};
 
@@ -213,7 +213,7 @@ int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Pro
         const int k = ProgConfig.UBound() + 1;
         AddElemToStrMass(ProgConfig, k <= defaults.UBound() ? defaults[k] : QString());
     }
-    ProgConfig[5] = dbTarget;
+    ProgConfig[kCfgDBPath] = dbTarget;
     ProgConfig[kCfgPortableOrigin] = QDir::cleanPath(targ);
     SaveConfig(targ + QStringLiteral("config.dat"));
     step(targ + QStringLiteral("config.dat"));

@@ -28,7 +28,7 @@ bool plainCopyName(const QString& Name) {
 } // namespace
 
 QString BackupFolderPath() {
-    return Pt(ProgConfig[5]) + QStringLiteral("Backup/");
+    return Pt(ProgConfig[kCfgDBPath]) + QStringLiteral("Backup/");
 }
 
 QDateTime FileTimeToDate(const QDateTime& FileTime) {

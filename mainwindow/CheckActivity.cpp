@@ -65,7 +65,7 @@ int CheckActivity(IActivitySource& Source) {
     if (result != actKeyboard) {
         const double elapsed = g_clock() - LastActive;
         // The minutes as typed in the options; a text that is no number counts as 0.
-        const long long limit = static_cast<long long>(CLng(Val(ProgConfig[11]))) * 60;
+        const long long limit = static_cast<long long>(CLng(Val(ProgConfig[kCfgInactivityLock]))) * 60;
         if (limit > 2147483647LL || limit < -2147483648LL)
             RaiseError(vbErrOverflow);
         if (elapsed > static_cast<double>(limit))

@@ -419,9 +419,9 @@ void frmMain::ApplyOnTop(bool OnTop) {
 
 void frmMain::DoConfig() {
     TRACE_PROC("frmMain.DoConfig");
-    const bool onTop = CBool(ProgConfig[6]);
-    const bool statusVisible = CBool(ProgConfig[2]);
-    const bool toolVisible = CBool(ProgConfig[1]);
+    const bool onTop = CBool(ProgConfig[kCfgOnTop]);
+    const bool statusVisible = CBool(ProgConfig[kCfgStatusbar]);
+    const bool toolVisible = CBool(ProgConfig[kCfgToolbar]);
     mnuViewOnTop->setChecked(onTop);
     mnuViewStatusbar->setChecked(statusVisible);
     mnuViewToolBar->setChecked(toolVisible);
@@ -429,11 +429,11 @@ void frmMain::DoConfig() {
     tlbToolbar->setVisible(toolVisible);
     sbStatusBar->setVisible(statusVisible);
 
-    const int treeWidth = twipsToPx(ProgConfig[20]);
-    const int width = twipsToPx(ProgConfig[16]);
-    const int height = twipsToPx(ProgConfig[17]);
-    const int top = twipsToPx(ProgConfig[19]);
-    const int left = twipsToPx(ProgConfig[18]);
+    const int treeWidth = twipsToPx(ProgConfig[kCfgTreeWidth]);
+    const int width = twipsToPx(ProgConfig[kCfgMainWidth]);
+    const int height = twipsToPx(ProgConfig[kCfgMainHeight]);
+    const int top = twipsToPx(ProgConfig[kCfgMainTop]);
+    const int left = twipsToPx(ProgConfig[kCfgMainLeft]);
     resize(std::max(width, 200), std::max(height, 150));
     QPoint pos(left, top);
     // A position stored on a screen that is no longer attached would hide the window.
@@ -448,11 +448,11 @@ void frmMain::DoConfig() {
 
 void frmMain::SaveGUIConf() {
     TRACE_PROC("frmMain.SaveGUIConf");
-    ProgConfig[16] = pxToTwips(width());
-    ProgConfig[17] = pxToTwips(height());
-    ProgConfig[18] = pxToTwips(x());
-    ProgConfig[19] = pxToTwips(y());
-    ProgConfig[20] = pxToTwips(splMain->sizes().value(0));
+    ProgConfig[kCfgMainWidth] = pxToTwips(width());
+    ProgConfig[kCfgMainHeight] = pxToTwips(height());
+    ProgConfig[kCfgMainLeft] = pxToTwips(x());
+    ProgConfig[kCfgMainTop] = pxToTwips(y());
+    ProgConfig[kCfgTreeWidth] = pxToTwips(splMain->sizes().value(0));
 }
 
 void frmMain::Form_Load() {
@@ -461,7 +461,7 @@ void frmMain::Form_Load() {
     trvDatabase->setRootIsDecorated(true);
     trvDatabase->setIndentation(18);
     DbgPrint(QStringLiteral("TESTPOINT 2"));
-    AutorunManagement(CBool(ProgConfig[3]));
+    AutorunManagement(CBool(ProgConfig[kCfgAutostart]));
     DoConfig();
     setWindowIcon(QIcon(Pt(AppPath()) + QStringLiteral("mainicon.png")));
     ShowFormLang();
@@ -469,16 +469,16 @@ void frmMain::Form_Load() {
     show();
     DbgPrint(QStringLiteral("TESTPOINT 4"));
     // Open the last user at start when the settings ask for it.
-    if (!ProgConfig[4].isEmpty() && CBool(ProgConfig[7])) {
-        if (AskUserPassword(this, ProgConfig[4]) == 1) {
+    if (!ProgConfig[kCfgLastUser].isEmpty() && CBool(ProgConfig[kCfgLoadLastUser])) {
+        if (AskUserPassword(this, ProgConfig[kCfgLastUser]) == 1) {
             QString pasw = FrmPaswEnetered;
             FrmPaswEnetered.clear();
-            OpenUser(this, ProgConfig[4], pasw);
+            OpenUser(this, ProgConfig[kCfgLastUser], pasw);
             WipeString(pasw);
         }
     }
     DbgPrint(QStringLiteral("TESTPOINT 5"));
-    if (ProgConfig[12] == QStringLiteral("1"))
+    if (ProgConfig[kCfgTrayMode] == QStringLiteral("1"))
         TrayIconManagement(1);
     DbgPrint(QStringLiteral("TESTPOINT 6"));
     SetCommandStates();
@@ -493,7 +493,7 @@ void frmMain::closeEvent(QCloseEvent* e) {
         return;
     }
     // Tray mode holds only while the icon is there to bring the window back.
-    const bool trayMode = ProgConfig[12] == QStringLiteral("1") && DoUnloadTIcon;
+    const bool trayMode = ProgConfig[kCfgTrayMode] == QStringLiteral("1") && DoUnloadTIcon;
     if (!CloseConfirmed && !trayMode) {
         if (MsgBox(Texts(1), vbYesNo | vbQuestion) != vbYes) {
             e->ignore();

@@ -140,7 +140,7 @@ void frmMain::mnuViewOnTop_Click() {
     TRACE_PROC("frmMain.mnuViewOnTop_Click");
     const bool on = mnuViewOnTop->isChecked();
     TRACE_LOCAL(on);
-    ProgConfig[6] = boolText(on);
+    ProgConfig[kCfgOnTop] = boolText(on);
     ApplyOnTop(on);
     SaveConfig(ProgCfgPath);
 }
@@ -149,7 +149,7 @@ void frmMain::mnuViewStatusbar_Click() {
     TRACE_PROC("frmMain.mnuViewStatusbar_Click");
     const bool on = mnuViewStatusbar->isChecked();
     TRACE_LOCAL(on);
-    ProgConfig[2] = boolText(on);
+    ProgConfig[kCfgStatusbar] = boolText(on);
     sbStatusBar->setVisible(on);
     SaveConfig(ProgCfgPath);
 }
@@ -158,7 +158,7 @@ void frmMain::mnuViewToolBar_Click() {
     TRACE_PROC("frmMain.mnuViewToolBar_Click");
     const bool on = mnuViewToolBar->isChecked();
     TRACE_LOCAL(on);
-    ProgConfig[1] = boolText(on);
+    ProgConfig[kCfgToolbar] = boolText(on);
     tlbToolbar->setVisible(on);
     SaveConfig(ProgCfgPath);
 }
@@ -177,7 +177,7 @@ void frmMain::mnuToolsClearClip_Click() {
 
 void frmMain::mnuHelpContents_Click() {
     TRACE_PROC("frmMain.mnuHelpContents_Click");
-    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(ReadmePath(AppPath(), ProgConfig[14]))))
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(ReadmePath(AppPath(), ProgConfig[kCfgLanguage]))))
         MsgBox(Texts(166), vbExclamation);
 }
 

@@ -28,7 +28,7 @@
 #include <QTimer>
 
 bool frmMain::SaveAfterEveryChange() {
-    return CfgExtra(22, QStringLiteral("1")) != QStringLiteral("0");
+    return CfgExtra(kCfgSaveOnChange, QStringLiteral("1")) != QStringLiteral("0");
 }
 
 int frmMain::SaveCurUser() {

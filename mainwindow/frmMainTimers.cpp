@@ -71,7 +71,7 @@ void frmMain::tmrTimer_Timer() {
     TRACE_PROC("frmMain.tmrTimer_Timer");
     SetCommandStates();
     UpdateTitle();
-    if (CfgSwitchOn(ProgConfig[11]) && CheckActivity(*m_activity) == actIdle && !m_locked)
+    if (CfgSwitchOn(ProgConfig[kCfgInactivityLock]) && CheckActivity(*m_activity) == actIdle && !m_locked)
         LockNow();
 }
 
@@ -126,7 +126,7 @@ void frmMain::Form_Paint() {
     TRACE_PROC("frmMain.Form_Paint");
     if (!m_locked || FrmPaswShown || !isVisible() || isMinimized())
         return;
-    if (AskUserPassword(this, ProgConfig[4]) == 1) {
+    if (AskUserPassword(this, ProgConfig[kCfgLastUser]) == 1) {
         QString pasw = FrmPaswEnetered;
         TRACE_LOCAL_HIDDEN(pasw);
         FrmPaswEnetered.clear();

@@ -129,21 +129,22 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
 
 void frmOptions::DoConfig() {
     TRACE_PROC("frmOptions.DoConfig");
-    chkStartWithWin->setChecked(CInt(Val(ProgConfig[3])) != 0);
-    chkLoadLUser->setChecked(CInt(Val(ProgConfig[7])) != 0);
-    chkTrayMode->setChecked(CInt(Val(ProgConfig[12])) != 0);
-    txtDBPath->setText(ProgConfig[5]);
+    chkStartWithWin->setChecked(CInt(Val(ProgConfig[kCfgAutostart])) != 0);
+    chkLoadLUser->setChecked(CInt(Val(ProgConfig[kCfgLoadLastUser])) != 0);
+    chkTrayMode->setChecked(CInt(Val(ProgConfig[kCfgTrayMode])) != 0);
+    txtDBPath->setText(ProgConfig[kCfgDBPath]);
     const auto load = [](QCheckBox* box, QLineEdit* field, const QString& value) {
         const bool on = CfgSwitchOn(value);
         box->setChecked(on);
         field->setEnabled(on);
         field->setText(CStr(Val(on ? value : value.mid(1))));
     };
-    load(chkPaswProtect, txtInactMin, ProgConfig[11]);
-    load(chkDBBackup, txtBackCopies, ProgConfig[13]);
+    load(chkPaswProtect, txtInactMin, ProgConfig[kCfgInactivityLock]);
+    load(chkDBBackup, txtBackCopies, ProgConfig[kCfgAutoBackup]);
     {
         const QSignalBlocker quiet(chkSaveAfterChange);
-        chkSaveAfterChange->setChecked(CfgExtra(22, QStringLiteral("1")) != QStringLiteral("0"));
+        chkSaveAfterChange->setChecked(CfgExtra(kCfgSaveOnChange, QStringLiteral("1")) !=
+                                       QStringLiteral("0"));
     }
     txtClipClear->setText(QString::number(ClipClearDelay()));
     const QStringList langs = QDir(Pt(AppPath()) + QStringLiteral("Languages"))
@@ -152,7 +153,7 @@ void frmOptions::DoConfig() {
     cboLanguage->clear();
     for (const QString& f : langs)
         cboLanguage->addItem(f.chopped(4));
-    cboLanguage->setCurrentText(ProgConfig[14]);
+    cboLanguage->setCurrentText(ProgConfig[kCfgLanguage]);
 }
 
 void frmOptions::ShowFormLang() {
@@ -178,24 +179,24 @@ void frmOptions::ShowFormLang() {
 
 void frmOptions::chkStartWithWin_Click() {
     TRACE_PROC("frmOptions.chkStartWithWin_Click");
-    ProgConfig[3] = boxValue(chkStartWithWin);
+    ProgConfig[kCfgAutostart] = boxValue(chkStartWithWin);
     // Takes effect now, whether the dialog ends with OK or Cancel.
-    AutorunManagement(CBool(ProgConfig[3]));
+    AutorunManagement(CBool(ProgConfig[kCfgAutostart]));
 }
 
 void frmOptions::chkLoadLUser_Click() {
     TRACE_PROC("frmOptions.chkLoadLUser_Click");
-    ProgConfig[7] = boxValue(chkLoadLUser);
+    ProgConfig[kCfgLoadLastUser] = boxValue(chkLoadLUser);
 }
 
 void frmOptions::chkTrayMode_Click() {
     TRACE_PROC("frmOptions.chkTrayMode_Click");
-    ProgConfig[12] = boxValue(chkTrayMode);
+    ProgConfig[kCfgTrayMode] = boxValue(chkTrayMode);
 }
 
 void frmOptions::chkSaveAfterChange_Change() {
     TRACE_PROC("frmOptions.chkSaveAfterChange_Change");
-    SetCfgExtra(22, boxValue(chkSaveAfterChange));
+    SetCfgExtra(kCfgSaveOnChange, boxValue(chkSaveAfterChange));
 }
 
 void frmOptions::SwitchWithNumber(QCheckBox* Box, QLineEdit* Field, int Entry) {
@@ -213,17 +214,17 @@ void frmOptions::SwitchWithNumber(QCheckBox* Box, QLineEdit* Field, int Entry) {
 
 void frmOptions::chkPaswProtect_Click() {
     TRACE_PROC("frmOptions.chkPaswProtect_Click");
-    SwitchWithNumber(chkPaswProtect, txtInactMin, 11);
+    SwitchWithNumber(chkPaswProtect, txtInactMin, kCfgInactivityLock);
 }
 
 void frmOptions::chkDBBackup_Click() {
     TRACE_PROC("frmOptions.chkDBBackup_Click");
-    SwitchWithNumber(chkDBBackup, txtBackCopies, 13);
+    SwitchWithNumber(chkDBBackup, txtBackCopies, kCfgAutoBackup);
 }
 
 void frmOptions::txtInactMin_Change() {
     TRACE_PROC("frmOptions.txtInactMin_Change");
-    ProgConfig[11] = txtInactMin->text();
+    ProgConfig[kCfgInactivityLock] = txtInactMin->text();
 }
 
 void frmOptions::txtClipClear_Change() {
@@ -235,14 +236,14 @@ void frmOptions::txtClipClear_Change() {
 
 void frmOptions::txtBackCopies_Change() {
     TRACE_PROC("frmOptions.txtBackCopies_Change");
-    ProgConfig[13] = txtBackCopies->text();
+    ProgConfig[kCfgAutoBackup] = txtBackCopies->text();
 }
 
 void frmOptions::cboLanguage_Click() {
     TRACE_PROC("frmOptions.cboLanguage_Click");
-    if (cboLanguage->currentText().isEmpty() || cboLanguage->currentText() == ProgConfig[14])
+    if (cboLanguage->currentText().isEmpty() || cboLanguage->currentText() == ProgConfig[kCfgLanguage])
         return;
-    ProgConfig[14] = cboLanguage->currentText();
+    ProgConfig[kCfgLanguage] = cboLanguage->currentText();
     lblLangHint->setVisible(true);
 }
 
@@ -252,15 +253,15 @@ void frmOptions::cmdChangeDBPath_Click() {
         return;
     setEnabled(false);
     ChaneDBPath(parentWidget());
-    txtDBPath->setText(ProgConfig[5]);
+    txtDBPath->setText(ProgConfig[kCfgDBPath]);
     setEnabled(true);
 }
 
 void frmOptions::cmdOk_Click() {
     TRACE_PROC("frmOptions.cmdOk_Click");
-    if (ProgConfig[12] == QStringLiteral("1") && !DoUnloadTIcon)
+    if (ProgConfig[kCfgTrayMode] == QStringLiteral("1") && !DoUnloadTIcon)
         TrayIconManagement(1);
-    else if (ProgConfig[12] == QStringLiteral("0") && DoUnloadTIcon)
+    else if (ProgConfig[kCfgTrayMode] == QStringLiteral("0") && DoUnloadTIcon)
         TrayIconManagement(2);
     SaveConfig(ProgCfgPath);
     accept();

@@ -45,10 +45,10 @@ bool dlgBrowseFolder(QWidget* OwnerForm, QString& Path, const QString& Title, bo
 
 void ChaneDBPath(QWidget* Owner) {
     TRACE_PROC("modMain.ChaneDBPath");
-    QString path = ProgConfig[5];
+    QString path = ProgConfig[kCfgDBPath];
     if (!dlgBrowseFolder(Owner, path, QString(), true, true))
         return;
-    if (Pt(path) == Pt(ProgConfig[5]))
+    if (Pt(path) == Pt(ProgConfig[kCfgDBPath]))
         return;
     // The open user's file stays in the old folder: it is saved there and closed, so
     // that nothing of it is written into the new one. One that cannot be saved keeps
@@ -58,6 +58,6 @@ void ChaneDBPath(QWidget* Owner) {
             return;
         UnloadUser();
     }
-    ProgConfig[5] = Pt(path);
+    ProgConfig[kCfgDBPath] = Pt(path);
     SaveConfig(ProgCfgPath);
 }

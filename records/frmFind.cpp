@@ -69,8 +69,8 @@ frmFind::frmFind(QWidget* Parent) : QDialog(Parent) {
 
 void frmFind::DoConfig() {
     TRACE_PROC("frmFind.DoConfig");
-    chkCaseSens->setChecked(CInt(Val(ProgConfig[8])) != 0);
-    if (Val(ProgConfig[9]) != 0)
+    chkCaseSens->setChecked(CInt(Val(ProgConfig[kCfgFindCase])) != 0);
+    if (Val(ProgConfig[kCfgFindTitles]) != 0)
         optSearchTitles->setChecked(true);
     else
         optSearchEverywhere->setChecked(true);
@@ -97,12 +97,12 @@ void frmFind::txtFindText_Change() {
 
 void frmFind::chkCaseSens_Click() {
     TRACE_PROC("frmFind.chkCaseSens_Click");
-    ProgConfig[8] = chkCaseSens->isChecked() ? QStringLiteral("1") : QStringLiteral("0");
+    ProgConfig[kCfgFindCase] = chkCaseSens->isChecked() ? QStringLiteral("1") : QStringLiteral("0");
 }
 
 void frmFind::optSearch_Click() {
     TRACE_PROC("frmFind.optSearch_Click");
-    ProgConfig[9] = optSearchTitles->isChecked() ? QStringLiteral("1") : QStringLiteral("0");
+    ProgConfig[kCfgFindTitles] = optSearchTitles->isChecked() ? QStringLiteral("1") : QStringLiteral("0");
 }
 
 void frmFind::cmdFind_Click() {

@@ -72,8 +72,8 @@ frmPaswGenerator::frmPaswGenerator(QWidget* parent) : QDialog(parent) {
 
 void frmPaswGenerator::DoConfig() {
     TRACE_PROC("frmPaswGenerator.DoConfig");
-    txtPaswLenght->setText(ProgConfig[15]);
-    chkClipCopy->setChecked(ProgConfig[10] == QStringLiteral("1"));
+    txtPaswLenght->setText(ProgConfig[kCfgGenPasswordLength]);
+    chkClipCopy->setChecked(ProgConfig[kCfgGenClipCopy] == QStringLiteral("1"));
 }
 
 void frmPaswGenerator::ShowFormLang() {
@@ -102,12 +102,12 @@ bool frmPaswGenerator::eventFilter(QObject* watched, QEvent* event) {
 
 void frmPaswGenerator::txtPaswLenght_Change() {
     TRACE_PROC("frmPaswGenerator.txtPaswLenght_Change");
-    ProgConfig[15] = txtPaswLenght->text();
+    ProgConfig[kCfgGenPasswordLength] = txtPaswLenght->text();
 }
 
 void frmPaswGenerator::chkClipCopy_Click() {
     TRACE_PROC("frmPaswGenerator.chkClipCopy_Click");
-    ProgConfig[10] = chkClipCopy->isChecked() ? QStringLiteral("1") : QStringLiteral("0");
+    ProgConfig[kCfgGenClipCopy] = chkClipCopy->isChecked() ? QStringLiteral("1") : QStringLiteral("0");
 }
 
 void frmPaswGenerator::cmdGenerate_Click() {

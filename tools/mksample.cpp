@@ -118,9 +118,9 @@ int build(const QString& source, const QString& output) {
     const std::vector<Entry> entries = parse(source);
     const QFileInfo out(output);
     const QString name = out.completeBaseName();
-    while (ProgConfig.UBound() < 5)
+    while (ProgConfig.UBound() < kCfgDBPath)
         AddElemToStrMass(ProgConfig, QString());
-    ProgConfig[5] = out.absolutePath();
+    ProgConfig[kCfgDBPath] = out.absolutePath();
     CreateProgramObjects();
 
     QString pasw = QString::fromLatin1(kSamplePassword);

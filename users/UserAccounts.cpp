@@ -79,7 +79,7 @@ void WipeString(QString& Text) {
 
 QString UsDBFilePath(const QString& UsName) {
     TRACE_PROC("modMain.UsDBFilePath", UsName);
-    return Pt(ProgConfig[5]) + UsName + QStringLiteral(".bdb");
+    return Pt(ProgConfig[kCfgDBPath]) + UsName + QStringLiteral(".bdb");
 }
 
 QByteArray NewUserTemplate() {

@@ -14,7 +14,7 @@ namespace {
 // that cannot be written now (a full disk) is written by the next save of the settings.
 void saveLastUser(const QString& UsName) {
     TRACE_PROC("modMain.SaveLastUser", UsName);
-    ProgConfig[4] = UsName;
+    ProgConfig[kCfgLastUser] = UsName;
     if (!TrySaveConfig(ProgCfgPath))
         DbgPrint(QStringLiteral("Settings not written: ") + ProgCfgPath);
 }

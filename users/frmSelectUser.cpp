@@ -78,7 +78,7 @@ void frmSelectUser::ShowFormLang() {
 void frmSelectUser::LoadUsers() {
     TRACE_PROC("frmSelectUser.LoadUsers");
     StrMass users;
-    FindUsers(ProgConfig[5], users);
+    FindUsers(ProgConfig[kCfgDBPath], users);
     lstUsers->clear();
     for (int i = 1; i <= users.UBound(); ++i)
         lstUsers->addItem(users[i]);
