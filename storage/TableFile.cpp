@@ -195,8 +195,10 @@ template <class Sink> void writeHelpTable(Sink& s, const HelpTable& h) {
     s.eol();
 }
 
+} // namespace
+
 // A generous guess of the body size, so that the buffer grows once.
-qsizetype estimateBody(const DatabaseRecord& db) {
+qsizetype EstimateBodySize(const DatabaseRecord& db) {
     TRACE_PROC("TableEngine.EstimateBody");
     qsizetype n = 256 + db.Name.size() + db.Tag.size() + db.Version.size();
     TRACE_LOCAL(n);
@@ -213,6 +215,8 @@ qsizetype estimateBody(const DatabaseRecord& db) {
     }
     return n + n / 8;
 }
+
+namespace {
 
 // ---- reading -----------------------------------------------------------------------------
 
@@ -570,58 +574,4 @@ int ParseBody(const QByteArray& Bytes, qsizetype From, DatabaseRecord& db, const
     out.Ready = true;
     db = std::move(out);
     return 1;
-}
-
-int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, const QSet<QString>* Only) {
-    TRACE_PROC("TableEngine.ParseFileImage", static_cast<long long>(Data.size()), HIDDEN(Pasw));
-    const auto* nl =
-        static_cast<const char*>(std::memchr(Data.constData(), '\n', static_cast<std::size_t>(Data.size())));
-    qsizetype sigLen = nl ? nl - Data.constData() : Data.size();
-    TRACE_LOCAL(sigLen);
-    const qsizetype bodyAt = nl ? sigLen + 1 : Data.size();
-    TRACE_LOCAL(bodyAt);
-    if (sigLen > 0 && Data[sigLen - 1] == '\r')
-        --sigLen;
-    const QByteArrayView sig(Data.constData(), sigLen);
-    int r;
-    if (sig == QByteArrayView(kSignature)) {
-        r = ParseBody(Data, bodyAt, db, Only);
-    } else if (sig == QByteArrayView(kSignatureEnc) && nl) {
-        if (!db.Key)
-            db.Key = std::make_shared<KeyCache>();
-        r = OpenInPlace(Data, bodyAt, Pasw, db.Key.get());
-        if (r > 0)
-            r = ParseBody(Data, 0, db, Only);
-    } else {
-        r = -4;
-    }
-    // The tables read keep the bytes (and wipe them when the last of them goes); a failed
-    // reading leaves nobody else holding them.
-    if (Data.isDetached())
-        WipeBytes(Data);
-    Data = QByteArray();
-    return r;
-}
-
-QByteArray BuildFileImage(const DatabaseRecord& db, const QString& Pasw, bool Compress) {
-    TRACE_PROC("TableEngine.BuildFileImage", HIDDEN(Pasw), Compress);
-    QByteArray out;
-    const bool sealed = !Pasw.isEmpty();
-    TRACE_LOCAL_HIDDEN(sealed);
-    out.reserve(estimateBody(db) + (sealed ? 15 + kSealHeaderSize + kSealTagSize : 11));
-    if (!sealed) {
-        out.append(kSignature);
-        out.append("\r\n");
-        WriteBody(out, db);
-        return out;
-    }
-    out.append(kSignatureEnc);
-    out.append("\r\n");
-    const qsizetype headerAt = out.size();
-    TRACE_LOCAL(headerAt);
-    out.append(QByteArray(kSealHeaderSize, '\0'));
-    WriteBody(out, db);
-    if (!SealInPlace(out, headerAt, Pasw, Compress, db.Key.get()))
-        return QByteArray();
-    return out;
 }

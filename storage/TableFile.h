@@ -52,6 +52,9 @@ void WriteTablesText(QString& Out, const TableEntry& t, const TblsFilter* Filter
 // when the structure is damaged (db is then left as it was).
 int ParseBody(const QByteArray& Bytes, qsizetype From, DatabaseRecord& db, const QSet<QString>* Only);
 
+// The size the body of db takes in its file form, or a little more (for reserving).
+qsizetype EstimateBodySize(const DatabaseRecord& db);
+
 // Reads a whole file image: signature, protection, body. Data is consumed: the tables
 // read hold its bytes, and it is wiped when nothing could be read from it.
 int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, const QSet<QString>* Only);

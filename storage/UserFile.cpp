@@ -3,10 +3,10 @@
 #include "app/CheckedWrite.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
-#include "storage/UserFileMerge.h"
 #include "storage/FileSeal.h"
 #include "storage/Rc4.h"
 #include "storage/TableFile.h"
+#include "storage/UserFileMerge.h"
 #include "storage/clsDatabase.h"
 
 #include <QDateTime>
