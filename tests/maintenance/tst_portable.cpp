@@ -42,6 +42,8 @@ private slots:
         const QString ownFolder = ProgConfig[5];
         const QString target = env.root() + "/stick/Argent";
         QDir().mkpath(target);
+        // A writer of the folder holds anna's lock while the copy is made.
+        writeFileText(ownFolder + "/.anna.bdb.lock", "4242\nargentpm\nhost\n");
         QList<int> done;
         int total = 0;
         const int n = InstallToRemovableDevice(target, [&](int d, int t, const QString&) {
