@@ -105,3 +105,66 @@ int clsOurRowsInBase::sharedBaseRow(const TableEntry& Base, const TableEntry& Ou
             return baseRow;
     return -1;
 }
+
+clsRowsByKey::clsRowsByKey(const RecordStore& Rows)
+    : m_rows(&Rows), m_numbers(static_cast<size_t>(Rows.size())),
+      m_repeatOf(static_cast<size_t>(Rows.size()), 0) {
+    qint64 top = 0;
+    for (int row = 0; row < Rows.size(); ++row) {
+        const qint64 number = PlainIdNumber(Rows.escaped(row, 0));
+        m_numbers[static_cast<size_t>(row)] = number;
+        top = std::max(top, number);
+    }
+    m_first.reserveFor(top, Rows.size());
+    for (int row = 0; row < Rows.size(); ++row) {
+        const qint64 number = m_numbers[static_cast<size_t>(row)];
+        const QByteArrayView key = number >= 0 ? QByteArrayView() : Rows.escaped(row, 0);
+        if (m_first.find(number, key) < 0) {
+            m_first.add(number, key, row);
+        } else {
+            const QByteArray text = Rows.escaped(row, 0).toByteArray();
+            const int repeat = ++m_repeatCount[text];
+            m_repeatOf[static_cast<size_t>(row)] = repeat;
+            m_repeats.insert({text, repeat}, row);
+        }
+    }
+}
+
+int clsRowsByKey::find(const clsRowsByKey& Other, int Row) const {
+    const qint64 number = Other.m_numbers[static_cast<size_t>(Row)];
+    const int repeat = Other.m_repeatOf[static_cast<size_t>(Row)];
+    if (repeat == 0)
+        return m_first.find(number, number >= 0 ? QByteArrayView() : Other.m_rows->escaped(Row, 0));
+    return m_repeats.value({Other.m_rows->escaped(Row, 0).toByteArray(), repeat}, -1);
+}
+
+clsRecordFates::clsRecordFates(const TableEntry* Base, const TableEntry* OursBefore, const TableEntry* Theirs,
+                               const TableEntry* Result, bool Revive)
+    : m_revive(Revive) {
+    read(m_base, Base);
+    read(m_ours, OursBefore);
+    read(m_theirs, Theirs);
+    read(m_result, Result);
+}
+
+void clsRecordFates::read(clsSide& Side, const TableEntry* Table) {
+    if (!Table)
+        return;
+    const int idCol = MergeColumnOf(*Table, QStringLiteral("IndNum"), 0);
+    const clsTableIds ids(*Table, idCol);
+    Side.Index.build(Table->Records, ids.Numbers, idCol, ids.Top);
+}
+
+bool clsRecordFates::gone(QByteArrayView Id) const {
+    const qint64 number = PlainIdNumber(Id);
+    const QByteArrayView text = number >= 0 ? QByteArrayView() : Id;
+    return !m_result.has(number, text) &&
+           (m_base.has(number, text) || m_ours.has(number, text) || m_theirs.has(number, text));
+}
+
+bool clsRecordFates::revived(QByteArrayView Id) const {
+    const qint64 number = PlainIdNumber(Id);
+    const QByteArrayView text = number >= 0 ? QByteArrayView() : Id;
+    return m_revive && m_result.has(number, text) && m_base.has(number, text) &&
+           !(m_ours.has(number, text) && m_theirs.has(number, text));
+}

@@ -10,6 +10,7 @@
 #include <QHash>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 // The position of the field named Name (any letter case), Fallback when the table lacks it.
@@ -85,4 +86,47 @@ struct clsOurRowsInBase {
 
 private:
     int sharedBaseRow(const TableEntry& Base, const TableEntry& Ours, int OurRow, int From) const;
+};
+
+// The rows of a table other than DataTable by key, its first field: the first row of a key
+// found as clsIdIndex finds identifiers; a key repeated in a damaged table pairs its n-th
+// rows on each side.
+class clsRowsByKey {
+public:
+    explicit clsRowsByKey(const RecordStore& Rows);
+    // The row here with the key of row Row of Other (the same repeat of it); -1 when none.
+    int find(const clsRowsByKey& Other, int Row) const;
+
+private:
+    const RecordStore* m_rows;
+    std::vector<qint64> m_numbers; // per row: the key when it is a plain number
+    std::vector<int> m_repeatOf;   // per row: 0, or n for the n-th repeat of its key
+    clsIdIndex m_first;            // the first row of each key
+    QHash<QByteArray, int> m_repeatCount;
+    QHash<std::pair<QByteArray, int>, int> m_repeats; // (key, n) -> row
+};
+
+// What the merge of DataTable did to each record, by identifier, for the rows of other
+// tables that name records (their IndNum).
+class clsRecordFates {
+public:
+    // The DataTable of each side and of the result; null where there is none. Without
+    // Revive no record counts as revived.
+    clsRecordFates(const TableEntry* Base, const TableEntry* OursBefore, const TableEntry* Theirs,
+                   const TableEntry* Result, bool Revive);
+    // Some side had the record, and the merged DataTable does not.
+    bool gone(QByteArrayView Id) const;
+    // The base and the result have the record, and one side had deleted it: the merge kept
+    // it against that delete.
+    bool revived(QByteArrayView Id) const;
+
+private:
+    struct clsSide {
+        clsIdIndex Index;
+        bool has(qint64 Number, QByteArrayView Id) const { return Index.find(Number, Id) >= 0; }
+    };
+    static void read(clsSide& Side, const TableEntry* Table);
+
+    clsSide m_base, m_ours, m_theirs, m_result;
+    bool m_revive;
 };

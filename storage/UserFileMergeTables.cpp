@@ -6,8 +6,6 @@
 #include "storage/UserFileMerge.h"
 #include "storage/UserFileMergeIds.h"
 
-#include <QSet>
-
 #include <optional>
 #include <utility>
 #include <vector>
@@ -32,41 +30,16 @@ bool sameTable(const TableEntry& One, const TableEntry& Other) {
            One.Flags == Other.Flags && One.Tag == Other.Tag && One.Records == Other.Records;
 }
 
-// A row's key: the stored form of its first value, and how many rows before it in its
-// table had the same one (0 but in a damaged table).
-using clsRowKey = std::pair<QByteArray, int>;
-
-class clsRowsByKey {
-public:
-    explicit clsRowsByKey(const RecordStore& Rows) : m_keys(static_cast<size_t>(Rows.size())) {
-        QHash<QByteArray, int> seen;
-        m_rows.reserve(Rows.size());
-        for (int row = 0; row < Rows.size(); ++row) {
-            QByteArray first = Rows.escaped(row, 0).toByteArray();
-            int& before = seen[first];
-            clsRowKey& key = m_keys[static_cast<size_t>(row)];
-            key = {std::move(first), before++};
-            m_rows.insert(key, row);
-        }
-    }
-    int find(const clsRowKey& Key) const { return m_rows.value(Key, -1); }
-    const clsRowKey& keyOf(int Row) const { return m_keys[static_cast<size_t>(Row)]; }
-
-private:
-    std::vector<clsRowKey> m_keys;
-    QHash<clsRowKey, int> m_rows;
-};
-
 // The three-way merge of one table other than DataTable, by rows keyed by the first column.
 class clsKeyedTableMerge {
 public:
-    // RecordCol: the IndNum field, -1 when none; Revived: the DataTable rows that the merge
-    // kept against a delete, whose rows here are kept too.
+    // RecordCol: the IndNum field, -1 when none; the rows of records that Fates says the
+    // merge kept against a delete are kept too.
     clsKeyedTableMerge(const TableEntry& Base, const TableEntry& Ours, const TableEntry& Theirs,
-                       int RecordCol, const QSet<QByteArray>* Revived, clsMergeCounts& Counts)
+                       int RecordCol, const clsRecordFates* Fates, clsMergeCounts& Counts)
         : m_base(Base.Records), m_ours(Ours.Records), m_theirs(Theirs.Records), m_baseRows(Base.Records),
           m_ourRows(Ours.Records), m_theirRows(Theirs.Records),
-          m_ourRowMatched(static_cast<size_t>(Ours.RecNum()), 0), m_recordCol(RecordCol), m_revived(Revived),
+          m_ourRowMatched(static_cast<size_t>(Ours.RecNum()), 0), m_recordCol(RecordCol), m_fates(Fates),
           m_counts(Counts) {}
 
     RecordStore run() {
@@ -80,9 +53,8 @@ public:
 
 private:
     void takeTheirRow(int TheirRow) {
-        const clsRowKey& key = m_theirRows.keyOf(TheirRow);
-        const int baseRow = m_baseRows.find(key);
-        const int ourRow = m_ourRows.find(key);
+        const int baseRow = m_baseRows.find(m_theirRows, TheirRow);
+        const int ourRow = m_ourRows.find(m_theirRows, TheirRow);
         if (ourRow >= 0)
             m_ourRowMatched[static_cast<size_t>(ourRow)] = 1;
         if (baseRow < 0) {
@@ -150,7 +122,7 @@ private:
         for (int row = 0; row < m_ours.size(); ++row) {
             if (m_ourRowMatched[static_cast<size_t>(row)])
                 continue;
-            const int baseRow = m_baseRows.find(m_ourRows.keyOf(row));
+            const int baseRow = m_baseRows.find(m_ourRows, row);
             if (baseRow < 0) {
                 m_result.appendFrom(m_ours, row);
                 ++m_counts.AddedOurs;
@@ -165,8 +137,7 @@ private:
     }
 
     bool keptWithRecord(const RecordStore& Rows, int Row) const {
-        return m_recordCol >= 0 && m_revived &&
-               m_revived->contains(Rows.escaped(Row, m_recordCol).toByteArray());
+        return m_recordCol >= 0 && m_fates && m_fates->revived(Rows.escaped(Row, m_recordCol));
     }
 
     const RecordStore& m_base;
@@ -175,7 +146,7 @@ private:
     const clsRowsByKey m_baseRows, m_ourRows, m_theirRows;
     std::vector<char> m_ourRowMatched; // per row of ours: a row of theirs has its key
     const int m_recordCol;
-    const QSet<QByteArray>* m_revived;
+    const clsRecordFates* m_fates;
     clsMergeCounts& m_counts;
     RecordStore m_result;
 };
@@ -273,8 +244,8 @@ private:
         const TableEntry empty;
         const TableEntry& base = Base >= 0 ? m_base.Tables[Base] : empty;
         const int recordCol = MergeColumnOf(Ours, QStringLiteral("IndNum"), -1);
-        const QSet<QByteArray>* revived = recordCol >= 0 ? &recordFates().Revived : nullptr;
-        Ours.Records = clsKeyedTableMerge(base, Ours, Theirs, recordCol, revived, m_counts).run();
+        const clsRecordFates* fates = recordCol >= 0 ? &recordFates() : nullptr;
+        Ours.Records = clsKeyedTableMerge(base, Ours, Theirs, recordCol, fates, m_counts).run();
         Ours.Tag = mergedTag(base.Tag, Ours.Tag, Theirs.Tag);
     }
 
@@ -295,11 +266,11 @@ private:
         const int column = MergeColumnOf(Table, QStringLiteral("IndNum"), -1);
         if (column < 0 || Table.Records.isEmpty())
             return;
-        const QSet<QByteArray>& gone = recordFates().Gone;
+        const clsRecordFates& fates = recordFates();
         std::vector<bool> drop(static_cast<size_t>(Table.RecNum()), false);
         int dropped = 0;
         for (int row = 0; row < Table.RecNum(); ++row)
-            if (gone.contains(Table.Records.escaped(row, column).toByteArray())) {
+            if (fates.gone(Table.Records.escaped(row, column))) {
                 drop[static_cast<size_t>(row)] = true;
                 ++dropped;
             }
@@ -308,44 +279,20 @@ private:
         m_counts.DroppedWithRecord += dropped;
     }
 
-    // What the DataTable merge did to the records, by identifier: rows that some side had
-    // and the result lacks (Gone), and rows of the base that one side deleted and the result
-    // keeps (Revived).
-    struct clsRecordFates {
-        QSet<QByteArray> Gone, Revived;
-    };
+    // Read once, when a table other than DataTable names records.
     const clsRecordFates& recordFates() {
-        if (m_fates)
-            return *m_fates;
-        m_fates.emplace();
-        const int base = tableIndex(m_base, kDataTable);
-        const int ours = tableIndex(m_ours, kDataTable);
-        const int theirs = tableIndex(m_theirs, kDataTable);
-        QSet<QByteArray> baseIds, ourIds, theirIds, result;
-        if (base >= 0)
-            addIds(m_base.Tables[base], baseIds);
-        if (m_oursBefore)
-            addIds(*m_oursBefore, ourIds);
-        if (theirs >= 0)
-            addIds(m_theirs.Tables[theirs], theirIds);
-        if (ours >= 0 || theirs >= 0)
-            addIds(ours >= 0 ? m_ours.Tables[ours] : m_theirs.Tables[theirs], result);
-        for (const QSet<QByteArray>* side : {&baseIds, &ourIds, &theirIds})
-            for (const QByteArray& id : *side)
-                if (!result.contains(id))
-                    m_fates->Gone.insert(id);
-        if (!m_counts.NoDataTable)
-            for (const QByteArray& id : std::as_const(baseIds))
-                if (result.contains(id) && !(ourIds.contains(id) && theirIds.contains(id)))
-                    m_fates->Revived.insert(id);
+        if (!m_fates) {
+            const int base = tableIndex(m_base, kDataTable);
+            const int ours = tableIndex(m_ours, kDataTable);
+            const int theirs = tableIndex(m_theirs, kDataTable);
+            const TableEntry* result = ours >= 0     ? &m_ours.Tables[ours]
+                                       : theirs >= 0 ? &m_theirs.Tables[theirs]
+                                                     : nullptr;
+            m_fates.emplace(base >= 0 ? &m_base.Tables[base] : nullptr,
+                            m_oursBefore ? &*m_oursBefore : nullptr,
+                            theirs >= 0 ? &m_theirs.Tables[theirs] : nullptr, result, !m_counts.NoDataTable);
+        }
         return *m_fates;
-    }
-
-    static void addIds(const TableEntry& Table, QSet<QByteArray>& Ids) {
-        const int column = MergeColumnOf(Table, QStringLiteral("IndNum"), 0);
-        Ids.reserve(Ids.size() + Table.RecNum());
-        for (int row = 0; row < Table.RecNum(); ++row)
-            Ids.insert(Table.Records.escaped(row, column).toByteArray());
     }
 
     DatabaseRecord& m_ours;

@@ -5,6 +5,7 @@
 #include "tests/common/TestMain.h"
 #include "tests/common/TreeRows.h"
 
+#include <QRandomGenerator>
 #include <QSet>
 #include <QTest>
 
@@ -94,6 +95,90 @@ DatabaseRecord sharingBase(const DatabaseRecord& Base, DatabaseRecord Ours) {
             if (b.Name == t.Name)
                 t = sharing(b, t);
     return Ours;
+}
+
+// A user's tables as a random run of edits makes them: folders and records (a new row's
+// title names its side and identifier), and rows of Fields that name records.
+struct clsRandomUser {
+    QList<QStringList> Tree, Fields;
+    int Tag = 0, FieldTag = 0;
+
+    void edit(QRandomGenerator& Rng, const QString& Side) {
+        const int count = Tree.size();
+        const int pick = count ? static_cast<int>(Rng.bounded(count)) : -1;
+        switch (Rng.bounded(7)) {
+        case 0:
+            if (pick >= 0)
+                Tree[pick][3] = Tree[pick][3] + Side;
+            break;
+        case 1:
+            if (pick >= 0)
+                Tree[pick][4] = Side + QString::number(Rng.bounded(9));
+            break;
+        case 2:
+            if (pick >= 0 && Tree[pick][2] == "2")
+                Tree[pick][1] = randomFolder(Rng);
+            break;
+        case 3:
+            if (pick >= 0)
+                remove(Tree[pick][0]);
+            break;
+        case 4: {
+            const QString id = QString::number(++Tag);
+            Tree.append(
+                treeRow(id + ":" + randomFolder(Rng) + ":" + (Rng.bounded(3) ? "" : "F") + Side + id));
+            Tree.last()[6] = Side + id; // never edited: names the row on every side
+            break;
+        }
+        case 5:
+            if (pick >= 0)
+                Fields.append({Side + QString::number(++FieldTag), Tree[pick][0], Side});
+            break;
+        default:
+            if (!Fields.isEmpty())
+                Fields[Rng.bounded(Fields.size())][2] += Side;
+        }
+    }
+    QString randomFolder(QRandomGenerator& Rng) const {
+        QStringList folders{"0"};
+        for (const QStringList& r : Tree)
+            if (r[2] == "1")
+                folders << r[0];
+        return folders[Rng.bounded(folders.size())];
+    }
+    // A row, its subtree and their Fields rows.
+    void remove(const QString Id) {
+        for (qsizetype i = Tree.size() - 1; i >= 0; --i)
+            if (i < Tree.size() && Tree[i][1] == Id)
+                remove(Tree[i][0]);
+        Tree.removeIf([&](const QStringList& r) { return r[0] == Id; });
+        Fields.removeIf([&](const QStringList& r) { return r[1] == Id; });
+    }
+    DatabaseRecord database() const {
+        TableEntry tree = table(QString(), QString::number(Tag));
+        tree.Records = RecordStore::fromRows(Tree);
+        TableEntry fields;
+        fields.Name = "Fields";
+        fields.FldNames = {"Key", "IndNum", "Value"};
+        fields.Records = RecordStore::fromRows(Fields);
+        DatabaseRecord db;
+        db.Tables = {tree, fields};
+        return db;
+    }
+};
+
+QHash<QString, QStringList> byKey(const QList<QStringList>& Rows) {
+    QHash<QString, QStringList> out;
+    for (const QStringList& r : Rows)
+        out.insert(r[0], r);
+    return out;
+}
+
+// The row without its Parent, which the merge may set to the root.
+QStringList withoutParent(QStringList Row) {
+    if (Row.size() > 1)
+        Row.removeAt(1);
+    return Row;
 }
 
 } // namespace
@@ -301,4 +386,92 @@ private slots:
     }
 };
 ARGENT_TEST(MergeTablesTest)
+
+// Random edits on both sides of a random user: what every merge must keep.
+class MergePropertiesTest : public QObject {
+    Q_OBJECT
+private slots:
+    void randomEditsOnBothSides() {
+        QRandomGenerator rng(20);
+        for (int run = 0; run < 2000; ++run) {
+            clsRandomUser base;
+            for (int k = rng.bounded(40); k > 0; --k)
+                base.edit(rng, "b");
+            clsRandomUser ours = base, theirs = base;
+            for (int k = rng.bounded(10); k > 0; --k)
+                ours.edit(rng, "o");
+            for (int k = rng.bounded(10); k > 0; --k)
+                theirs.edit(rng, "t");
+            const DatabaseRecord b = base.database();
+            DatabaseRecord merged = sharingBase(b, ours.database());
+            MergeDatabases(merged, b, theirs.database());
+            checkTree(merged.Tables[0], base, ours, theirs);
+            checkFields(merged, base, ours, theirs);
+            if (QTest::currentTestFailed()) {
+                qWarning() << "random run" << run;
+                return;
+            }
+        }
+    }
+
+private:
+    void checkTree(const TableEntry& Tree, const clsRandomUser& Base, const clsRandomUser& Ours,
+                   const clsRandomUser& Theirs) {
+        QSet<QString> seen;
+        for (const QStringList& r : Tree.Records.rows()) {
+            QVERIFY2(r[1] == "0" || seen.contains(r[1]), "every row behind its folder");
+            QVERIFY2(!seen.contains(r[0]), "identifiers stay unique");
+            seen.insert(r[0]);
+            QVERIFY(r[0].toInt() <= Tree.Tag.toInt());
+        }
+        QVERIFY(Tree.Tag.toInt() >= std::max({Base.Tag, Ours.Tag, Theirs.Tag}));
+        const auto result = byKey(Tree.Records.rows());
+        const auto base = byKey(Base.Tree), ours = byKey(Ours.Tree), theirs = byKey(Theirs.Tree);
+        for (const QStringList& row : Base.Tree) {
+            const QString& id = row[0];
+            const bool oursChanged = ours.value(id) != row, theirsChanged = theirs.value(id) != row;
+            if (oursChanged != theirsChanged) {
+                const QStringList& changed = oursChanged ? ours[id] : theirs[id];
+                QCOMPARE(result.contains(id), !changed.isEmpty());
+                QCOMPARE(withoutParent(result.value(id)), withoutParent(changed));
+            }
+        }
+        // Every row added on either side is kept, in its folder or under the root.
+        QHash<QString, QString> nameOf; // identifier -> the name in Description
+        for (const QStringList& r : Tree.Records.rows())
+            nameOf.insert(r[0], r[6]);
+        QHash<QString, QString> folderOf; // name -> the name of its folder
+        for (const QStringList& r : Tree.Records.rows())
+            folderOf.insert(r[6], nameOf.value(r[1]));
+        for (const auto* side : {&ours, &theirs})
+            for (const QStringList& r : *side)
+                if (!base.contains(r[0])) {
+                    QVERIFY2(folderOf.contains(r[6]), qPrintable(r[6]));
+                    const QString folder = folderOf[r[6]];
+                    QVERIFY(folder.isEmpty() || folder == side->value(r[1]).value(6));
+                }
+    }
+
+    void checkFields(const DatabaseRecord& Merged, const clsRandomUser& Base, const clsRandomUser& Ours,
+                     const clsRandomUser& Theirs) {
+        QSet<QString> records, keys;
+        for (const QStringList& r : Merged.Tables[0].Records.rows())
+            records.insert(r[0]);
+        const QList<QStringList> rows = Merged.Tables[1].Records.rows();
+        for (const QStringList& r : rows) {
+            QVERIFY2(records.contains(r[1]), "a record's fields go with it");
+            QVERIFY(!keys.contains(r[0]));
+            keys.insert(r[0]);
+        }
+        const auto result = byKey(rows), ours = byKey(Ours.Fields), theirs = byKey(Theirs.Fields);
+        for (const QStringList& row : Base.Fields) {
+            const QStringList o = ours.value(row[0]), t = theirs.value(row[0]);
+            if (o == row && !t.isEmpty() && t != row && records.contains(t[1]))
+                QCOMPARE(result.value(row[0]), t);
+            if (t == row && !o.isEmpty() && o != row && records.contains(o[1]))
+                QCOMPARE(result.value(row[0]), o);
+        }
+    }
+};
+ARGENT_TEST(MergePropertiesTest)
 #include "tst_merge.moc"
