@@ -7,8 +7,70 @@
 
 #include <QDialog>
 #include <QHBoxLayout>
+#include <QList>
 #include <QMessageBox>
+#include <QPointer>
 #include <QPushButton>
+#include <QThread>
+#include <QTimer>
+
+namespace {
+QList<QPointer<QDialog>>& openModals() {
+    static QList<QPointer<QDialog>> stack;
+    return stack;
+}
+bool g_refuseUntilUnwound = false;
+bool g_refuseForever = false;
+
+// Runs Dialog's event loop with it on the stack of open modals.
+int runModal(QDialog& Dialog) {
+    if (ModalsRefused())
+        return QDialog::Rejected;
+    openModals().append(QPointer<QDialog>(&Dialog));
+    const int r = Dialog.exec();
+    openModals().removeAll(QPointer<QDialog>(&Dialog));
+    openModals().removeAll(QPointer<QDialog>());
+    // The code behind the closed dialogs runs on until it is back in the main event loop;
+    // questions are refused until then.
+    if (openModals().isEmpty() && g_refuseUntilUnwound)
+        QTimer::singleShot(0, qApp, [] {
+            if (openModals().isEmpty())
+                g_refuseUntilUnwound = false;
+        });
+    return r;
+}
+} // namespace
+
+void CloseModals(bool Forever) {
+    if (Forever)
+        g_refuseForever = true;
+    if (!openModals().isEmpty())
+        g_refuseUntilUnwound = true;
+    const QList<QPointer<QDialog>> open = openModals();
+    for (auto it = open.crbegin(); it != open.crend(); ++it)
+        if (QDialog* d = it->data())
+            d->done(QDialog::Rejected);
+    // Dialogs shown without the stack (none should be) close as well.
+    for (QWidget* w : QApplication::topLevelWidgets())
+        if (auto* d = qobject_cast<QDialog*>(w); d && d->isVisible())
+            d->done(QDialog::Rejected);
+}
+
+bool ModalsRefused() {
+    // Outside every event loop (before the program's own starts) nothing is unwinding.
+    if (g_refuseUntilUnwound && openModals().isEmpty() && QThread::currentThread()->loopLevel() == 0)
+        g_refuseUntilUnwound = false;
+    return g_refuseForever || g_refuseUntilUnwound;
+}
+
+void ReopenModals() {
+    g_refuseForever = false;
+    g_refuseUntilUnwound = false;
+}
+
+int OpenModalCount() {
+    return static_cast<int>(openModals().size());
+}
 
 ArgentApplication::ArgentApplication(int& argc, char** argv) : QApplication(argc, argv) {
     setApplicationName(QStringLiteral("ArgentPasswordMngr"));
@@ -56,7 +118,7 @@ int GuiMsgBox(const QString& Prompt, int Style, const QString& Title) {
         box.setStandardButtons(QMessageBox::Ok);
         break;
     }
-    box.exec();
+    runModal(box);
     // A box closed without an answer (by the inactivity lock, say) declines: No or
     // Cancel, never Yes or OK to a question.
     switch (box.standardButton(box.clickedButton())) {
@@ -98,9 +160,11 @@ ModalHandler& modalHandler() {
 } // namespace
 
 int ShowModal(QDialog& Dialog) {
+    if (ModalsRefused())
+        return QDialog::Rejected;
     if (modalHandler())
         return modalHandler()(Dialog);
-    return Dialog.exec();
+    return runModal(Dialog);
 }
 
 ModalHandler SetModalHandler(ModalHandler Handler) {

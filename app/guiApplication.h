@@ -26,6 +26,18 @@ int ShowModal(QDialog& Dialog);
 using ModalHandler = std::function<int(QDialog& Dialog)>;
 ModalHandler SetModalHandler(ModalHandler Handler);
 
+// Every modal dialog and message box of the program, while it runs, is on one stack, so
+// that the end of the session and the inactivity lock can close them all at once.
+// CloseModals rejects each, the innermost first (a message box answers No or Cancel),
+// and refuses new ones until the stack has unwound: the code behind a closed question
+// goes on without asking another. With Forever (the program is ending) the refusal lasts.
+void CloseModals(bool Forever);
+// True while a new dialog would be refused (it then returns Rejected at once).
+bool ModalsRefused();
+// Lifts the refusal (an end that could not be completed).
+void ReopenModals();
+int OpenModalCount();
+
 class QHBoxLayout;
 class QPushButton;
 // The row of buttons at the foot of a dialog, to the right.

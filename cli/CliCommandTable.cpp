@@ -99,10 +99,10 @@ const char kEditHelp[] =
     "\n"
     "Changes the folder or record ID of user NAME, keeping its identifier; only what\n"
     "is given changes. --title, --login and --desc set those fields (a folder has only\n"
-    "a title). The password becomes a new one from the password generator\n"
-    "(--generate LENGTH) or one that is asked for (--ask-password: twice on the\n"
-    "terminal, or with --password-stdin the second line of standard input, after the\n"
-    "user's password). --color sets the title's colour in the tree (#RRGGBB, or the\n"
+    "a title and a description). The password becomes a new one from the password\n"
+    "generator (--generate LENGTH) or one that is asked for (--ask-password: twice on\n"
+    "the terminal, or with --password-stdin the second line of standard input, after\n"
+    "the user's password). --color sets the title's colour in the tree (#RRGGBB, or the\n"
     "number 0x00BBGGRR in decimal; 0 is the default black), --bold whether it is bold.\n";
 
 const char kFindHelp[] =

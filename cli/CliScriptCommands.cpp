@@ -190,10 +190,9 @@ int checkFieldEdits(const CliOptions& Opt) {
 int applyFieldEdits(const CliOptions& Opt, const QString& Id, int Rec) {
     TRACE_PROC("modCli.ApplyFieldEdits", Id, Rec);
     const bool record = isRecordRow(Rec);
-    const bool recordOnly =
-        Opt.has("login") || Opt.has("desc") || Opt.has("generate") || Opt.has("ask-password");
+    const bool recordOnly = Opt.has("login") || Opt.has("generate") || Opt.has("ask-password");
     if (!record && recordOnly) {
-        say(QStringLiteral("%1 is a folder: it has only a title").arg(Id));
+        say(QStringLiteral("%1 is a folder: it has only a title and a description").arg(Id));
         return cliRefused;
     }
     QString pasw;

@@ -7,6 +7,7 @@
 #include "cli/CliTerminal.h"
 
 #include "app/ProgConfig.h"
+#include "app/SecureMemory.h"
 #include "app/VbConv.h"
 #include "app/modMain.h"
 #include "diagnostics/ErrorTrap.h"
@@ -16,6 +17,7 @@
 #include "storage/TableFile.h"
 #include "storage/UserFileLock.h"
 #include "storage/clsDatabase.h"
+#include "users/UnsavedCopy.h"
 #include "users/UserAccounts.h"
 #include "users/UserSession.h"
 
@@ -168,7 +170,9 @@ int openUser(const CliOptions& Opt, const QString& Name) {
     if (int rc = askSecret(Opt, "Password: ", typed))
         return rc;
     QString md5 = HashString(typed);
-    TRACE_LOCAL(md5);
+    // Hidden from error reports, and kept out of swap like the key made from it.
+    TRACE_LOCAL_HIDDEN(md5);
+    LockSecretText(md5);
     WipeString(typed);
     const int test = TestUsPasw(path, md5);
     if (test != tupRight) {
@@ -199,6 +203,11 @@ int openUser(const CliOptions& Opt, const QString& Name) {
     CurUser = Name;
     CurUsDBPath = path;
     CurUsDB->SetPath(path);
+    if (const QString copy = FindUnsavedCopy(Name); !copy.isEmpty())
+        say(QStringLiteral(
+                "note: changes to user %1 that the window could not save are kept in %2; the window "
+                "offers them back when it opens this user")
+                .arg(quoted(Name), copy));
     return cliOk;
 }
 

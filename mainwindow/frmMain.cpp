@@ -531,6 +531,11 @@ bool frmMain::Form_Unload() {
         MsgBox(Texts(247), vbCritical);
         return false;
     }
+    FinishUnload();
+    return true;
+}
+
+void frmMain::FinishUnload() {
     if (DoUnloadTIcon)
         TrayIconManagement(2);
     if (!isMinimized())
@@ -538,7 +543,6 @@ bool frmMain::Form_Unload() {
     SaveConfig(ProgCfgPath);
     tmrTimer->stop();
     tmrAutobackup->stop();
-    return true;
 }
 
 frmMain::~frmMain() {

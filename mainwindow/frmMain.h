@@ -203,6 +203,8 @@ private:
     // Saving on the way out: the database, geometry and settings. False when the
     // database could not be written (the window then stays).
     bool Form_Unload();
+    // What the way out does after the database was saved (or kept in a sealed copy).
+    void FinishUnload();
     int SettleSave(int Result);
     int SaveWithFileKey();
     void ShowFileTakenIn(const QString& Message);

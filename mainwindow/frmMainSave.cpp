@@ -219,27 +219,38 @@ void frmMain::RebuildTreeKeepingState() {
 }
 
 void frmMain::CloseDialogs() {
-    // A dialog closed this way answers No or Cancel.
-    for (QWidget* w : QApplication::topLevelWidgets()) {
-        if (auto* d = qobject_cast<QDialog*>(w); d && d->isVisible())
-            d->done(QDialog::Rejected);
-    }
+    // A dialog closed this way answers No or Cancel; the code behind it asks nothing more
+    // until every closed dialog has returned.
+    CloseModals(false);
 }
 
 void frmMain::EndSession(int Signal) {
     TRACE_PROC("frmMain.EndSession", Signal);
     if (m_ending) {
-        // Asked to end again while the first attempt could not save: the changes stay
-        // unsaved, the old file whole.
+        // Asked to end again while the first attempt could neither save nor keep a copy:
+        // the changes stay unsaved, the old file whole.
         DbgPrint(QStringLiteral("End of session: ended without saving"));
         QCoreApplication::exit(1);
         return;
     }
     m_ending = true;
-    CloseDialogs();
+    // Every question closes, declined, and no new one opens: the session is ending.
+    CloseModals(true);
     // As Exit does, without its question.
     CloseConfirmed = true;
-    if (Form_Unload()) {
+    bool ended = Form_Unload();
+    if (!ended) {
+        // Not saved (the password changed elsewhere, a full disk): what is open goes into a
+        // sealed copy that the window offers when this user opens next.
+        bool unsaved = false;
+        const QString copy = UsSession().KeepUnsavedCopy(&unsaved);
+        ended = !copy.isEmpty() || !unsaved;
+        if (ended) {
+            UsSession().DropKept();
+            FinishUnload();
+        }
+    }
+    if (ended) {
         m_unloaded = true;
         close();
         // Every event loop ends, the main one too, even one that has not started yet
@@ -250,6 +261,8 @@ void frmMain::EndSession(int Signal) {
         QCoreApplication::exit(0);
         return;
     }
+    // Nothing could be written anywhere: the window stays with the changes open.
+    ReopenModals();
     CloseConfirmed = false;
     m_ending = false;
 }

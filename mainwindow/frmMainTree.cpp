@@ -240,6 +240,15 @@ void frmMain::trvDatabase_Click() {
     } else {
         txtValue->clear();
         m_curRecord = 0;
+        // A folder shows its description, when it has one (notes brought in by an import).
+        const int rec = root || tbl <= 0 ? 0 : RowOf(id);
+        const QString desc =
+            rec > 0 ? CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Description")) : QString();
+        if (!desc.isEmpty()) {
+            AddColoredTxt(GetTblTrueCapText(QStringLiteral("Description")) + QStringLiteral(":\r\n"),
+                          0xFF6400, 4);
+            AddColoredTxt(desc + QStringLiteral("\r\n"), 0, 0);
+        }
         btnDelRec->setEnabled(false);
         btnDelFolder->setEnabled(true);
         btnAddFolder->setEnabled(true);

@@ -17,6 +17,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -28,6 +29,11 @@ frmEditFolder::frmEditFolder(QWidget* Parent, const QString& RecordID) : QDialog
     txtTitle->setObjectName(QStringLiteral("txtTitle"));
     lblTitleCap->setBuddy(txtTitle);
     Look = new LookControls(this);
+    lblDescCap = new QLabel;
+    txtDesc = new QPlainTextEdit;
+    txtDesc->setObjectName(QStringLiteral("txtDesc"));
+    txtDesc->setTabChangesFocus(true);
+    lblDescCap->setBuddy(txtDesc);
     cmdSaveChanges = new QPushButton;
     cmdSaveChanges->setObjectName(QStringLiteral("cmdSaveChanges"));
     cmdSaveChanges->setDefault(true);
@@ -38,13 +44,15 @@ frmEditFolder::frmEditFolder(QWidget* Parent, const QString& RecordID) : QDialog
     grid->addWidget(lblTitleCap, 0, 0);
     grid->addWidget(txtTitle, 0, 1);
     Look->AddTo(grid, 1, 1);
+    grid->addWidget(lblDescCap, 2, 0, Qt::AlignTop);
+    grid->addWidget(txtDesc, 2, 1);
     grid->setColumnStretch(1, 1);
+    grid->setRowStretch(2, 1);
     auto* buttons = DialogButtonRow({cmdSaveChanges, cmdCancel});
     auto* lay = new QVBoxLayout(this);
-    lay->addLayout(grid);
-    lay->addStretch(1);
+    lay->addLayout(grid, 1);
     lay->addLayout(buttons);
-    resize(520, 220);
+    resize(520, 340);
 
     connect(cmdSaveChanges, &QPushButton::clicked, this, &frmEditFolder::cmdSaveChanges_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);
@@ -61,12 +69,14 @@ void frmEditFolder::DoConfig() {
         return;
     Look->LoadFromDb(*CurUsDB, tbl, rec);
     txtTitle->setText(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Title")));
+    txtDesc->setPlainText(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Description")));
 }
 
 void frmEditFolder::ShowFormLang() {
     TRACE_PROC("frmEditFolder.ShowFormLang");
     setWindowTitle(Texts(201));
     lblTitleCap->setText(Texts(202));
+    lblDescCap->setText(Texts(205));
     Look->ShowFormLang();
     cmdSaveChanges->setText(Texts(216));
     cmdCancel->setText(Texts(217));
@@ -79,6 +89,7 @@ void frmEditFolder::cmdSaveChanges_Click() {
     if (rec > 0) {
         CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Title"), txtTitle->text());
         Look->WriteToRow(*CurUsDB, tbl, rec);
+        CurUsDB->SetTblFldValNm(tbl, rec, QStringLiteral("Description"), txtDesc->toPlainText());
         if (IRecordView* view = RecordView())
             view->RefreshRowNode(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("IndNum")));
     }

@@ -4,10 +4,11 @@
 
 class QLabel;
 class QLineEdit;
+class QPlainTextEdit;
 class QPushButton;
 class LookControls;
 
-// A folder's title, icon, colour and bold mark.
+// A folder's title, icon, colour, bold mark and description.
 class frmEditFolder : public QDialog {
     Q_OBJECT
 public:
@@ -19,6 +20,8 @@ public:
     QLabel* lblTitleCap;
     QLineEdit* txtTitle;
     LookControls* Look;
+    QLabel* lblDescCap;
+    QPlainTextEdit* txtDesc;
     QPushButton *cmdSaveChanges, *cmdCancel;
 
 public slots:

@@ -1,5 +1,6 @@
 #include "storage/FileSeal.h"
 
+#include "app/SecureMemory.h"
 #include "diagnostics/Trace.h"
 
 #include <sodium.h>
@@ -71,10 +72,13 @@ constexpr int kHdrPasses = 4, kHdrMem = 8, kHdrSalt = 12, kHdrNonce = 28;
 
 KeyCache::KeyCache() {
     TRACE_PROC("TableEngine.KeyCache");
+    // The derived key never reaches swap.
+    LockSecret(this, sizeof *this);
     Clear();
 }
 KeyCache::~KeyCache() {
     Clear();
+    UnlockSecret(this);
 }
 
 // Runs from the destructor, also when a global database goes away after the trace stack

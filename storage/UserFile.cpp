@@ -1,6 +1,7 @@
 #include "storage/UserFile.h"
 
 #include "app/CheckedWrite.h"
+#include "app/SecureMemory.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
 #include "storage/FileSeal.h"
@@ -19,8 +20,10 @@
 namespace {
 
 void wipeText(QString& Text) {
-    if (!Text.isEmpty() && Text.isDetached())
+    if (!Text.isEmpty() && Text.isDetached()) {
         sodium_memzero(Text.data(), static_cast<std::size_t>(Text.size()) * sizeof(QChar));
+        UnlockSecret(Text.constData());
+    }
     Text.clear();
 }
 
@@ -68,7 +71,9 @@ void logMerge(const clsMergeCounts& c) {
 
 } // namespace
 
-clsUserFile::clsUserFile(const QString& Path, const QString& Key) : m_path(Path), m_key(Key), m_lock(Path) {}
+clsUserFile::clsUserFile(const QString& Path, const QString& Key) : m_path(Path), m_key(Key), m_lock(Path) {
+    LockSecretText(m_key);
+}
 
 clsUserFile::~clsUserFile() {
     wipeText(m_key);
@@ -79,6 +84,7 @@ void clsUserFile::adoptKey(const QString& Key) {
         return;
     wipeText(m_key);
     m_key = Key;
+    LockSecretText(m_key);
 }
 
 int clsUserFile::Read(const QString& Path, const QString& Key, DatabaseRecord& Out, clsFileIdentity& Id,

@@ -5,6 +5,7 @@
 
 #include "app/MemoryFile.h"
 #include "app/ProgConfig.h"
+#include "app/SecureMemory.h"
 #include "app/modMain.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/ErrorTrap.h"
@@ -72,8 +73,10 @@ void CreateProgramObjects() {
 
 void WipeString(QString& Text) {
     TRACE_PROC("modMain.WipeString", HIDDEN(Text));
-    if (!Text.isEmpty() && Text.isDetached())
+    if (!Text.isEmpty() && Text.isDetached()) {
         sodium_memzero(Text.data(), static_cast<std::size_t>(Text.size()) * sizeof(QChar));
+        UnlockSecret(Text.constData());
+    }
     Text.clear();
 }
 

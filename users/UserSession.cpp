@@ -1,9 +1,11 @@
 #include "users/UserSession.h"
 
 #include "users/IUserView.h"
+#include "users/UnsavedCopy.h"
 #include "users/UserAccounts.h"
 
 #include "app/ProgConfig.h"
+#include "app/SecureMemory.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
 #include "storage/Md5.h"
@@ -54,6 +56,7 @@ int clsUserSession::Open(const QString& UsName, const QString& UsPasw) {
         return r == tbeBadKey ? fulWrongPassword : fulFailed;
     m_kept.reset();
     CurUsPasw = UsPasw;
+    LockSecretText(CurUsPasw);
     CurUsDBPath = path;
     CurUsDB->SetPath(CurUsDBPath);
     CurUser = UsName;
@@ -95,6 +98,7 @@ int clsUserSession::SaveWithPassword(const QString& Typed) {
     if (r == usSaved || r == usMerged) {
         WipeString(CurUsPasw);
         CurUsPasw = HashString(Typed);
+        LockSecretText(CurUsPasw);
     }
     return r;
 }
@@ -108,6 +112,7 @@ int clsUserSession::ChangeKey(const QString& NewPasw) {
     TRACE_PROC("clsUserSession.ChangeKey", HIDDEN(NewPasw));
     QString old = CurUsPasw;
     CurUsPasw = HashString(NewPasw);
+    LockSecretText(CurUsPasw);
     const int r = SaveUsDBRekeyed(CurUsDB, GetTruePasw(old), GetTruePasw(CurUsPasw));
     if (r < 0)
         std::swap(CurUsPasw, old);
@@ -144,6 +149,15 @@ int clsUserSession::SaveKept() {
     return r;
 }
 
+QString clsUserSession::KeepUnsavedCopy(bool* Unsaved) {
+    TRACE_PROC("clsUserSession.KeepUnsavedCopy");
+    const clsDatabasePtr& db = m_kept ? m_kept : CurUsDB;
+    const bool unsaved = db && !db->Name().isEmpty() && (db == m_kept || db->HasUnsavedChanges());
+    if (Unsaved)
+        *Unsaved = unsaved;
+    return unsaved ? WriteUnsavedCopy(*db, GetTruePasw(CurUsPasw)) : QString();
+}
+
 void clsUserSession::Unload() {
     TRACE_PROC("modMain.UnloadUser");
     CurUsDB = std::make_shared<clsDatabase>();
@@ -160,6 +174,7 @@ void clsUserSession::Reinstate(const QString& UsName, const QString& UsPasw, con
     TRACE_PROC("modMain.ReinstateUser", UsName, HIDDEN(UsPasw));
     CurUsDB = DB;
     CurUsPasw = UsPasw;
+    LockSecretText(CurUsPasw);
     CurUsDBPath = UsDBFilePath(UsName);
     CurUser = UsName;
     saveLastUser(UsName);

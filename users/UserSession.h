@@ -49,6 +49,10 @@ public:
     int SaveKept();
     // Forgets the kept database (the user chose to close without it).
     void DropKept() { m_kept.reset(); }
+    // The program must end and what is open (or kept by a lock) cannot be saved: it goes
+    // into a sealed copy (users/UnsavedCopy.h) with the key in memory. The copy's path,
+    // or an empty text when there was nothing unsaved or no copy could be written.
+    QString KeepUnsavedCopy(bool* Unsaved = nullptr);
 
     // Back to no user, without saving.
     void Unload();

@@ -9,6 +9,7 @@
 #include "storage/TableEngine.h"
 #include "users/UserAccounts.h"
 #include "users/UserSession.h"
+#include "users/guiUnsavedCopy.h"
 
 namespace {
 SaveFirstHandler& saveFirst() {
@@ -49,5 +50,7 @@ int OpenUser(QWidget* Owner, const QString& UsName, const QString& UsPasw) {
             ShowModal(dlg);
         }
     }
+    if (r == fulLoaded)
+        OfferUnsavedCopy(Owner, UsName);
     return r;
 }

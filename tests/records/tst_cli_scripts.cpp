@@ -80,7 +80,7 @@ private slots:
         QCOMPARE(rows[1][4], QStringLiteral("maxim"));
         QCOMPARE(rows[1][5].size(), 24);
 
-        // A folder has only a title; nothing else may be asked of it.
+        // A folder has only a title and a description; nothing else may be asked of it.
         QCOMPARE(cli.as(kPw, {"edit", "anna", "1", "--login", "x"}).code, 7);
         QCOMPARE(cli.as(kPw, {"edit", "anna", "2", "--generate", "8", "--ask-password"}).code, 2);
         QCOMPARE(rowsOf(cli), rows);
