@@ -68,10 +68,6 @@ void ReopenModals() {
     g_refuseUntilUnwound = false;
 }
 
-int OpenModalCount() {
-    return static_cast<int>(openModals().size());
-}
-
 ArgentApplication::ArgentApplication(int& argc, char** argv) : QApplication(argc, argv) {
     setApplicationName(QStringLiteral("ArgentPasswordMngr"));
     // The menu entry's name: a Wayland compositor matches the window to it (icon, name).

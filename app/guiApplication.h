@@ -36,7 +36,6 @@ void CloseModals(bool Forever);
 bool ModalsRefused();
 // Lifts the refusal (an end that could not be completed).
 void ReopenModals();
-int OpenModalCount();
 
 class QHBoxLayout;
 class QPushButton;

@@ -9,6 +9,7 @@
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -25,10 +26,9 @@ QStringList UnsavedCopyPlaces(const QString& UsName) {
     const QString file = UsDBFilePath(UsName);
     QStringList places{file + kCopySuffix};
     // The per-user folder; a portable copy keeps its settings, and this, beside the program.
-    const bool portable =
-        !ProgCfgPath.isEmpty() && QFileInfo(ProgCfgPath).absolutePath() ==
-                                      QFileInfo(Pt(AppPath()) + QStringLiteral("x")).absolutePath();
-    const QString folder = portable ? QFileInfo(ProgCfgPath).absolutePath() : UserFolderPath();
+    const QString cfgFolder = QFileInfo(ProgCfgPath).absolutePath();
+    const bool portable = !ProgCfgPath.isEmpty() && cfgFolder == QDir(AppPath()).absolutePath();
+    const QString folder = portable ? cfgFolder : UserFolderPath();
     const QString own = Pt(folder) + QFileInfo(file).fileName() + kCopySuffix;
     if (!folder.isEmpty() && QFileInfo(own).absoluteFilePath() != QFileInfo(places[0]).absoluteFilePath())
         places.append(own);
