@@ -34,6 +34,12 @@ void renameCopy(const QString& From, const QString& To) {
 }
 } // namespace
 
+void CheckBackupFolder() {
+    const QString why = FolderWriteProblem(Pt(ProgConfig[kCfgDBPath]) + QStringLiteral("Backup"));
+    if (!why.isEmpty())
+        RaiseError(vbErrPathFileAccess, why);
+}
+
 QString BackupCopyPath(const QString& Name, int k) {
     return Pt(ProgConfig[kCfgDBPath]) + QStringLiteral("Backup/") + Name + u'_' + QString::number(k) +
            QStringLiteral(".bdb.BACKUP");
@@ -53,6 +59,8 @@ QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
     TRACE_LOCAL(name);
     const int n = BackupCopiesNumber();
     TRACE_LOCAL(n);
+    // Before the copies move: a Backup folder that is not the user's own is left alone.
+    CheckBackupFolder();
 
     // The highest copy on disk, searched from N down; a gap below it is not noticed. For
     // N <= 0 the search ends at once with N: the set counts as full.
@@ -72,7 +80,7 @@ QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
 
     const QString folder = Pt(ProgConfig[kCfgDBPath]) + QStringLiteral("Backup");
     TRACE_LOCAL(folder);
-    if (!FileExist(folder))
+    if (!EntryExists(folder))
         MakeFolder(folder, kPrivateDirPerms);
 
     // A database used within the last hour (with the design interval) is saved first, so
