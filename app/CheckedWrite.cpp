@@ -14,6 +14,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,6 +29,17 @@ QString sysError(int Err) {
 
 bool trustedOwner(uid_t Uid) {
     return Uid == getuid() || Uid == 0;
+}
+
+// The user's private group (the primary group named after the user, with no other
+// members, as many systems give every user): group rights there are the user's alone.
+bool ownPrivateGroup(gid_t Gid) {
+    if (Gid != getgid())
+        return false;
+    const passwd* pw = ::getpwuid(getuid());
+    const QByteArray user = pw ? QByteArray(pw->pw_name) : QByteArray();
+    const group* gr = ::getgrgid(Gid);
+    return gr && !user.isEmpty() && user == gr->gr_name && (!gr->gr_mem || !gr->gr_mem[0]);
 }
 
 // Path with the links of this user's own at its name followed (a link of someone else's
@@ -97,7 +110,9 @@ QString FolderFdProblem(int DirFd, const QString& Shown) {
                               "folders of its user's own")
             .arg(Shown)
             .arg(st.st_uid);
-    if ((st.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (st.st_mode & S_ISVTX) == 0)
+    const bool othersWrite =
+        (st.st_mode & S_IWOTH) != 0 || ((st.st_mode & S_IWGRP) != 0 && !ownPrivateGroup(st.st_gid));
+    if (othersWrite && (st.st_mode & S_ISVTX) == 0)
         return QStringLiteral("the folder %1 can be written by other users (mode %2); make it yours alone "
                               "(chmod go-w) or choose another folder")
             .arg(Shown)

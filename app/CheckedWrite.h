@@ -68,7 +68,8 @@ bool WriteFileChecked(const QString& Path, const QByteArray& Data,
 
 // Why the program must not write into Folder, naming it; empty when it may. A folder is
 // trusted when it belongs to this user or to root and nobody else can write in it (or only
-// with the sticky bit, as /tmp), and when a link at its name is this user's or root's own.
+// with the sticky bit, as /tmp; group rights of the user's own private group count as the
+// user's), and when a link at its name is this user's or root's own.
 // The checks are made on the opened folder, not on its name. A missing folder is no problem
 // here (nothing can be written there anyway).
 QString FolderWriteProblem(const QString& Folder);

@@ -75,12 +75,12 @@ QString ownerAndMode(const QString& path) {
 
 // A folder of the test's tree; the tree is open to the other user (they need to reach
 // their folders in it), each folder as given.
-QString folder(const TestEnv& env, const QString& name, int mode, uid_t owner = 0) {
+QString folder(const TestEnv& env, const QString& name, int mode, uid_t owner = 0, gid_t group = 0) {
     chmod(QFile::encodeName(env.root()).constData(), 0755);
     const QString path = env.root() + "/" + name;
     QDir().mkpath(path);
     chmod(QFile::encodeName(path).constData(), mode);
-    chown(QFile::encodeName(path).constData(), owner, owner);
+    chown(QFile::encodeName(path).constData(), owner, owner ? owner : group);
     return path;
 }
 
@@ -139,16 +139,18 @@ private slots:
     void foldersOthersControlAreRefused_data() {
         QTest::addColumn<int>("mode");
         QTest::addColumn<int>("owner");
-        QTest::newRow("another user's") << 0755 << int(kOther);
-        QTest::newRow("open to all, not sticky") << 0777 << 0;
-        QTest::newRow("open to the group") << 0775 << 0;
+        QTest::addColumn<int>("group");
+        QTest::newRow("another user's") << 0755 << int(kOther) << int(kOther);
+        QTest::newRow("open to all, not sticky") << 0777 << 0 << 0;
+        QTest::newRow("open to a group of others") << 0775 << 0 << int(kOther);
     }
     void foldersOthersControlAreRefused() {
         QFETCH(int, mode);
         QFETCH(int, owner);
+        QFETCH(int, group);
         TestEnv env;
         Argentpm cli(env);
-        const QString dbs = folder(env, "dbs", mode, owner);
+        const QString dbs = folder(env, "dbs", mode, owner, group);
         Run r = cli(dbs, {"add-user", "anna", "--password-stdin"}, kPw);
         QCOMPARE(r.code, 7);
         QVERIFY2(r.err.contains("the folder " + dbs), qPrintable(r.err));
