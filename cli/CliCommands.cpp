@@ -43,29 +43,38 @@ int CmdUsers(const CliOptions& Opt, const QStringList& Args) {
     return cliOk;
 }
 
-int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
-    TRACE_PROC("modCli.CmdAddUser", Args);
-    const QString name = Args[0];
-    switch (CheckUserName(name)) {
+namespace {
+// A name no user can have is said plainly, and is exit status 7.
+int refuseUserName(const QString& Name) {
+    switch (CheckUserName(Name)) {
     case unpNone:
-        break;
+        return cliOk;
     case unpControlChar:
         say(QStringLiteral("%1 cannot be a user name: it holds a line break or another control character")
-                .arg(quoted(name)));
-        return cliRefused;
+                .arg(quoted(Name)));
+        break;
     case unpTooLong:
         say(QStringLiteral("that name cannot be a user name: it becomes a file name, so it can be at most %1 "
                            "bytes long (as UTF-8), and it is %2")
                 .arg(MaxUserNameBytes())
-                .arg(name.toUtf8().size()));
-        return cliRefused;
+                .arg(Name.toUtf8().size()));
+        break;
     default:
         say(QStringLiteral(
                 "%1 cannot be a user name: it becomes a file name, so it must not be empty, \".\" or "
                 "\"..\", or hold \"/\"")
-                .arg(quoted(name)));
-        return cliRefused;
+                .arg(quoted(Name)));
+        break;
     }
+    return cliRefused;
+}
+} // namespace
+
+int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdAddUser", Args);
+    const QString name = Args[0];
+    if (int rc = refuseUserName(name))
+        return rc;
     const QString path = UsDBFilePath(name);
     TRACE_LOCAL(path);
     // The databases folder must be the user's own: a file planted there could be read as
@@ -83,9 +92,9 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
     if (int rc = askNewSecret(Opt, pasw))
         return rc;
     reportStrength(pasw, name);
-    if (!EntryExists(ProgConfig[kCfgDBPath])) {
-        QDir().mkpath(QFileInfo(ProgConfig[kCfgDBPath]).absolutePath());
-        MakeFolderNoFollow(ProgConfig[kCfgDBPath], QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    if (const QString db = QDir::cleanPath(ProgConfig[kCfgDBPath]); !EntryExists(db)) {
+        QDir().mkpath(QFileInfo(db).absolutePath());
+        MakeFolderNoFollow(db, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
     // Two programs adding the same user take turns; the second finds the first's file.
     if (int rc = lockUser(name)) {
