@@ -1,5 +1,6 @@
 #include "maintenance/Autobackup.h"
 
+#include "app/MsgBox.h"
 #include "app/ProgConfig.h"
 #include "app/VbConv.h"
 #include "app/modMain.h"
@@ -16,6 +17,7 @@
 
 #include <climits>
 #include <cstdio>
+#include <utility>
 
 int AutobackupTickCount = 0;
 
@@ -121,6 +123,16 @@ bool AutobackupTick(int& TickCount, const clsDatabasePtr& db, int TimerInterval)
     TickCount = v + 1;
     if (v % 60 != 0)
         return false;
+    // A Backup folder someone else controls is no reason to end the program: the copy is
+    // left out, and said once.
+    const QString why = FolderWriteProblem(Pt(ProgConfig[kCfgDBPath]) + QStringLiteral("Backup"));
+    if (!why.isEmpty()) {
+        static bool told = false;
+        DbgPrint(QStringLiteral("No backup copy: ") + why);
+        if (!std::exchange(told, true))
+            MsgBox(QStringLiteral("No backup copy was made: ") + why + u'.', vbExclamation);
+        return false;
+    }
     DoAutobackup(db, TimerInterval);
     return true;
 }
