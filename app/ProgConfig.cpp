@@ -12,6 +12,11 @@
 #include <QDir>
 #include <QFile>
 
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 StrMass ProgConfig;
 QString ProgCfgPath;
 
@@ -99,10 +104,15 @@ int CreateConfig(const QString& UsFoldPath, const QString& CfgPath) {
     LoadConfig(Pt(AppPath()) + QStringLiteral("start.dat"), ProgConfig);
     const QString dbFolder = Pt(UsFoldPath) + QStringLiteral("DataBases");
     TRACE_LOCAL(dbFolder);
-    if (!FileExist(dbFolder)) {
-        QDir().mkpath(dbFolder);
-        QFile::setPermissions(dbFolder, kPrivateDir);
-    }
+    if (!FileExist(dbFolder))
+        MakeFolderNoFollow(dbFolder, kPrivateDir);
+    // The sample goes in before the settings: a program that finds the settings finds a
+    // whole first run.
+    const QString sample = Pt(AppPath()) + QStringLiteral("SampleUser.bdb");
+    QByteArray bytes;
+    if (FileExist(sample) && !EntryExists(Pt(dbFolder) + QStringLiteral("SampleUser.bdb")) &&
+        ReadWholeFile(sample, bytes))
+        WriteFileChecked(Pt(dbFolder) + QStringLiteral("SampleUser.bdb"), bytes, kPrivateFile);
     ProgConfig[kCfgDBPath] = dbFolder;
     // The running program saves into DataBases/config.dat during this first run; the
     // next start reads CfgPath.
@@ -110,6 +120,32 @@ int CreateConfig(const QString& UsFoldPath, const QString& CfgPath) {
     SaveConfig(CfgPath);
     return 0;
 }
+
+namespace {
+// Held while a first run sets up the per-user folder: programs starting at the same moment
+// (argentpm beside the window, or several of them) wait here and then find the folder
+// whole. The lock is on the folder that holds the per-user folder, so it is there before
+// the per-user folder is.
+class FirstRunLock {
+public:
+    explicit FirstRunLock(const QString& Parent) {
+        QDir().mkpath(Parent);
+        m_fd = ::open(QFile::encodeName(Parent).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (m_fd >= 0)
+            while (::flock(m_fd, LOCK_EX) != 0 && errno == EINTR) {
+            }
+    }
+    ~FirstRunLock() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    FirstRunLock(const FirstRunLock&) = delete;
+    FirstRunLock& operator=(const FirstRunLock&) = delete;
+
+private:
+    int m_fd = -1;
+};
+} // namespace
 
 void ChooseConfiguration() {
     TRACE_PROC("modMain.ChooseConfiguration");
@@ -123,16 +159,19 @@ void ChooseConfiguration() {
     }
     const QString usFolder = UserFolderPath();
     TRACE_LOCAL(usFolder);
-    if (!FileExist(usFolder)) {
-        QDir().mkpath(usFolder);
-        QFile::setPermissions(usFolder, kPrivateDir);
-        CreateConfig(usFolder, Pt(usFolder) + QStringLiteral("config.dat"));
-        const QString sample = Pt(AppPath()) + QStringLiteral("SampleUser.bdb");
-        const QString target = Pt(usFolder) + QStringLiteral("DataBases/SampleUser.bdb");
-        if (FileExist(sample) && QFile::copy(sample, target))
-            QFile::setPermissions(target, kPrivateFile);
-    } else if (FileExist(Pt(usFolder) + QStringLiteral("config.dat"))) {
-        ProgCfgPath = Pt(usFolder) + QStringLiteral("config.dat");
+    const QString cfg = Pt(usFolder) + QStringLiteral("config.dat");
+    if (!FileExist(cfg)) {
+        // The settings file appears whole (it is renamed into place) and last, so only a
+        // program that finds none has to wait for a first run that may be under way.
+        FirstRunLock lock(AppDataFolder());
+        if (!EntryExists(usFolder)) {
+            MakeFolderNoFollow(usFolder, kPrivateDir);
+            CreateConfig(usFolder, cfg);
+            return;
+        }
+    }
+    if (FileExist(cfg)) {
+        ProgCfgPath = cfg;
         LoadConfig(ProgCfgPath, ProgConfig);
     }
     // An existing per-user folder without config.dat loads nothing: the language

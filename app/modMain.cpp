@@ -18,6 +18,7 @@
 #include <QLockFile>
 #include <QStandardPaths>
 
+#include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -37,11 +38,23 @@ const bool g_registered = [] {
     return true;
 }();
 
-bool makePrivateDir(const QString& path) {
-    if (!QDir().mkpath(path))
+// Makes path a private folder of this user's, or finds it one already: mode 0700 for a
+// new folder; an existing one must be a real folder (a link is never followed) that
+// belongs to this user, and its mode is narrowed on the opened folder itself, so that a
+// link put in its place between the checks changes nothing anywhere else.
+bool ensurePrivateDir(const QString& path) {
+    const QByteArray enc = QFile::encodeName(path);
+    if (::mkdir(enc.constData(), 0700) != 0 && errno != EEXIST)
         return false;
-    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    return true;
+    const int fd = ::open(enc.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    struct stat st {};
+    bool ok = ::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == getuid();
+    if (ok && (st.st_mode & 07777) != 0700)
+        ok = ::fchmod(fd, 0700) == 0;
+    ::close(fd);
+    return ok;
 }
 
 // A real directory (no link) owned by this user with mode 0700.
@@ -58,8 +71,7 @@ bool isPrivateDir(const QString& path) {
 // kept for the run while it stays private.
 QString privateFolder(const QString& Base, const QString& Name, QString& Fresh) {
     const QString dir = Pt(Base) + Name;
-    makePrivateDir(dir);
-    if (isPrivateDir(dir))
+    if (ensurePrivateDir(dir))
         return Pt(dir);
     if (Fresh.isEmpty() || !Fresh.startsWith(Pt(Base)) || !isPrivateDir(Fresh)) {
         Fresh.clear();

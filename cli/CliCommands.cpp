@@ -6,6 +6,7 @@
 #include "cli/CliScript.h"
 #include "cli/CliTerminal.h"
 
+#include "app/CheckedWrite.h"
 #include "app/ProgConfig.h"
 #include "app/modMain.h"
 #include "diagnostics/ErrorTrap.h"
@@ -42,19 +43,48 @@ int CmdUsers(const CliOptions& Opt, const QStringList& Args) {
     return cliOk;
 }
 
-int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
-    TRACE_PROC("modCli.CmdAddUser", Args);
-    const QString name = Args[0];
-    if (!IsValidUserName(name)) {
+namespace {
+// A name no user can have is said plainly, and is exit status 7.
+int refuseUserName(const QString& Name) {
+    switch (CheckUserName(Name)) {
+    case unpNone:
+        return cliOk;
+    case unpControlChar:
+        say(QStringLiteral("%1 cannot be a user name: it holds a line break or another control character")
+                .arg(quoted(Name)));
+        break;
+    case unpTooLong:
+        say(QStringLiteral("that name cannot be a user name: it becomes a file name, so it can be at most %1 "
+                           "bytes long (as UTF-8), and it is %2")
+                .arg(MaxUserNameBytes())
+                .arg(Name.toUtf8().size()));
+        break;
+    default:
         say(QStringLiteral(
                 "%1 cannot be a user name: it becomes a file name, so it must not be empty, \".\" or "
                 "\"..\", or hold \"/\"")
-                .arg(quoted(name)));
-        return cliRefused;
+                .arg(quoted(Name)));
+        break;
     }
+    return cliRefused;
+}
+} // namespace
+
+int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
+    TRACE_PROC("modCli.CmdAddUser", Args);
+    const QString name = Args[0];
+    if (int rc = refuseUserName(name))
+        return rc;
     const QString path = UsDBFilePath(name);
     TRACE_LOCAL(path);
-    if (FileExist(path)) {
+    // The databases folder must be the user's own: a file planted there could be read as
+    // the user's, and a link could send the new file anywhere.
+    if (const QString why = FolderWriteProblem(ProgConfig[kCfgDBPath]); !why.isEmpty()) {
+        say(why);
+        return cliRefused;
+    }
+    // A link left at the name, even one that leads nowhere, is a name taken.
+    if (EntryExists(path)) {
         say(QStringLiteral("user %1 exists already").arg(quoted(name)));
         return cliRefused;
     }
@@ -62,16 +92,16 @@ int CmdAddUser(const CliOptions& Opt, const QStringList& Args) {
     if (int rc = askNewSecret(Opt, pasw))
         return rc;
     reportStrength(pasw, name);
-    if (!QFileInfo(ProgConfig[kCfgDBPath]).isDir()) {
-        QDir().mkpath(ProgConfig[kCfgDBPath]);
-        QFile::setPermissions(ProgConfig[kCfgDBPath], QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    if (const QString db = QDir::cleanPath(ProgConfig[kCfgDBPath]); !EntryExists(db)) {
+        QDir().mkpath(QFileInfo(db).absolutePath());
+        MakeFolderNoFollow(db, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
     // Two programs adding the same user take turns; the second finds the first's file.
     if (int rc = lockUser(name)) {
         WipeString(pasw);
         return rc;
     }
-    if (FileExist(path)) {
+    if (EntryExists(path)) {
         WipeString(pasw);
         say(QStringLiteral("user %1 exists already").arg(quoted(name)));
         return cliRefused;

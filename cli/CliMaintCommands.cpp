@@ -6,6 +6,7 @@
 #include "cli/CliShared.h"
 #include "cli/CliTerminal.h"
 
+#include "app/CheckedWrite.h"
 #include "app/ProgConfig.h"
 #include "app/VbConv.h"
 #include "app/modMain.h"
@@ -28,6 +29,11 @@ namespace {
 
 // A copy named on the command line: a plain name in the backup folder.
 int existingCopy(const QString& Name) {
+    const QString why = FolderWriteProblem(BackupFolderPath());
+    if (!why.isEmpty()) {
+        say(why);
+        return cliRefused;
+    }
     if (Name.contains(u'/') || !Name.endsWith(QLatin1String(".bdb.BACKUP")) ||
         !QFileInfo(BackupFolderPath() + Name).isFile()) {
         say(QStringLiteral("there is no backup copy %1 in %2 (see 'argentpm backups')")

@@ -331,10 +331,17 @@ int CliPrepare(const CliOptions& Opt) {
     if (!Opt.Databases.isEmpty()) {
         ProgConfig[kCfgDBPath] = QDir(Opt.Databases).absolutePath();
     } else if (!usable) {
-        say(QStringLiteral("the settings file %1 is damaged (it holds %2 of its lines); give the databases "
-                           "folder with --databases DIR, or start ArgentPasswordMngr to set it up again")
-                .arg(ProgCfgPath)
-                .arg(ProgConfig.UBound()));
+        // No settings were read at all: the per-user folder is there without its settings file.
+        if (ProgCfgPath.isEmpty())
+            say(QStringLiteral("the settings file %1 is missing; give the databases folder with --databases "
+                               "DIR, or start ArgentPasswordMngr to set it up again")
+                    .arg(Pt(UserFolderPath()) + QStringLiteral("config.dat")));
+        else
+            say(QStringLiteral("the settings file %1 is damaged (it holds %2 of its lines); give the "
+                               "databases folder with --databases DIR, or start ArgentPasswordMngr to set "
+                               "it up again")
+                    .arg(ProgCfgPath)
+                    .arg(ProgConfig.UBound()));
         return cliBadConfig;
     }
     if (ProgConfig[kCfgDBPath].isEmpty()) {

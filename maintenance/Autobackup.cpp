@@ -1,5 +1,6 @@
 #include "maintenance/Autobackup.h"
 
+#include "app/MsgBox.h"
 #include "app/ProgConfig.h"
 #include "app/VbConv.h"
 #include "app/modMain.h"
@@ -16,6 +17,7 @@
 
 #include <climits>
 #include <cstdio>
+#include <utility>
 
 int AutobackupTickCount = 0;
 
@@ -33,6 +35,12 @@ void renameCopy(const QString& From, const QString& To) {
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + From);
 }
 } // namespace
+
+void CheckBackupFolder() {
+    const QString why = FolderWriteProblem(Pt(ProgConfig[kCfgDBPath]) + QStringLiteral("Backup"));
+    if (!why.isEmpty())
+        RaiseError(vbErrPathFileAccess, why);
+}
 
 QString BackupCopyPath(const QString& Name, int k) {
     return Pt(ProgConfig[kCfgDBPath]) + QStringLiteral("Backup/") + Name + u'_' + QString::number(k) +
@@ -53,6 +61,8 @@ QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
     TRACE_LOCAL(name);
     const int n = BackupCopiesNumber();
     TRACE_LOCAL(n);
+    // Before the copies move: a Backup folder that is not the user's own is left alone.
+    CheckBackupFolder();
 
     // The highest copy on disk, searched from N down; a gap below it is not noticed. For
     // N <= 0 the search ends at once with N: the set counts as full.
@@ -72,7 +82,7 @@ QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
 
     const QString folder = Pt(ProgConfig[kCfgDBPath]) + QStringLiteral("Backup");
     TRACE_LOCAL(folder);
-    if (!FileExist(folder))
+    if (!EntryExists(folder))
         MakeFolder(folder, kPrivateDirPerms);
 
     // A database used within the last hour (with the design interval) is saved first, so
@@ -113,6 +123,16 @@ bool AutobackupTick(int& TickCount, const clsDatabasePtr& db, int TimerInterval)
     TickCount = v + 1;
     if (v % 60 != 0)
         return false;
+    // A Backup folder someone else controls is no reason to end the program: the copy is
+    // left out, and said once.
+    const QString why = FolderWriteProblem(Pt(ProgConfig[kCfgDBPath]) + QStringLiteral("Backup"));
+    if (!why.isEmpty()) {
+        static bool told = false;
+        DbgPrint(QStringLiteral("No backup copy: ") + why);
+        if (!std::exchange(told, true))
+            MsgBox(QStringLiteral("No backup copy was made: ") + why + u'.', vbExclamation);
+        return false;
+    }
     DoAutobackup(db, TimerInterval);
     return true;
 }

@@ -25,6 +25,9 @@ extern int AutobackupTickCount;
 
 // Copy k of the database named Name: <databases folder>/Backup/<Name>_<k>.bdb.BACKUP.
 QString BackupCopyPath(const QString& Name, int k);
+// Raises error 75, naming the folder, when the Backup folder is not the user's own (a link
+// someone else planted, a folder of another user's or one others can write in).
+void CheckBackupFolder();
 // The number of copies to keep: entry 13 without its "n" prefix, as a 32-bit integer
 // (error 13 when it is no number, 6 when out of range).
 int BackupCopiesNumber();

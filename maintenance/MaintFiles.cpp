@@ -44,7 +44,6 @@ void CopyFileOver(const QString& From, const QString& To, std::optional<QFileDev
 
 void MakeFolder(const QString& Path, QFileDevice::Permissions Perms) {
     TRACE_PROC("modMain.MakeFolder", Path);
-    if (!QDir().mkdir(Path) || !QFileInfo(Path).isDir())
+    if (!MakeFolderNoFollow(Path, Perms))
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
-    QFile::setPermissions(Path, Perms);
 }

@@ -112,6 +112,10 @@ int CopyDir(const QString& from_dir, const QString& to_dir, bool PrivateData,
 int InstallToRemovableDevice(const QString& TargPath, const InstallProgress& Progress) {
     TRACE_PROC("modMain.InstallToRemovableDevice", TargPath);
     const QString targ = Pt(QFileInfo(TargPath).absoluteFilePath());
+    // Programs others could replace, or a folder of theirs filled with this user's data: no.
+    const QString why = FolderWriteProblem(targ);
+    if (!why.isEmpty())
+        RaiseError(vbErrPathFileAccess, why);
     // The programs come from their own folder, the rest from the program folder: the two
     // differ for an installed copy (bin/ and share/argentpm/).
     const QString exe = Pt(ExeFolderPath());

@@ -7,6 +7,7 @@
 #include "maintenance/MaintFiles.h"
 #include "storage/UserFileLock.h"
 #include "users/UserAccounts.h"
+#include "users/UserName.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -107,11 +108,11 @@ int RestoreBackupFile(const QString& BackupFileName) {
         return -2;
     const QString source = BackupFolderPath() + BackupFileName;
     TRACE_LOCAL(source);
-    if (!QFileInfo(source).isFile())
+    if (!QFileInfo(source).isFile() || !FolderWriteProblem(BackupFolderPath()).isEmpty())
         return -2;
     const QString user = BackupUserFromItem(BackupFileName);
     TRACE_LOCAL(user);
-    if (user.isEmpty() || user == BackupFileName)
+    if (user.isEmpty() || user == BackupFileName || !IsValidUserName(user))
         return -3;
     // Deleting the old file and copying the backup is one replacement: until the copy
     // is complete on disk the old file stays. Not while another program writes the file.
@@ -164,7 +165,7 @@ int DeleteBackup(const QString& ItemText) {
         return -2;
     const QString path = BackupFolderPath() + file;
     TRACE_LOCAL(path);
-    if (!QFileInfo(path).isFile())
+    if (!QFileInfo(path).isFile() || !FolderWriteProblem(BackupFolderPath()).isEmpty())
         return -2;
     TrueKill(path);
     return 1;

@@ -4,6 +4,7 @@
 #include "mainwindow/frmMain.h"
 #include "mainwindow/guiTreeModel.h"
 
+#include "app/CheckedWrite.h"
 #include "app/MsgBox.h"
 #include "app/guiApplication.h"
 #include "app/modLang.h"
@@ -75,6 +76,10 @@ void frmMain::mnuToolsFlash_Click() {
     QString target;
     if (!dlgBrowseFolder(this, target, QStringLiteral("Choose removable device"), true, true))
         return;
+    if (const QString why = FolderWriteProblem(target); !why.isEmpty()) {
+        MsgBox(why, vbExclamation);
+        return;
+    }
     // Copying a large databases folder takes a while: show how far it has got.
     QProgressDialog progress(this);
     progress.setObjectName(QStringLiteral("dlgFlashProgress"));

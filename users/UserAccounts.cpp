@@ -3,6 +3,7 @@
 #include "users/IUserView.h"
 #include "users/UserSession.h"
 
+#include "app/CheckedWrite.h"
 #include "app/MemoryFile.h"
 #include "app/ProgConfig.h"
 #include "app/SecureMemory.h"
@@ -13,6 +14,7 @@
 #include "diagnostics/Trace.h"
 #include "storage/Md5.h"
 #include "storage/TableFile.h"
+#include "users/UserName.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -22,6 +24,7 @@
 #include <sodium.h>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 QString CurUser;
@@ -111,7 +114,8 @@ void TrueKill(const QString& FilePath) {
         return;
     if (fi.isDir() && !fi.isSymLink())
         RaiseError(vbErrPermission, QStringLiteral("Permission denied: ") + FilePath);
-    QFile::setPermissions(FilePath, QFile::ReadOwner | QFile::WriteOwner);
+    // Never through a link: a link is removed itself, whatever it leads to stays as it is.
+    ::fchmodat(AT_FDCWD, QFile::encodeName(FilePath).constData(), 0600, AT_SYMLINK_NOFOLLOW);
     if (!QFile::remove(FilePath) && QFileInfo::exists(FilePath))
         RaiseError(vbErrPermission, QStringLiteral("Permission denied: ") + FilePath);
 }
@@ -132,6 +136,10 @@ void FindUsers(const QString& FPath, StrMass& pUsers) {
         if (name == QLatin1String(".") || name == QLatin1String(".."))
             continue;
         if (!name.endsWith(QLatin1String(".bdb"), Qt::CaseSensitive))
+            continue;
+        // A name no user can have (a line break in it, brought in with a copied folder) is
+        // no user's file: listed, it would end up in the line-based settings.
+        if (CheckUserName(name.left(name.size() - 4)) == unpControlChar)
             continue;
         // A folder named like a user is not one; anything else counts as a file, even
         // an entry whose state cannot be read.
@@ -154,6 +162,8 @@ QString GetTruePasw(const QString& InPasw) {
 
 void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
     TRACE_PROC("modMain.AddUser", Path, Name, HIDDEN(Pasw));
+    if (const QString why = FolderWriteProblem(QFileInfo(Path).absolutePath()); !why.isEmpty())
+        RaiseError(vbErrPathFileAccess, why);
     // The template is read and protected in memory; the user's path receives only the
     // finished, enciphered file.
     QByteArray tpl = NewUserTemplate();

@@ -1,6 +1,8 @@
 #include "users/frmAddUser.h"
 
+#include "app/CheckedWrite.h"
 #include "app/MsgBox.h"
+#include "app/ProgConfig.h"
 #include "app/guiApplication.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
@@ -96,8 +98,8 @@ void frmAddUser::cmdAddUser_Click() {
         return;
     }
     // The name becomes a file name in the databases folder: nothing that leaves it.
-    if (!IsValidUserName(name)) {
-        MsgBox(Texts(304), vbCritical);
+    if (const UserNameProblem p = CheckUserName(name); p != unpNone) {
+        MsgBox(UserNameProblemText(p), vbCritical);
         return;
     }
     if (txtPasw->text() != txtConfirm->text()) {
@@ -105,7 +107,11 @@ void frmAddUser::cmdAddUser_Click() {
         return;
     }
     const QString path = UsDBFilePath(name);
-    if (QFile::exists(path)) {
+    if (const QString why = FolderWriteProblem(ProgConfig[kCfgDBPath]); !why.isEmpty()) {
+        MsgBox(why, vbCritical);
+        return;
+    }
+    if (EntryExists(path)) {
         MsgBox(Texts(3), vbCritical);
         return;
     }

@@ -1,3 +1,4 @@
+#include "app/MsgBox.h"
 #include "app/VbConv.h"
 #include "app/modTimer.h"
 #include "tests/common/TestMain.h"
@@ -6,6 +7,7 @@
 #include <QTest>
 
 #include <climits>
+#include <unistd.h>
 
 namespace {
 
@@ -117,6 +119,32 @@ private slots:
         QCOMPARE(ticks, 121);
         QCOMPARE(made, 3); // ticks 0, 60 and 120
         QCOMPARE(copiesOnDisk().size(), 3);
+    }
+
+    // A Backup folder that is another user's link: no copy is made, moved or deleted
+    // there; the timer says so and the program goes on, a backup asked for fails.
+    void foreignBackupFolderIsLeftAlone() {
+        TestEnv env;
+        openAnna();
+        const QString theirs = env.root() + "/theirs", backup = ProgConfig[5] + "/Backup";
+        QDir().mkpath(theirs);
+        writeFileText(theirs + "/anna_1.bdb.BACKUP", "theirs");
+        QCOMPARE(chown(QFile::encodeName(theirs).constData(), 65534, 65534), 0);
+        QVERIFY(QFile::link(theirs, backup));
+        QCOMPARE(lchown(QFile::encodeName(backup).constData(), 65534, 65534), 0);
+        QStringList boxes;
+        const MsgBoxHandler was = SetMsgBoxHandler([&](const QString& Prompt, int, const QString&) {
+            boxes << Prompt;
+            return int(vbOK);
+        });
+        int ticks = 0;
+        QVERIFY(!AutobackupTick(ticks, CurUsDB));
+        SetMsgBoxHandler(was);
+        QCOMPARE(boxes.size(), 1);
+        QVERIFY(boxes[0].contains(backup));
+        QVERIFY_THROWS_EXCEPTION(VbError, DoAutobackup(CurUsDB));
+        QCOMPARE(QDir(theirs).entryList(QDir::Files), QStringList{"anna_1.bdb.BACKUP"});
+        QCOMPARE(readAllOf(theirs + "/anna_1.bdb.BACKUP"), QByteArray("theirs"));
     }
 };
 ARGENT_TEST(BackupTest)

@@ -40,6 +40,20 @@ private slots:
         QTest::newRow("dot dot") << ".." << false;
         QTest::newRow("blanks") << "   " << false;
         QTest::newRow("nul") << QString("a") + QChar(0) + "b" << false;
+        QTest::newRow("line break") << "anna\nk" << false;
+        QTest::newRow("carriage return") << "anna\r" << false;
+        QTest::newRow("tab") << "a\tb" << false;
+        QTest::newRow("delete") << "a\x7f" << false;
+        QTest::newRow("next line") << QString("a") + QChar(0x85) << false;
+        QTest::newRow("line separator") << QString("a") + QChar(0x2028) << false;
+        QTest::newRow("accents") << QString::fromUtf8("Zo\xc3\xab \xc3\x85sa") << true;
+        // The longest backup copy's name must still fit 255 bytes.
+        const int most = MaxUserNameBytes();
+        QVERIFY(most + QByteArray("_2147483647.bdb.BACKUP").size() <= 255);
+        QTest::newRow("longest") << QString(most, 'n') << true;
+        QTest::newRow("one byte too many") << QString(most + 1, 'n') << false;
+        QTest::newRow("two-byte letters, too many bytes") << QString(most / 2 + 1, QChar(0x0436)) << false;
+        QTest::newRow("300 characters") << QString(300, 'n') << false;
     }
     void userNames() {
         QFETCH(QString, name);
