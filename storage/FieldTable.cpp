@@ -37,7 +37,7 @@ QString newKey() {
 }
 
 QString dateText(const QDateTime& When) {
-    return When.toUTC().toString(Qt::ISODate);
+    return When.toUTC().toString(Qt::ISODateWithMs);
 }
 
 int flagsOf(const RecordStore& R, int Row, const Columns& C) {
@@ -68,8 +68,10 @@ void takeRow(RecExtras& Ex, const RecordStore& R, int Row, const Columns& C) {
     }
 }
 
-// Newest first; a password kept twice (both sides of a merge kept it) shows once.
+// Newest first (of one time, the later row); a password kept twice (both sides of a
+// merge kept it) shows once.
 void sortHistory(RecExtras& Ex) {
+    std::reverse(Ex.History.begin(), Ex.History.end());
     std::stable_sort(Ex.History.begin(), Ex.History.end(),
                      [](const RecOldPasw& A, const RecOldPasw& B) { return A.When > B.When; });
     QSet<QString> seen;
@@ -256,8 +258,8 @@ void AddPaswHistory(clsDatabase& Db, const QString& IndNum, const QString& OldPa
     }
     // The oldest entries beyond Max go.
     const QByteArray id = storedId(IndNum);
-    QList<QPair<QDateTime, int>> entries;
-    for (int r = 0; r < t.RecNum(); ++r)
+    QList<QPair<QDateTime, int>> entries; // newest first: of one time, the later row
+    for (int r = t.RecNum() - 1; r >= 0; --r)
         if (t.Records.escaped(r, c[cInd]) == id && (flagsOf(t.Records, r, c) & rffHistory))
             entries.append({QDateTime::fromString(t.Records.value(r, c[cDate]), Qt::ISODate), r});
     if (entries.size() <= std::max(Max, 0))
