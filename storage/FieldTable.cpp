@@ -243,8 +243,8 @@ void WriteRecExtras(clsDatabase& Db, const QString& IndNum, const RecExtras& Ex)
 void AddPaswHistory(clsDatabase& Db, const QString& IndNum, const QString& OldPasw, const QDateTime& When,
                     int Max) {
     TRACE_PROC("modFields.AddPaswHistory", IndNum, Max);
-    if (OldPasw.isEmpty() && FieldTableNum(Db.DBView()) == 0)
-        return;
+    if ((OldPasw.isEmpty() || Max < 1) && FieldTableNum(Db.DBView()) == 0)
+        return; // an ordinary file stays one
     TableEntry& t = Db.EditTable(fieldTableOf(Db));
     const Columns c(t);
     if (!OldPasw.isEmpty() && Max > 0) {

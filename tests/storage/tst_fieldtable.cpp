@@ -110,6 +110,7 @@ private slots:
         QVERIFY(p.Get("2").IsEmpty());
         WriteRecExtras(p.Db, "2", RecExtras());
         AddPaswHistory(p.Db, "2", QString(), QDateTime::currentDateTimeUtc(), 10);
+        AddPaswHistory(p.Db, "2", "kept nowhere", QDateTime::currentDateTimeUtc(), 0);
         QCOMPARE(p.Db.TabNum(), 1);
         p.Db.SetTblFldValNm(1, 2, "Title", "Post office");
         QCOMPARE(p.Save(), int(usSaved));
