@@ -170,8 +170,11 @@ bool RecordExtrasPanel::Collect(RecExtras& Out) {
         const QTableWidgetItem* value = tblFields->item(r, colValue);
         const QTableWidgetItem* hidden = tblFields->item(r, colHidden);
         const QString n = name ? name->text().trimmed() : QString();
-        if (n.isEmpty() || Out.Field(n))
-            continue; // a field needs a name of its own
+        if (n.isEmpty() || Out.Field(n)) { // a field needs a name of its own
+            MsgBox(Texts(423) + u'"' + n + u'"', vbExclamation);
+            tblFields->setCurrentCell(r, colName);
+            return false;
+        }
         Out.Custom.append({n, value ? value->text() : QString(),
                            hidden && hidden->checkState() == Qt::Checked, name->data(kKeyRole).toString()});
     }

@@ -54,6 +54,10 @@ private slots:
                 x->tblFields->item(0, 1)->setText("2468");
                 x->tblFields->item(0, 2)->setCheckState(Qt::Checked);
                 x->cmdAddField->click();
+                x->tblFields->item(1, 0)->setText("PIN"); // taken: refused, nothing lost
+                e->cmdSaveChanges->click();
+                QCOMPARE(d.boxes.size(), 2);
+                QVERIFY(e->result() != QDialog::Accepted);
                 x->tblFields->item(1, 0)->setText("Branch");
                 x->tblFields->item(1, 1)->setText("Main St");
                 e->Fields->txtPasw->setText("second");
