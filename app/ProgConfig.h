@@ -36,6 +36,7 @@ inline constexpr int kCfgClipDelay = 23;    // clipboard cleared after a secret 
 // settings). Loading the settings beside the program re-bases entry 5 when it names
 // <entry 24>/DataBases and the copy now runs from elsewhere (see LoadConfig).
 inline constexpr int kCfgPortableOrigin = 24;
+inline constexpr int kCfgPaswHistory = 25; // earlier passwords kept per record (0 none; 10)
 
 extern StrMass ProgConfig;
 extern QString ProgCfgPath;

@@ -6,6 +6,9 @@
 // median is printed.
 //
 //   bench_storage [N ...]          (default 1000 10000 100000)
+//   bench_storage --fields N       the user of N records against the same user whose
+//                                  records all have a web address, every tenth a TOTP seed
+//                                  and every second a custom field (the field table)
 //   bench_storage --gen N DIR      writes user BenchN into DIR (password "bench-password-1")
 //   bench_storage --xml N DIR OUT  writes user BenchN of DIR as a KeePass XML export (the
 //                                  same folders and records, for bench/compare_keepassxc.py)
@@ -15,6 +18,7 @@
 #include "app/StrMass.h"
 #include "bench/BenchUser.h"
 #include "diagnostics/ErrorTrap.h"
+#include "storage/FieldTable.h"
 #include "storage/Md5.h"
 #include "users/UsDBTree.h"
 #include "users/UserAccounts.h"
@@ -39,8 +43,40 @@ namespace {
 
 const char kPasw[] = "bench-password-1";
 
+bool g_fields = false; // the user with the field table (--fields)
+
 QString userName(int n) {
-    return QStringLiteral("Bench%1").arg(n);
+    return QStringLiteral("Bench%1%2").arg(n).arg(g_fields ? QStringLiteral("F") : QString());
+}
+
+// Records First..First+N-1 get a web address each, every tenth a TOTP seed and every
+// second a custom field (every fourth of those hidden), in one table made in bulk.
+void addFieldTable(clsDatabase& Db, int First, int N, QRandomGenerator& Rng) {
+    TableEntry t = NewFieldTable();
+    t.Records.reserve(N + N / 10 + N / 2);
+    auto key = [&] {
+        return BenchRandomText(Rng, 12, 12,
+                               "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_");
+    };
+    for (int r = 0; r < N; ++r) {
+        const QString id = QString::number(First + r);
+        t.Records.append({key(), id, QString::number(rffUrl), QString(),
+                          QStringLiteral("https://") +
+                              BenchRandomText(Rng, 5, 14, "abcdefghijklmnopqrstuvwxyz") +
+                              QStringLiteral(".example.org/login"),
+                          QString()});
+        if (r % 10 == 0)
+            t.Records.append({key(), id, QString::number(rffOtp), QString(),
+                              QStringLiteral("otpauth://totp/Example:anna?secret=") +
+                                  BenchRandomText(Rng, 32, 32, "ABCDEFGHIJKLMNOPQRSTUVWXYZ234567") +
+                                  QStringLiteral("&issuer=Example"),
+                              QString()});
+        if (r % 2 == 0)
+            t.Records.append({key(), id, QString::number(r % 8 == 0 ? rffHidden : 0),
+                              r % 8 == 0 ? QStringLiteral("PIN") : QStringLiteral("Account number"),
+                              BenchRandomText(Rng, 4, 16, "0123456789"), QString()});
+    }
+    Db.AppendTable(std::move(t));
 }
 
 int generate(int n, const QString& dir) {
@@ -88,6 +124,8 @@ int generate(int n, const QString& dir) {
         row(parent, false, BenchWords(rng, 8, 32), login, pw, desc, flags);
     }
     db.SetTblTag(tbl, QString::number(id));
+    if (g_fields)
+        addFieldTable(db, folders + 1, n, rng);
     return SaveUsDB(CurUsDB, key) > 0 ? 0 : 1;
 }
 
@@ -159,6 +197,8 @@ int measure(int n, const QString& dir) {
     t.restart();
     const int loaded = FullUserLoad(name, md5);
     const double load = BenchMs(t);
+    if (g_fields && FieldTableNum(CurUsDB->DBView()) == 0)
+        return 1;
     t.restart();
     const QList<UsTreeNode> order = UsDBTreeOrder(*CurUsDB);
     const double tree = BenchMs(t);
@@ -195,15 +235,18 @@ int main(int argc, char** argv) {
         argent::diag::trapped([&] { rc = exportXml(args[2].toInt(), args[3], args[4]); });
         return rc;
     }
-    if (args.size() == 4 && (args[1] == QLatin1String("--gen") || args[1] == QLatin1String("--measure"))) {
+    g_fields = args.size() == 5 && args[4] == QLatin1String("fields");
+    if ((args.size() == 4 || g_fields) &&
+        (args[1] == QLatin1String("--gen") || args[1] == QLatin1String("--measure"))) {
         argent::diag::trapped([&] {
             rc = args[1] == QLatin1String("--gen") ? generate(args[2].toInt(), args[3])
                                                    : measure(args[2].toInt(), args[3]);
         });
         return rc;
     }
+    const bool compareFields = args.size() == 3 && args[1] == QLatin1String("--fields");
     QList<int> sizes;
-    for (int i = 1; i < args.size(); ++i)
+    for (int i = compareFields ? 2 : 1; i < args.size(); ++i)
         sizes << args[i].toInt();
     if (sizes.isEmpty())
         sizes = {1000, 10000, 100000};
@@ -225,25 +268,39 @@ int main(int argc, char** argv) {
         double check, load, save, tree, peak;
     };
     std::vector<Row> rows;
-    for (int n : sizes) {
-        runSelf({QStringLiteral("--gen"), QString::number(n), dir.path()});
-        std::vector<double> c, l, s, t, m;
-        for (int k = 0; k < 3; ++k) {
-            const QStringList v =
-                runSelf({QStringLiteral("--measure"), QString::number(n), dir.path()}).split(u' ');
-            c.push_back(v[0].toDouble());
-            l.push_back(v[1].toDouble());
-            s.push_back(v[2].toDouble());
-            t.push_back(v[3].toDouble());
-            m.push_back(v[4].toDouble() / 1024.0);
+    for (int pass = 0; pass < (compareFields ? 2 : 1); ++pass)
+        for (int n : sizes) {
+            const QStringList variant = pass == 1 ? QStringList{QStringLiteral("fields")} : QStringList();
+            g_fields = pass == 1;
+            runSelf(QStringList{QStringLiteral("--gen"), QString::number(n), dir.path()} + variant);
+            std::vector<double> c, l, s, t, m;
+            for (int k = 0; k < 3; ++k) {
+                const QStringList v =
+                    runSelf(QStringList{QStringLiteral("--measure"), QString::number(n), dir.path()} +
+                            variant)
+                        .split(u' ');
+                c.push_back(v[0].toDouble());
+                l.push_back(v[1].toDouble());
+                s.push_back(v[2].toDouble());
+                t.push_back(v[3].toDouble());
+                m.push_back(v[4].toDouble() / 1024.0);
+            }
+            const qint64 size = QFileInfo(dir.path() + u'/' + userName(n) + QStringLiteral(".bdb")).size();
+            Row r{n, BenchMedian(c), BenchMedian(l), BenchMedian(s), BenchMedian(t), BenchMedian(m)};
+            rows.push_back(r);
+            std::printf("%9d %10.0f %10.1f %10.1f %10.1f %10.1f %10.1f%s\n", n,
+                        static_cast<double>(size) / 1024.0, r.check, r.load, r.save, r.tree, r.peak,
+                        pass == 1     ? "   with fields"
+                        : n == 100000 ? "   target: save <= 100 ms"
+                                      : "");
+            std::fflush(stdout);
         }
-        const qint64 size = QFileInfo(dir.path() + u'/' + userName(n) + QStringLiteral(".bdb")).size();
-        Row r{n, BenchMedian(c), BenchMedian(l), BenchMedian(s), BenchMedian(t), BenchMedian(m)};
-        rows.push_back(r);
-        std::printf("%9d %10.0f %10.1f %10.1f %10.1f %10.1f %10.1f%s\n", n,
-                    static_cast<double>(size) / 1024.0, r.check, r.load, r.save, r.tree, r.peak,
-                    n == 100000 ? "   target: save <= 100 ms" : "");
-        std::fflush(stdout);
+    if (compareFields && rows.size() == 2) {
+        const Row& a = rows[0];
+        const Row& b = rows[1];
+        std::printf("with fields: check+load x%.2f, save x%.2f, peak memory x%.2f   target: at most x1.25\n",
+                    (b.check + b.load) / (a.check + a.load), b.save / a.save, b.peak / a.peak);
+        return 0;
     }
     for (std::size_t i = 1; i < rows.size(); ++i) {
         const Row& a = rows[i - 1];

@@ -55,14 +55,21 @@ const char kLsHelp[] = "Usage: argentpm [--databases DIR] ls NAME [--json] [--pa
                        "   \"type\": \"folder\"|\"record\", \"depth\": N, \"title\": TEXT}, ...]}\n";
 
 const char kShowHelp[] =
-    "Usage: argentpm [--databases DIR] show NAME ID [--field FIELD | --json] [--password-stdin]\n"
+    "Usage: argentpm [--databases DIR] show NAME ID [--field FIELD | --json] [--show-protected]\n"
+    "                [--password-stdin]\n"
     "\n"
     "Shows the fields of the folder or record with identifier ID (see 'ls'): title,\n"
-    "login, password and description, as the main window's value pane does.\n"
+    "login, password and description, as the main window's value pane does, then a\n"
+    "record's web address, TOTP seed, custom fields and earlier passwords (the seed,\n"
+    "hidden fields and earlier passwords only with --show-protected).\n"
     "--field title|login|password|description prints that field alone, exactly as\n"
     "stored, for scripts (a line end follows only on a terminal). With --json:\n"
     "  {\"id\": N, \"parent\": N, \"type\": \"folder\"|\"record\", \"title\": TEXT,\n"
-    "   \"login\": TEXT, \"password\": TEXT, \"description\": TEXT}\n";
+    "   \"login\": TEXT, \"password\": TEXT, \"description\": TEXT}\n"
+    "and for a record \"url\": TEXT, \"totp\": true|false, \"fields\": [{\"name\": TEXT,\n"
+    "\"value\": TEXT|null, \"hidden\": BOOL}, ...] and \"history_count\": N; with\n"
+    "--show-protected \"totp_uri\", the hidden values and \"history\": [{\"password\": TEXT,\n"
+    "\"replaced\": DATE}, ...] instead.\n";
 
 const char kMkdirHelp[] = "Usage: argentpm [--databases DIR] mkdir NAME PARENT_ID TITLE [--password-stdin]\n"
                           "\n"
@@ -95,7 +102,9 @@ const char kRmHelp[] = "Usage: argentpm [--databases DIR] rm NAME ID [--yes] [--
 const char kEditHelp[] =
     "Usage: argentpm [--databases DIR] edit NAME ID [--title TITLE] [--login LOGIN]\n"
     "                [--desc TEXT] [--generate LENGTH | --ask-password]\n"
-    "                [--color COLOR] [--bold on|off] [--password-stdin]\n"
+    "                [--color COLOR] [--bold on|off] [--url URL] [--totp SEED]\n"
+    "                [--field NAME=VALUE]... [--hidden-field NAME]... [--visible-field NAME]...\n"
+    "                [--remove-field NAME]... [--password-stdin]\n"
     "\n"
     "Changes the folder or record ID of user NAME, keeping its identifier; only what\n"
     "is given changes. --title, --login and --desc set those fields (a folder has only\n"
@@ -103,7 +112,35 @@ const char kEditHelp[] =
     "generator (--generate LENGTH) or one that is asked for (--ask-password: twice on\n"
     "the terminal, or with --password-stdin the second line of standard input, after\n"
     "the user's password). --color sets the title's colour in the tree (#RRGGBB, or the\n"
-    "number 0x00BBGGRR in decimal; 0 is the default black), --bold whether it is bold.\n";
+    "number 0x00BBGGRR in decimal; 0 is the default black), --bold whether it is bold.\n"
+    "A record also has a web address (--url), a TOTP seed (--totp: an otpauth:// URI or\n"
+    "a base32 secret) and custom fields: --field NAME=VALUE sets one (repeat it for\n"
+    "more), --hidden-field NAME hides one (shown only with 'show --show-protected'),\n"
+    "--visible-field NAME shows it again, --remove-field NAME removes it. An empty --url\n"
+    "or --totp removes that field. A changed password is kept among the record's\n"
+    "earlier passwords.\n";
+
+const char kFieldHelp[] =
+    "Usage: argentpm [--databases DIR] field NAME ID FIELD [--password-stdin]\n"
+    "\n"
+    "Prints one field of record ID exactly as stored, for scripts (a line end follows only\n"
+    "on a terminal): a custom field by its name, or url, totp (the seed), title, login,\n"
+    "password, description. Hidden fields are printed too: they were asked for by name.\n";
+
+const char kTotpHelp[] =
+    "Usage: argentpm [--databases DIR] totp NAME ID [--password-stdin]\n"
+    "\n"
+    "Prints the current one-time code of record ID from its TOTP seed (RFC 6238 with the\n"
+    "seed's algorithm, digits and period, or Steam's five characters); on a terminal the\n"
+    "seconds it stays valid follow on standard error.\n";
+
+const char kMoveNoteFieldsHelp[] =
+    "Usage: argentpm [--databases DIR] move-note-fields NAME [--password-stdin]\n"
+    "\n"
+    "Records made or imported before they had fields keep their web address and TOTP seed\n"
+    "as \"URL: ...\" and \"TOTP: ...\" lines of the description. This moves each such line\n"
+    "into the record's own field, where the field is still empty, and lists every line\n"
+    "it moved.\n";
 
 const char kFindHelp[] =
     "Usage: argentpm [--databases DIR] find NAME TEXT [--titles-only] [--case-sensitive]\n"
@@ -211,7 +248,7 @@ const CliCommand kCommands[] = {
      "a user name and a record identifier",
      "show the fields of one record (or one field: --field)",
      kShowHelp,
-     {field(), json()},
+     {field(), json(), opt("show-protected", "the TOTP seed, hidden fields and earlier passwords too")},
      CmdShow},
     {"mkdir",
      "NAME PARENT_ID TITLE",
@@ -245,9 +282,36 @@ const CliCommand kCommands[] = {
      CmdRm},
     {"edit", "NAME ID", "a user name and an identifier", "change a folder's or record's fields or look",
      kEditHelp,
-     recordFields() + QList<QCommandLineOption>{opt("color", "the title's colour in the tree", "COLOR"),
-                                                opt("bold", "whether the title is bold", "on|off")},
+     recordFields() +
+         QList<QCommandLineOption>{
+             opt("color", "the title's colour in the tree", "COLOR"),
+             opt("bold", "whether the title is bold", "on|off"), opt("url", "the web address", "URL"),
+             opt("totp", "the TOTP seed (otpauth:// URI or base32)", "SEED"),
+             opt("field", "a custom field", "NAME=VALUE"), opt("hidden-field", "hide a custom field", "NAME"),
+             opt("visible-field", "show a custom field again", "NAME"),
+             opt("remove-field", "remove a custom field", "NAME")},
      CmdEdit},
+    {"field",
+     "NAME ID FIELD",
+     "a user name, a record identifier and a field name",
+     "print one field of a record (custom fields by name)",
+     kFieldHelp,
+     {},
+     CmdField},
+    {"totp",
+     "NAME ID",
+     "a user name and a record identifier",
+     "print a record's current one-time code",
+     kTotpHelp,
+     {},
+     CmdTotp},
+    {"move-note-fields",
+     "NAME",
+     "one user name",
+     "move URL and TOTP lines of descriptions into fields",
+     kMoveNoteFieldsHelp,
+     {},
+     CmdMoveNoteFields},
     {"find",
      "NAME TEXT",
      "a user name and a text",

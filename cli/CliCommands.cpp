@@ -2,6 +2,7 @@
 // passwd, delete-user, ls and show.
 
 #include "cli/CliCommands.h"
+#include "cli/CliFields.h"
 
 #include "cli/CliScript.h"
 #include "cli/CliTerminal.h"
@@ -243,7 +244,7 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
     if (Opt.has("field"))
         return printField(tbl, rec, Opt.value("field"));
     if (wantJson(Opt))
-        return printShowJson(tbl, rec);
+        return printShowJson(tbl, rec, Opt.has("show-protected"));
     TableEntry fields;
     CurUsDB->GetTable(tbl, fields);
     QByteArray out;
@@ -261,6 +262,8 @@ int CmdShow(const CliOptions& Opt, const QStringList& Args) {
         for (qsizetype k = 1; k < lines.size(); ++k)
             out += QByteArray(caption.size(), ' ') + lines[k].toUtf8() + '\n';
     }
+    if (isRecordRow(rec))
+        appendExtrasText(out, id, Opt.has("show-protected"));
     writeOut(out);
     return cliOk;
 }

@@ -54,6 +54,10 @@ int CmdRm(const CliOptions& Opt, const QStringList& Args);
 int CmdEdit(const CliOptions& Opt, const QStringList& Args);
 int CmdFind(const CliOptions& Opt, const QStringList& Args);
 int CmdGenerate(const CliOptions& Opt, const QStringList& Args);
+// Fields beyond the four (CliFieldCommands.cpp).
+int CmdField(const CliOptions& Opt, const QStringList& Args);
+int CmdTotp(const CliOptions& Opt, const QStringList& Args);
+int CmdMoveNoteFields(const CliOptions& Opt, const QStringList& Args);
 // A field of a record onto the desktop clipboard (CliClip.cpp).
 int CmdClip(const CliOptions& Opt, const QStringList& Args);
 

@@ -183,8 +183,10 @@ void fillOptions(const QCommandLineParser& P, const CliCommand& Cmd, CliOptions&
     Opt.PaswStdin = P.isSet(QStringLiteral("password-stdin"));
     Opt.Yes = P.isSet(QStringLiteral("yes"));
     for (const QCommandLineOption& o : Cmd.Options)
-        if (P.isSet(o))
+        if (P.isSet(o)) {
             Opt.Given.insert(o.names().last(), P.value(o));
+            Opt.GivenAll.insert(o.names().last(), P.values(o));
+        }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // commands use, followed by a save of the user's file (one atomic replacement).
 
 #include "cli/CliCommands.h"
+#include "cli/CliFields.h"
 #include "cli/CliScript.h"
 #include "cli/CliShared.h"
 #include "cli/CliTerminal.h"
@@ -183,10 +184,14 @@ int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
     TRACE_LOCAL(color);
     const bool bold = Opt.has("bold");
     const bool fields = editsFields(Opt);
-    if (!color && !bold && !fields)
+    const bool extras = editsExtras(Opt);
+    if (!color && !bold && !fields && !extras)
         return usage(Opt, QStringLiteral("give at least one of --title, --login, --desc, --generate, "
-                                         "--ask-password, --color, --bold"));
+                                         "--ask-password, --color, --bold, --url, --totp, --field, "
+                                         "--hidden-field, --visible-field, --remove-field"));
     if (int rc = checkFieldEdits(Opt))
+        return rc;
+    if (int rc = checkExtraEdits(Opt))
         return rc;
     int col = 0;
     TRACE_LOCAL(col);
@@ -204,6 +209,14 @@ int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
     if (fields)
         if (int rc = applyFieldEdits(Opt, id, rec))
             return rc;
+    if (extras) {
+        if (!isRecordRow(rec)) {
+            say(QStringLiteral("%1 is a folder: it has no web address or fields").arg(id));
+            return cliRefused;
+        }
+        if (int rc = applyExtraEdits(Opt, id))
+            return rc;
+    }
     if (color || bold) {
         const int tbl = CurUsDB->FindTable(QStringLiteral("DataTable"));
         QString flags = CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("Flags"));

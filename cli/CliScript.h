@@ -30,7 +30,7 @@ QString fieldColumn(const QString& Field);
 
 int printUsersJson(const QStringList& Users);
 int printLsJson(int Tbl);
-int printShowJson(int Tbl, int Rec);
+int printShowJson(int Tbl, int Rec, bool ShowProtected = false);
 int printField(int Tbl, int Rec, const QString& Field);
 int printFindJson(const QString& Text, const QList<FoundRow>& Found);
 int printBackupsJson(const QStringList& Items);

@@ -1,5 +1,6 @@
 // argentpm for scripts: single fields, JSON output and the record fields of 'edit'.
 
+#include "cli/CliFields.h"
 #include "cli/CliScript.h"
 #include "cli/CliShared.h"
 
@@ -8,6 +9,7 @@
 #include "diagnostics/Trace.h"
 #include "maintenance/RestoreBackup.h"
 #include "records/PaswGenerator.h"
+#include "records/RecordExtras.h"
 #include "records/RecordSearch.h"
 #include "records/RecordTree.h"
 #include "storage/clsDatabase.h"
@@ -105,7 +107,7 @@ int printLsJson(int Tbl) {
                       {QStringLiteral("items"), items}});
 }
 
-int printShowJson(int Tbl, int Rec) {
+int printShowJson(int Tbl, int Rec, bool ShowProtected) {
     TRACE_PROC("modCli.PrintShowJson", Tbl, Rec);
     auto v = [&](const char* Col) { return CurUsDB->GetTblFldValNm(Tbl, Rec, QLatin1String(Col)); };
     QJsonObject o{{QStringLiteral("id"), idValue(v("IndNum"))},
@@ -115,6 +117,8 @@ int printShowJson(int Tbl, int Rec) {
                   {QStringLiteral("login"), v("Login")},
                   {QStringLiteral("password"), v("Password")},
                   {QStringLiteral("description"), v("Description")}};
+    if (Val(v("Type")) == 2.0)
+        addExtrasJson(o, v("IndNum"), ShowProtected);
     return printJson(o);
 }
 
@@ -212,8 +216,8 @@ int applyFieldEdits(const CliOptions& Opt, const QString& Id, int Rec) {
         ChangeDataTableField(ind, Id, QStringLiteral("Login"), Opt.value("login"));
     if (Opt.has("desc"))
         ChangeDataTableField(ind, Id, QStringLiteral("Description"), Opt.value("desc"));
-    if (setPasw)
-        ChangeDataTableField(ind, Id, QStringLiteral("Password"), pasw);
+    if (setPasw) // the password it replaces becomes an earlier one
+        SetRecordPasw(*CurUsDB, CurUsDB->FindTable(QStringLiteral("DataTable")), Rec, pasw);
     WipeString(pasw);
     return cliOk;
 }

@@ -35,11 +35,14 @@ struct CliOptions {
     // The command's own options that were given: long name (without dashes) -> value,
     // an empty value for a switch.
     QHash<QString, QString> Given;
+    // Every value of an option given more than once (--field), in order.
+    QHash<QString, QStringList> GivenAll;
 
     bool has(const char* Name) const { return Given.contains(QLatin1String(Name)); }
     QString value(const char* Name, const QString& Default = QString()) const {
         return Given.value(QLatin1String(Name), Default);
     }
+    QStringList values(const char* Name) const { return GivenAll.value(QLatin1String(Name)); }
 };
 
 // Settings as the desktop program resolves them, then the databases folder override.

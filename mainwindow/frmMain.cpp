@@ -13,6 +13,7 @@
 #include "mainwindow/guiActivitySource.h"
 #include "mainwindow/guiEndSession.h"
 #include "mainwindow/guiSessionWatch.h"
+#include "mainwindow/guiValueExtras.h"
 #include "options/AutorunManagement.h"
 #include "storage/clsDatabase.h"
 #include "tray/frmSysTray.h"
@@ -95,6 +96,12 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
 
     BuildMenus();
     BuildToolbar();
+    m_valueExtras = new ValueExtras(
+        this, txtValue, mnuContextVal, mnuContextTrv, [this] { return m_curRecord; },
+        [this] {
+            const QModelIndex node = CommandNode();
+            return node.isValid() && !IsRoot(node) && NodeTag(node) == QStringLiteral("2") ? NodeId(node) : 0;
+        });
 
     SetTrayCreatedHandler([this](frmSysTray* t) {
         connect(t, &frmSysTray::MenuClick, this, &frmMain::m_frmSysTray_MenuClick);
@@ -406,6 +413,7 @@ void frmMain::ShowFormLang() {
     tlbToolbar->setWindowTitle(Texts(161));
     tlbToolbar->setAccessibleName(Texts(161));
     sbStatusBar->setAccessibleName(Texts(162));
+    m_valueExtras->ShowFormLang();
 }
 
 void frmMain::ApplyOnTop(bool OnTop) {

@@ -29,6 +29,7 @@ class SessionWatch;
 class EndSessionWatch;
 class clsDatabase;
 class UsTreeModel;
+class ValueExtras;
 
 // The tree, with moves by drag and drop handed to the main window.
 class UsTreeView : public QTreeView {
@@ -233,6 +234,7 @@ private:
     void RegisterReportVars();
 
     UsTreeModel* m_model = nullptr;
+    ValueExtras* m_valueExtras = nullptr; // web address, one-time code, custom fields
     QPersistentModelIndex m_dropHighlight;
     int m_curRecord = 0;
     bool m_locked = false;

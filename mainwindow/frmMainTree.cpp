@@ -7,6 +7,7 @@
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
 #include "mainwindow/guiTreeModel.h"
+#include "mainwindow/guiValueExtras.h"
 #include "records/RecordTree.h"
 #include "storage/clsDatabase.h"
 #include "users/UsDBTree.h"
@@ -142,6 +143,7 @@ void frmMain::ClearUsTree() {
 void frmMain::ClearUsValue() {
     TRACE_PROC("frmMain.ClearUsValue");
     txtValue->clear();
+    m_valueExtras->Clear();
     m_curRecord = 0;
 }
 
@@ -195,6 +197,7 @@ void frmMain::ShowDataInTextBox(clsDatabase& UsDB, int TblNum, int RecNum) {
         AddColoredTxt(GetTblTrueCapText(tbl.FldNames[i]) + QStringLiteral(":\r\n"), 0xFF6400, 4);
         AddColoredTxt(row.value(i) + QStringLiteral("\r\n\r\n"), 0, 0);
     }
+    m_valueExtras->Show(UsDB, UsDB.GetTblFldValNm(TblNum, RecNum, QStringLiteral("IndNum")));
 }
 
 clsDatabase* frmMain::CurUsDBRef() {

@@ -10,6 +10,7 @@
 #include "diagnostics/Trace.h"
 #include "options/AutorunManagement.h"
 #include "options/guiFolderChooser.h"
+#include "records/RecordExtras.h"
 #include "tray/guiModTray.h"
 
 #include <QCheckBox>
@@ -49,8 +50,12 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     txtBackCopies = named(new QLineEdit, "txtBackCopies");
     txtClipClear = named(new QLineEdit, "txtClipClear");
     txtClipClear->setValidator(new QIntValidator(0, kClipDelayMax, txtClipClear));
-    for (QLineEdit* e : {txtInactMin, txtBackCopies, txtClipClear})
+    txtPaswHistory = named(new QLineEdit, "txtPaswHistory");
+    txtPaswHistory->setValidator(new QIntValidator(0, 100, txtPaswHistory));
+    for (QLineEdit* e : {txtInactMin, txtBackCopies, txtClipClear, txtPaswHistory})
         e->setMaximumWidth(80);
+    lblPaswHistoryCap = new QLabel;
+    lblPaswHistoryCap->setBuddy(txtPaswHistory);
     lblClipClearCap = new QLabel;
     lblClipClearCap->setWordWrap(true);
     lblClipClearCap->setBuddy(txtClipClear);
@@ -86,6 +91,8 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     grid->addWidget(chkSaveAfterChange, row++, 0, 1, 3);
     grid->addWidget(lblClipClearCap, row, 0, 1, 2);
     grid->addWidget(txtClipClear, row++, 2);
+    grid->addWidget(lblPaswHistoryCap, row, 0, 1, 2);
+    grid->addWidget(txtPaswHistory, row++, 2);
     grid->setColumnMinimumWidth(0, 20);
     grid->setColumnStretch(1, 1);
     auto* pathRow = new QHBoxLayout;
@@ -117,6 +124,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     connect(txtInactMin, &QLineEdit::textEdited, this, &frmOptions::txtInactMin_Change);
     connect(txtBackCopies, &QLineEdit::textEdited, this, &frmOptions::txtBackCopies_Change);
     connect(txtClipClear, &QLineEdit::textEdited, this, &frmOptions::txtClipClear_Change);
+    connect(txtPaswHistory, &QLineEdit::textEdited, this, &frmOptions::txtPaswHistory_Change);
     connect(cboLanguage, &QComboBox::activated, this, &frmOptions::cboLanguage_Click);
     connect(cmdChangeDBPath, &QPushButton::clicked, this, &frmOptions::cmdChangeDBPath_Click);
     connect(cmdOk, &QPushButton::clicked, this, &frmOptions::cmdOk_Click);
@@ -147,6 +155,7 @@ void frmOptions::DoConfig() {
                                        QStringLiteral("0"));
     }
     txtClipClear->setText(QString::number(ClipClearDelay()));
+    txtPaswHistory->setText(QString::number(PaswHistoryMax()));
     const QStringList langs = QDir(Pt(AppPath()) + QStringLiteral("Languages"))
                                   .entryList({QStringLiteral("*.lng")}, QDir::Files, QDir::Name);
     QSignalBlocker block(cboLanguage);
@@ -168,6 +177,7 @@ void frmOptions::ShowFormLang() {
     lblInactMinCap->setText(Texts(84));
     lblBackCopiesCap->setText(Texts(85));
     lblClipClearCap->setText(Texts(285));
+    lblPaswHistoryCap->setText(Texts(420));
     cmdChangeDBPath->setText(Texts(86));
     lblLangCap->setText(Texts(87));
     cmdOk->setText(Texts(69));
@@ -232,6 +242,11 @@ void frmOptions::txtClipClear_Change() {
     // An emptied field means the default, which the file then holds.
     SetClipClearDelay(txtClipClear->text().isEmpty() ? QString::number(kClipDelayDefault)
                                                      : txtClipClear->text());
+}
+
+void frmOptions::txtPaswHistory_Change() {
+    TRACE_PROC("frmOptions.txtPaswHistory_Change");
+    SetPaswHistoryMax(txtPaswHistory->text().isEmpty() ? 10 : txtPaswHistory->text().toInt());
 }
 
 void frmOptions::txtBackCopies_Change() {

@@ -23,6 +23,9 @@ public:
     QCheckBox* chkSaveAfterChange;
     QLineEdit *txtDBPath, *txtInactMin, *txtBackCopies, *txtClipClear;
     QLabel *lblDBPathCap, *lblInactMinCap, *lblBackCopiesCap, *lblLangCap, *lblLangHint, *lblClipClearCap;
+    // Settings entry 25: earlier passwords kept per record.
+    QLineEdit* txtPaswHistory;
+    QLabel* lblPaswHistoryCap;
     QComboBox* cboLanguage;
     QPushButton *cmdChangeDBPath, *cmdOk, *cmdCancel;
 
@@ -37,6 +40,7 @@ public slots:
     void txtBackCopies_Change();
     // Seconds a copied password stays on the clipboard (settings entry 23; 0 never clears).
     void txtClipClear_Change();
+    void txtPaswHistory_Change();
     void cboLanguage_Click();
     void cmdChangeDBPath_Click();
     void cmdOk_Click();

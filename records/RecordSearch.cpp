@@ -1,10 +1,13 @@
 #include "records/RecordSearch.h"
 
+#include <algorithm>
+
 #include "app/MsgBox.h"
 #include "app/VbConv.h"
 #include "app/modLang.h"
 #include "diagnostics/Globals.h"
 #include "diagnostics/Trace.h"
+#include "storage/FieldTable.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
 
@@ -56,6 +59,11 @@ QString FindRecordInDB(const QString& SText, int STblNum, int SFNum, int& Start,
         TRACE_LOCAL(r);
         if (r >= 1 && r >= Start && r < best)
             best = r;
+        // The web address and the custom fields that are not hidden (FieldTable.h).
+        const QList<int> extra = RowsWithMatchingExtras(pDB.DBView(), STblNum, SText, CaseSens);
+        const auto at = std::lower_bound(extra.cbegin(), extra.cend(), std::max(Start, 1));
+        if (at != extra.cend() && *at < best)
+            best = *at;
     } else {
         best = pDB.FindRecord(STblNum, SFNum, SText, Start, CaseSens);
     }
@@ -107,9 +115,16 @@ QList<FoundRow> FindAllRecords(clsDatabase& pDB, const QString& SText, bool Sear
     const QList<int> cols = SearchAll ? searchableColumns(pDB.GetTblCaption(tbl)) : QList<int>{titleF};
     if (cols.isEmpty())
         return found;
+    const QList<int> extra =
+        SearchAll ? RowsWithMatchingExtras(pDB.DBView(), tbl, SText, CaseSens) : QList<int>();
+    qsizetype nextExtra = 0;
     for (int start = 1;;) {
-        const int rec = pDB.FindRecordInFields(tbl, cols, SText, start, CaseSens);
+        int rec = pDB.FindRecordInFields(tbl, cols, SText, start, CaseSens);
         TRACE_LOCAL(rec);
+        while (nextExtra < extra.size() && extra[nextExtra] < start)
+            ++nextExtra;
+        if (nextExtra < extra.size() && (rec == 0 || extra[nextExtra] < rec))
+            rec = extra[nextExtra];
         if (rec == 0)
             break;
         const RecordStore& r = pDB.DBView().Tables[tbl - 1].Records;

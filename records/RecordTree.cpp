@@ -5,6 +5,7 @@
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Trace.h"
+#include "storage/FieldTable.h"
 #include "storage/TableFile.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
@@ -262,17 +263,24 @@ int DelRecordTree(int TblNum, int UniqFNum, const QString& UniqFVal, int SearchF
     // stops the deletion before anything is gone.
     QList<int> recNums;
     QStringList lines;
+    QSet<QString> ids; // their fields go with them
     recNums.reserve(order.size());
     lines.reserve(order.size());
     for (qsizetype k = 0; k < order.size(); ++k) {
         const int row = order[k];
         TRACE_LOCAL(row);
         lines.append(QStringLiteral("-= DELETE: ") + (row >= 0 ? recs.value(row, titleFNum - 1) : QString()));
-        if (row >= 0)
+        if (row >= 0) {
             recNums.append(row + 1);
+            if (UniqFNum >= 1)
+                ids.insert(recs.value(row, UniqFNum - 1));
+        }
     }
     DbgPrintLines(lines);
-    return recNums.isEmpty() ? 0 : pDB.DeleteRecs(TblNum, recNums);
+    if (recNums.isEmpty())
+        return 0;
+    DropRecExtras(pDB, ids);
+    return pDB.DeleteRecs(TblNum, recNums);
 }
 
 void GetStatBarData(clsDatabase& pDB, const QString& IndNum, int& NumFolds, int& NumRecs) {

@@ -4,6 +4,7 @@
 
 class QPushButton;
 class RecordFields;
+class RecordExtrasPanel;
 
 // A new record inside a folder.
 class frmAddRecord : public QDialog {
@@ -14,6 +15,7 @@ public:
 
     QString ParentID;
     RecordFields* Fields;
+    RecordExtrasPanel* Extras;
     QPushButton *cmdOk, *cmdCancel;
 
 public slots:

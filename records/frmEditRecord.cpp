@@ -7,6 +7,7 @@
 #include "records/IRecordView.h"
 #include "records/RecordTree.h"
 #include "records/guiLookControls.h"
+#include "records/guiRecordExtras.h"
 #include "records/guiRecordFields.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
@@ -25,6 +26,7 @@ frmEditRecord::frmEditRecord(QWidget* Parent, const QString& RecordID) : QDialog
     TRACE_PROC("frmEditRecord.Form_Load", RecordID);
     setObjectName(QStringLiteral("frmEditRecord"));
     Fields = new RecordFields(this);
+    Extras = new RecordExtrasPanel(this, Fields->txtPasw, true);
     Look = new LookControls(this);
     cmdSaveChanges = new QPushButton;
     cmdSaveChanges->setObjectName(QStringLiteral("cmdSaveChanges"));
@@ -33,13 +35,13 @@ frmEditRecord::frmEditRecord(QWidget* Parent, const QString& RecordID) : QDialog
     cmdCancel->setObjectName(QStringLiteral("cmdCancel"));
 
     auto* grid = new QGridLayout;
-    const int row = Fields->AddTo(grid, 0);
+    const int row = Extras->AddTo(grid, Fields->AddTo(grid, 0));
     Look->AddTo(grid, row, 2);
     auto* buttons = DialogButtonRow({cmdSaveChanges, cmdCancel});
     auto* lay = new QVBoxLayout(this);
     lay->addLayout(grid);
     lay->addLayout(buttons);
-    resize(520, 460);
+    resize(560, 640);
 
     connect(cmdSaveChanges, &QPushButton::clicked, this, &frmEditRecord::cmdSaveChanges_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);
@@ -56,12 +58,15 @@ void frmEditRecord::DoConfig() {
         return;
     Look->LoadFromDb(*CurUsDB, tbl, rec);
     Fields->LoadFromRow(*CurUsDB, tbl, rec);
+    Extras->Load(
+        ReadRecExtras(CurUsDB->DBView(), CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("IndNum"))));
 }
 
 void frmEditRecord::ShowFormLang() {
     TRACE_PROC("frmEditRecord.ShowFormLang");
     setWindowTitle(Texts(200));
     Fields->ShowFormLang();
+    Extras->ShowFormLang();
     Look->ShowFormLang();
     cmdSaveChanges->setText(Texts(216));
     cmdCancel->setText(Texts(217));
@@ -71,8 +76,12 @@ void frmEditRecord::cmdSaveChanges_Click() {
     TRACE_PROC("frmEditRecord.cmdSaveChanges_Click");
     int tbl = 0;
     const int rec = EditorRow(RecordID, tbl);
+    RecExtras extras;
+    if (rec > 0 && !Extras->Collect(extras))
+        return; // the seed gives no codes: the editor stays open
     if (rec > 0) {
         Fields->WriteToRow(*CurUsDB, tbl, rec);
+        WriteRecExtras(*CurUsDB, CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("IndNum")), extras);
         Look->WriteToRow(*CurUsDB, tbl, rec);
         if (IRecordView* view = RecordView())
             view->RefreshRowNode(CurUsDB->GetTblFldValNm(tbl, rec, QStringLiteral("IndNum")));

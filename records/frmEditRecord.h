@@ -5,6 +5,7 @@
 class QPushButton;
 class LookControls;
 class RecordFields;
+class RecordExtrasPanel;
 
 // A record's texts, icon, colour and bold mark.
 class frmEditRecord : public QDialog {
@@ -16,6 +17,7 @@ public:
 
     QString RecordID;
     RecordFields* Fields;
+    RecordExtrasPanel* Extras;
     LookControls* Look;
     QPushButton *cmdSaveChanges, *cmdCancel;
 

@@ -3,6 +3,7 @@
 #include "app/VbConv.h"
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
+#include "records/RecordExtras.h"
 #include "records/RecordTree.h"
 #include "records/frmPaswGenerator.h"
 #include "storage/clsDatabase.h"
@@ -94,7 +95,7 @@ void RecordFields::WriteToRow(clsDatabase& Db, int TblNum, int RecNum) {
     TRACE_PROC("frmEditRecord.WriteFields", TblNum, RecNum);
     Db.SetTblFldValNm(TblNum, RecNum, QStringLiteral("Title"), txtTitle->text());
     Db.SetTblFldValNm(TblNum, RecNum, QStringLiteral("Login"), txtLogin->text());
-    Db.SetTblFldValNm(TblNum, RecNum, QStringLiteral("Password"), txtPasw->text());
+    SetRecordPasw(Db, TblNum, RecNum, txtPasw->text()); // keeps the one it replaces
     Db.SetTblFldValNm(TblNum, RecNum, QStringLiteral("Description"), txtDesc->toPlainText());
 }
 

@@ -37,7 +37,8 @@ struct clsResultRow {
 // The merge of one DataTable, phase by phase (MergeDataTable).
 class clsDataTableMerge {
 public:
-    clsDataTableMerge(const TableEntry& Base, const TableEntry& Ours, const TableEntry& Theirs);
+    clsDataTableMerge(const TableEntry& Base, const TableEntry& Ours, const TableEntry& Theirs,
+                      const clsRecordsTouched* Touched);
     clsMergeResult run();
 
 private:
@@ -52,6 +53,9 @@ private:
     void placeRowAndWaitingChildren(int First);
     void moveUnderRoot(qsizetype Row);
     void appendResultRow(const clsResultRow& Row);
+    bool touched(const QSet<QByteArray>* Side, const RecordStore& Rows, int Row) const {
+        return Side && !Side->isEmpty() && Side->contains(Rows.escaped(Row, m_idCol).toByteArray());
+    }
 
     const RecordStore& m_base;
     const RecordStore& m_ours;
@@ -72,13 +76,16 @@ private:
     std::vector<char> m_placed;
     QHash<QByteArray, QList<int>> m_waiting;
     std::vector<int> m_stack;
+    const QSet<QByteArray>* m_oursTouched = nullptr;
+    const QSet<QByteArray>* m_theirsTouched = nullptr;
 };
 
 const TableEntry& layoutOf(const TableEntry& Ours, const TableEntry& Theirs) {
     return Ours.FldNames.isEmpty() ? Theirs : Ours;
 }
 
-clsDataTableMerge::clsDataTableMerge(const TableEntry& Base, const TableEntry& Ours, const TableEntry& Theirs)
+clsDataTableMerge::clsDataTableMerge(const TableEntry& Base, const TableEntry& Ours, const TableEntry& Theirs,
+                                     const clsRecordsTouched* Touched)
     : m_base(Base.Records), m_ours(Ours.Records), m_theirs(Theirs.Records),
       m_idCol(MergeColumnOf(layoutOf(Ours, Theirs), QStringLiteral("IndNum"), 0)),
       m_parentCol(MergeColumnOf(layoutOf(Ours, Theirs), QStringLiteral("Parent"), 1)),
@@ -86,6 +93,10 @@ clsDataTableMerge::clsDataTableMerge(const TableEntry& Base, const TableEntry& O
       m_ourMatch(Base, m_baseIds, Ours, m_idCol), m_counts(m_result.Counts) {
     m_baseIndex.build(m_base, m_baseIds.Numbers, m_idCol, m_baseIds.Top);
     m_theirIndex.build(m_theirs, m_theirIds.Numbers, m_idCol, m_theirIds.Top);
+    if (Touched) {
+        m_oursTouched = &Touched->Ours;
+        m_theirsTouched = &Touched->Theirs;
+    }
 }
 
 clsMergeResult clsDataTableMerge::run() {
@@ -118,7 +129,7 @@ void clsDataTableMerge::takeTheirRow(int TheirRow) {
     const int ourRow = shared >= 0 ? shared : m_ourMatch.Unshared.find(number, id);
     const bool theirsChanged = !m_theirs.sameRow(TheirRow, m_base, baseRow);
     if (ourRow < 0) { // we deleted it
-        if (!theirsChanged) {
+        if (!theirsChanged && !touched(m_theirsTouched, m_theirs, TheirRow)) {
             ++m_counts.Deleted;
         } else {
             m_rows.push_back(asTheirs);
@@ -180,7 +191,8 @@ void clsDataTableMerge::takeOurRowsTheirsLack() {
         if (baseRow < 0) {
             takeOurNewRow(row, number, inTheirs);
         } else if (!inTheirs) { // they deleted it
-            if (shared >= 0 || m_ours.sameRow(row, m_base, baseRow)) {
+            if ((shared >= 0 || m_ours.sameRow(row, m_base, baseRow)) &&
+                !touched(m_oursTouched, m_ours, row)) {
                 ++m_counts.Deleted;
             } else {
                 m_rows.push_back(clsResultRow{&m_ours, row, true, number});
@@ -321,7 +333,8 @@ void clsDataTableMerge::appendResultRow(const clsResultRow& Row) {
 
 } // namespace
 
-clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, const TableEntry& Theirs) {
+clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, const TableEntry& Theirs,
+                              const clsRecordsTouched* Touched) {
     TRACE_PROC("modMerge.MergeDataTable", Base.RecNum(), Ours.RecNum(), Theirs.RecNum());
-    return clsDataTableMerge(Base, Ours, Theirs).run();
+    return clsDataTableMerge(Base, Ours, Theirs, Touched).run();
 }

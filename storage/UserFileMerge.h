@@ -38,6 +38,11 @@
 // record kept against a delete (changed on the other side) keeps its rows there too, even
 // those the deleting side dropped and the other side left alone.
 //
+// A record's password changed on both sides keeps ours, and theirs becomes an earlier
+// password of the record in FieldTable (storage/FieldTable.h), whose rows, keyed by a
+// random key each, merge like any other table's: the earlier passwords of both sides are
+// kept, and a web address or custom field changed on one side takes that side's value.
+//
 // A table present on one side only is taken, unless the other side deleted it while this
 // side left it as it was in the base. Tables keep ours' order, then theirs' new tables.
 // The database line takes theirs where ours left a value alone; help tables are ours.
@@ -50,6 +55,7 @@
 
 #include <QHash>
 #include <QList>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -76,9 +82,16 @@ struct clsMergeResult {
     QHash<QString, QString> NewIds; // our renumbered rows: old identifier -> new one
 };
 
+// Records (IndNum as stored) whose data in other tables a side changed: a row deleted on
+// one side and unchanged on the other is kept when the other side changed such data.
+struct clsRecordsTouched {
+    QSet<QByteArray> Ours, Theirs;
+};
+
 // Field positions come from the field names ("IndNum", "Parent"; the first and second
 // column when a table lacks them).
-clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, const TableEntry& Theirs);
+clsMergeResult MergeDataTable(const TableEntry& Base, const TableEntry& Ours, const TableEntry& Theirs,
+                              const clsRecordsTouched* Touched = nullptr);
 
 // False when Ours or Theirs has no DataTable: such a side cannot be merged with.
 bool CanMerge(const DatabaseRecord& Ours, const DatabaseRecord& Theirs);

@@ -2,6 +2,7 @@
 // merged by rows keyed by their first column.
 
 #include "diagnostics/Trace.h"
+#include "storage/FieldTable.h"
 #include "storage/TableFile.h"
 #include "storage/UserFileMerge.h"
 #include "storage/UserFileMergeIds.h"
@@ -170,6 +171,7 @@ public:
     clsMergeCounts run(QHash<QString, QString>* NewIds) {
         mergeDatabaseLine();
         mergeDataTable();
+        keepLostPasswords();
         mergeOtherTables();
         if (NewIds)
             *NewIds = std::move(m_newIds);
@@ -196,13 +198,25 @@ private:
             return; // the side that has a DataTable keeps it (mergeOtherTables)
         }
         const TableEntry empty;
+        // A record deleted on one side whose fields the other side changed is kept.
+        clsRecordsTouched touched{RecordsWithChangedExtras(m_ours, m_base),
+                                  RecordsWithChangedExtras(m_theirs, m_base)};
         clsMergeResult merged = MergeDataTable(base >= 0 ? m_base.Tables[base] : empty, m_ours.Tables[ours],
-                                               m_theirs.Tables[theirs]);
+                                               m_theirs.Tables[theirs], &touched);
         TableEntry& table = m_ours.Tables[ours];
         table.Records = std::move(merged.Records);
         table.Tag = merged.Tag;
         m_counts = merged.Counts;
         m_newIds = std::move(merged.NewIds);
+    }
+
+    // A password both sides changed keeps ours; theirs goes into the record's history.
+    void keepLostPasswords() {
+        const int ours = tableIndex(m_ours, kDataTable), base = tableIndex(m_base, kDataTable);
+        const int theirs = tableIndex(m_theirs, kDataTable);
+        if (m_counts.Conflicts > 0 && m_oursBefore && ours >= 0 && theirs >= 0)
+            KeepLostPasswords(m_ours, *m_oursBefore, base >= 0 ? &m_base.Tables[base] : nullptr,
+                              m_theirs.Tables[theirs]);
     }
 
     // Tables in ours' order, then theirs' new ones. The first table of a name is merged;

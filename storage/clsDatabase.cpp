@@ -439,3 +439,15 @@ void clsDatabase::ReplaceDB(DatabaseRecord NewDB) {
     lDB = std::move(NewDB);
     lDBMngr.DatabaseChanged();
 }
+
+TableEntry& clsDatabase::EditTable(int TblNum) {
+    if (!TblOk(TblNum))
+        RaiseError(vbErrSubscript);
+    lDBMngr.TableChanged(TblNum, 1);
+    return lDB.Tables[TblNum - 1];
+}
+
+int clsDatabase::AppendTable(TableEntry Table) {
+    lDB.Tables.append(std::move(Table));
+    return lDB.TabNum();
+}

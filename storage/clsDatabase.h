@@ -99,6 +99,10 @@ public:
     bool HasUnsavedChanges() const;
     // Replaces the structure (after a merge), keeping path and access time.
     void ReplaceDB(DatabaseRecord NewDB);
+    // Write access to one table other than the records (the field table, FieldTable.h);
+    // the engine forgets what it kept of it. AppendTable answers the new table's number.
+    TableEntry& EditTable(int TblNum);
+    int AppendTable(TableEntry Table);
 
 private:
     void Touch();

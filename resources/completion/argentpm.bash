@@ -16,8 +16,8 @@ _argentpm() {
     local cur prev
     cur="${COMP_WORDS[COMP_CWORD]}"
     prev="${COMP_WORDS[COMP_CWORD - 1]}"
-    local commands="users add-user passwd delete-user ls show mkdir add rename mv rm edit find
-        clip generate backup backups restore delete-backup install-portable import export help"
+    local commands="users add-user passwd delete-user ls show mkdir add rename mv rm edit field totp
+        move-note-fields find clip generate backup backups restore delete-backup install-portable import export help"
     local common="--databases --password-stdin --yes --help --version"
 
     case "$prev" in
@@ -29,6 +29,7 @@ _argentpm() {
             mapfile -t COMPREPLY < <(compgen -W "on off" -- "$cur")
             return ;;
         --field)
+            [ "${COMP_WORDS[1]}" = edit ] && return
             mapfile -t COMPREPLY < <(compgen -W "title login password description" -- "$cur")
             return ;;
         --format)
@@ -38,7 +39,8 @@ _argentpm() {
             compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             return ;;
-        --title | --login | --desc | --generate | --color | --into | --map | --folder)
+        --title | --login | --desc | --generate | --color | --into | --map | --folder | --url | --totp | \
+            --hidden-field | --visible-field | --remove-field)
             return ;;
     esac
 
@@ -47,7 +49,8 @@ _argentpm() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         case "${COMP_WORDS[i]}" in
             --databases | --title | --login | --desc | --generate | --color | --bold | --field | \
-                --format | --into | --map | --folder | -o | --output) ((i++)) ;;
+                --format | --into | --map | --folder | -o | --output | --url | --totp | --hidden-field | \
+                --visible-field | --remove-field) ((i++)) ;;
             -*) ;;
             *) if [ -z "$cmd" ]; then cmd="${COMP_WORDS[i]}"; else ((argn++)); fi ;;
         esac
@@ -58,10 +61,11 @@ _argentpm() {
         # Each command's own options, as 'argentpm COMMAND --help' lists them.
         case "$cmd" in
             users | ls | backups) own="--json" ;;
-            show) own="--field --json" ;;
+            show) own="--field --json --show-protected" ;;
             clip) own="--field" ;;
             add) own="--title --login --desc --generate --ask-password" ;;
-            edit) own="--title --login --desc --generate --ask-password --color --bold" ;;
+            edit) own="--title --login --desc --generate --ask-password --color --bold --url --totp
+                --field --hidden-field --visible-field --remove-field" ;;
             find) own="--titles-only --case-sensitive --json" ;;
             import) own="--format --into --map" ;;
             export) own="--format --folder --output" ;;
@@ -78,8 +82,11 @@ _argentpm() {
     case "$cmd" in
         help)
             [ "$argn" -eq 0 ] && mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur") ;;
-        passwd | delete-user | ls | show | mkdir | add | rename | mv | rm | edit | find | clip | backup | import | export)
-            if [ "$argn" -eq 0 ]; then
+        passwd | delete-user | ls | show | mkdir | add | rename | mv | rm | edit | field | totp | \
+            move-note-fields | find | clip | backup | import | export)
+            if [ "$cmd" = field ] && [ "$argn" -eq 2 ]; then
+                mapfile -t COMPREPLY < <(compgen -W "url totp title login password description" -- "$cur")
+            elif [ "$argn" -eq 0 ]; then
                 local IFS=$'\n'
                 mapfile -t COMPREPLY < <(compgen -W "$(argentpm "${dbopt[@]}" users 2>/dev/null)" -- "$cur")
             elif [ "$cmd" = import ] && [ "$argn" -eq 1 ]; then
