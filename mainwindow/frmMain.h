@@ -205,6 +205,8 @@ private:
     bool Form_Unload();
     int SettleSave(int Result);
     int SaveWithFileKey();
+    int SettleDamagedFile();
+    int SettleOlderFile();
     void ShowFileTakenIn(const QString& Message);
     void SyncWatch();
     void RefreshFromFile();
