@@ -5,7 +5,7 @@
 
 namespace {
 
-int fieldIndex(const TableEntry& T, const QString& Name) {
+int fieldIndex(const TableEntry& T, QLatin1String Name) {
     for (qsizetype i = 0; i < T.FldNames.size(); ++i)
         if (T.FldNames[i].compare(Name, Qt::CaseInsensitive) == 0)
             return static_cast<int>(i);
@@ -37,9 +37,14 @@ bool UserTablesCheckOut(const DatabaseRecord& Db) {
             data = &t;
     if (!data)
         return false;
-    const int idF = fieldIndex(*data, QStringLiteral("IndNum"));
-    if (idF < 0 || fieldIndex(*data, QStringLiteral("Parent")) < 0)
-        return false;
+    // Every field the program writes into a new row: one missing would drop what the
+    // user typed without a word.
+    static const char* const kFields[] = {"IndNum",   "Parent",      "Type",  "Title", "Login",
+                                          "Password", "Description", "Image", "Flags"};
+    for (const char* f : kFields)
+        if (fieldIndex(*data, QLatin1String(f)) < 0)
+            return false;
+    const int idF = fieldIndex(*data, QLatin1String("IndNum"));
     long long last = 0;
     if (!countable(data->Tag, last))
         return false;

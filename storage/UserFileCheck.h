@@ -4,7 +4,8 @@
 // reading of a user file (UserFile.h), so that a body that passes can be changed and
 // written, and one that does not is refused as damaged rather than half taken in.
 //
-//  - a DataTable with the fields IndNum and Parent;
+//  - a DataTable with every field a new row gets (IndNum, Parent, Type, Title, Login,
+//    Password, Description, Image, Flags);
 //  - its tag, the last identifier handed out, a whole number from 0 to a billion (new
 //    rows need more), and no row's IndNum above it (a new row would share an identifier
 //    with an old one) or below 1 (0 is the root's).

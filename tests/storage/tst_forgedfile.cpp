@@ -22,10 +22,14 @@ const QString kKey = QStringLiteral("the file key");
 const QByteArray kBody("anna\x87"
                        "0\x87"
                        "1.1a\r\n[DataTable]\r\n0\x87"
-                       "1\r\n1\r\nIndNum 69\x87Parent 5\x87Type 5\x87Title 66\r\n"
+                       "1\r\n1\r\nIndNum 69\x87Parent 5\x87Type 5\x87Title 66\x87Login 2\x87Password 2\x87"
+                       "Description 2\x87Image 5\x87"
+                       "Flags 5\r\n"
                        "1\x87"
                        "0\x87"
-                       "1\x87Mail\r\n[End DataTable]\r\n");
+                       "1\x87Mail\x87\x87\x87\x87"
+                       "2key\x87"
+                       "0|0\r\n[End DataTable]\r\n");
 
 // Body under the outer layer as a plain image: what anyone with an old copy can forge.
 QByteArray forged(const QByteArray& Body) {
