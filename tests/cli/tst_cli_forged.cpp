@@ -239,6 +239,12 @@ private slots:
         const CliRun restored = cli.as(kPw, {"mkdir", "anna", "0", "AfterRestore"});
         QVERIFY2(restored.code == 0 && restored.err.isEmpty(), qPrintable(restored.err));
         QVERIFY(!cli.as(kPw, {"ls", "anna"}).out.contains("Later/"));
+
+        // A new user of the same name starts counting afresh.
+        QCOMPARE(cli({"delete-user", "anna", "--yes"}).code, 0);
+        QCOMPARE(cli({"add-user", "anna", "--password-stdin"}, kPw.toUtf8() + '\n').code, 0);
+        const CliRun fresh = cli.as(kPw, {"mkdir", "anna", "0", "First"});
+        QVERIFY2(fresh.code == 0 && fresh.err.isEmpty(), qPrintable(fresh.err));
     }
 };
 
