@@ -129,6 +129,8 @@ int CmdPasswd(const CliOptions& Opt, const QStringList& Args) {
         return rc;
     if (int rc = openUser(Opt, Args[0]))
         return rc;
+    if (int rc = confirmOlderFile(Opt))
+        return rc;
     // The file is written under the name the database carries; a file renamed by hand
     // would be written elsewhere, so such a file is left alone.
     if (CurUsDB->Name() != Args[0]) {

@@ -93,6 +93,10 @@ int CmdBackup(const CliOptions& Opt, const QStringList& Args) {
     QString copy;
     if (int rc = fileStep(QStringLiteral("the backup copy"), [&] { copy = DoAutobackup(CurUsDB); }))
         return rc;
+    if (copy.isEmpty()) {
+        say(QStringLiteral("the file of user %1 is damaged; no copy was made").arg(quoted(Args[0])));
+        return cliDamaged;
+    }
     std::printf("%s\n", QFile::encodeName(copy).constData());
     return cliOk;
 }

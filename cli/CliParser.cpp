@@ -30,6 +30,8 @@ const QList<QCommandLineOption>& commonOptions() {
         {QStringLiteral("password-stdin"), QStringLiteral("read passwords from standard input, one a line")},
         {{QStringLiteral("y"), QStringLiteral("yes")},
          QStringLiteral("answer the command's question with yes")},
+        {QStringLiteral("accept-older"),
+         QStringLiteral("change a user file even when it is older than one this computer has seen")},
         {{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("show this help")},
         {QStringLiteral("version"), QStringLiteral("show the version")}};
     return common;
@@ -182,6 +184,7 @@ void fillOptions(const QCommandLineParser& P, const CliCommand& Cmd, CliOptions&
     Opt.Databases = P.value(QStringLiteral("databases"));
     Opt.PaswStdin = P.isSet(QStringLiteral("password-stdin"));
     Opt.Yes = P.isSet(QStringLiteral("yes"));
+    Opt.AcceptOlder = P.isSet(QStringLiteral("accept-older"));
     for (const QCommandLineOption& o : Cmd.Options)
         if (P.isSet(o)) {
             Opt.Given.insert(o.names().last(), P.value(o));

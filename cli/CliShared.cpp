@@ -15,6 +15,7 @@
 #include "records/RecordTree.h"
 #include "storage/Md5.h"
 #include "storage/TableFile.h"
+#include "storage/UserFile.h"
 #include "storage/UserFileLock.h"
 #include "storage/clsDatabase.h"
 #include "users/UnsavedCopy.h"
@@ -144,6 +145,16 @@ int saveFailure(int SaveResult) {
         say(QStringLiteral("the file of user %1 was deleted meanwhile; nothing was written")
                 .arg(quoted(CurUser)));
         return cliNoUser;
+    case usOlderFile:
+        say(QStringLiteral("the file of user %1 is older than a version this computer has seen; nothing was "
+                           "written (keep it with --accept-older)")
+                .arg(quoted(CurUser)));
+        return cliRefused;
+    case usDamaged:
+        say(QStringLiteral("the file of user %1 is damaged: the password is right, but its contents do not "
+                           "check out; nothing was written (restore a backup copy: argentpm restore)")
+                .arg(quoted(CurUser)));
+        return cliDamaged;
     default:
         say(QStringLiteral("the file of user %1 could not be written; it is as it was").arg(quoted(CurUser)));
         return cliFailed;
@@ -208,6 +219,27 @@ int openUser(const CliOptions& Opt, const QString& Name) {
                 "note: changes to user %1 that the window could not save are kept in %2; the window "
                 "offers them back when it opens this user")
                 .arg(quoted(Name), copy));
+    if (const clsUserFilePtr& file = CurUsDB->UserFile(); file && file->OlderThanSeen())
+        say(QStringLiteral("the file of user %1 is older than a version this computer has seen (saved %2 "
+                           "times, a later copy %3 times): an older copy was put back")
+                .arg(quoted(Name))
+                .arg(file->OlderNum())
+                .arg(file->SeenNum()));
+    return cliOk;
+}
+
+int confirmOlderFile(const CliOptions& Opt) {
+    TRACE_PROC("modCli.ConfirmOlderFile");
+    const clsUserFilePtr& file = CurUsDB->UserFile();
+    if (!file || !file->OlderThanSeen())
+        return cliOk;
+    if (!Opt.AcceptOlder &&
+        !AskYesOnTty(QStringLiteral("Keep this older file and write the change into it?"))) {
+        say(QStringLiteral("nothing was changed (keep the older file with --accept-older when there is no "
+                           "terminal)"));
+        return cliRefused;
+    }
+    file->AcceptOlder();
     return cliOk;
 }
 
@@ -260,6 +292,8 @@ int openUserForChange(const CliOptions& Opt, const QString& Name) {
     if (int rc = lockUser(Name))
         return rc;
     if (int rc = openUser(Opt, Name))
+        return rc;
+    if (int rc = confirmOlderFile(Opt))
         return rc;
     if (CurUsDB->Name() != Name) {
         say(QStringLiteral("the database in %1 belongs to user %2; it was not changed")

@@ -31,6 +31,7 @@ struct CliOptions {
     QString Databases; // --databases DIR, empty for the settings' folder
     bool PaswStdin = false;
     bool Yes = false;
+    bool AcceptOlder = false;            // --accept-older: write over a file older than one seen here
     const CliCommand* Command = nullptr; // the command being run
     // The command's own options that were given: long name (without dashes) -> value,
     // an empty value for a switch.
@@ -73,6 +74,10 @@ int askNewSecret(const CliOptions& Opt, QString& Out);
 int lockUser(const QString& Name);
 // Checks the password and makes the user current, without touching the settings.
 int openUser(const CliOptions& Opt, const QString& Name);
+// The current user's file is older than a version this computer has seen: cliOk when the
+// user keeps it anyway (--accept-older, or yes on a terminal), else cliRefused after
+// saying so. cliOk at once for a file that did not go back.
+int confirmOlderFile(const CliOptions& Opt);
 // The user locked and opened for a change; a file renamed by hand is left alone.
 int openUserForChange(const CliOptions& Opt, const QString& Name);
 // Saves the change of the current user; an exit status after saying why not.

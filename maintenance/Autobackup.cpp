@@ -10,6 +10,7 @@
 #include "diagnostics/Globals.h"
 #include "diagnostics/Trace.h"
 #include "maintenance/MaintFiles.h"
+#include "storage/UserFile.h"
 #include "users/UserAccounts.h"
 #include "users/UserSession.h"
 
@@ -63,6 +64,13 @@ QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval) {
     TRACE_LOCAL(n);
     // Before the copies move: a Backup folder that is not the user's own is left alone.
     CheckBackupFolder();
+    // A file that fails its check (damaged, forged, not sealed) is no copy to keep: it
+    // would push a good one out of the rotation.
+    if (db->UserFile() && db->UserFile()->Path() == UsDBFilePath(name) &&
+        !db->UserFile()->FileChecksOut(*db)) {
+        DbgPrint(QStringLiteral("No backup copy: the user's file fails its check: ") + UsDBFilePath(name));
+        return QString();
+    }
 
     // The highest copy on disk, searched from N down; a gap below it is not noticed. For
     // N <= 0 the search ends at once with N: the set counts as full.

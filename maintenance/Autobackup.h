@@ -33,12 +33,12 @@ void CheckBackupFolder();
 int BackupCopiesNumber();
 
 // Makes one backup copy of db (the open database of the logged-in user), in this order:
-// "!!!AUTOBACKUP!!!" to the debug log; find the highest copy k <= N on disk; when it is N
-// (the set is full: also for N <= 0) delete copy 1 and rename every existing copy i to
-// i - 1; create the Backup folder if it is missing; save db first when it was used
-// within the last TimerInterval * 60 / 1000 seconds (a save that fails is logged, and the
-// file is copied as it stands); copy the user's file to the next number. Every file error
-// of the copying is raised for the error trap; the user's file is only ever
+// "!!!AUTOBACKUP!!!" to the debug log; nothing more (an empty result) when the user's file
+// fails its check with db's key (damaged, forged, not sealed); find the highest copy k <= N on disk; when it
+// is N (the set is full: also for N <= 0) delete copy 1 and rename every existing copy i to i - 1; create the
+// Backup folder if it is missing; save db first when it was used within the last TimerInterval * 60 / 1000
+// seconds (a save that fails is logged, and the file is copied as it stands); copy the user's file to the
+// next number. Every file error of the copying is raised for the error trap; the user's file is only ever
 // read (a save replaces it atomically), so a failure leaves it whole. Returns the path
 // of the copy written.
 QString DoAutobackup(const clsDatabasePtr& db, int TimerInterval = kAutobackupInterval);

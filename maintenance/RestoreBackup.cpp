@@ -5,6 +5,7 @@
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
 #include "maintenance/MaintFiles.h"
+#include "storage/FileVersionsSeen.h"
 #include "storage/UserFileLock.h"
 #include "users/UserAccounts.h"
 #include "users/UserName.h"
@@ -16,6 +17,12 @@
 #include <QRegularExpression>
 
 namespace {
+
+bool copyIsDamaged(const QString& Copy, const QString& Md5) {
+    DatabaseRecord rec;
+    clsFileIdentity id;
+    return ReadUserFile(Copy, GetTruePasw(Md5), rec, id) == tbeBadFormat;
+}
 
 const QString kBackupEnding = QStringLiteral(".bdb.BACKUP");
 const QString kDateInfix = QStringLiteral(" Date: ");
@@ -120,7 +127,11 @@ int RestoreBackupFile(const QString& BackupFileName) {
     clsUserFileLock lock(target);
     if (!lock.Acquire())
         return lock.TimedOut() ? -6 : -1;
-    return TryCopyFileOver(source, target, kPrivateFilePerms) ? 1 : -1;
+    if (!TryCopyFileOver(source, target, kPrivateFilePerms))
+        return -1;
+    // The user put an older copy back on purpose: whatever it counts is the newest now.
+    ResetSaveNum(target, 0);
+    return 1;
 }
 
 int RestoreDBFromBackup(const QString& ItemText) {
@@ -140,6 +151,12 @@ int RestoreDBFromBackup(const QString& ItemText) {
     // Kept whole, with whatever was not saved yet: should the restore not happen, that is
     // what comes back, not the file.
     const clsDatabasePtr wasDB = CurUsDB;
+    // A copy of the open user that its key opens but that fails its check (damaged,
+    // forged, not sealed) is not put back over the file.
+    if (user == wasUser && copyIsDamaged(BackupFolderPath() + file, wasKey)) {
+        WipeString(wasKey);
+        return -4;
+    }
     UnloadUser();
     const int r = RestoreBackupFile(file);
     if (r < 0) {

@@ -49,7 +49,9 @@ int RestoreBackupFile(const QString& BackupFileName);
 // again with the key it was open with. 0 restored and open again; 1 restored, not
 // opened (another user, or the copy was made under an older password: ask for it);
 // -1 / -2 / -3 / -6 as RestoreBackupFile, and then nothing has changed on disk; after -1
-// and -6 the user who was open is opened again (with the key it was open with).
+// and -6 the user who was open is opened again (with the key it was open with); -4 the
+// copy is of the open user and its key opens it, but it fails its check (damaged): nothing
+// was touched, the user stays open.
 int RestoreDBFromBackup(const QString& ItemText);
 
 // The delete button: deletes the item's copy. 1 deleted, -2 no such copy.

@@ -114,6 +114,8 @@ void frmRestore::cmdRestore_Click() {
         MsgBox(Texts(247), vbExclamation);
     else if (restored == -6)
         MsgBox(Texts(264), vbExclamation);
+    else if (restored == -4)
+        MsgBox(Texts(260) + QStringLiteral(" \"") + user + u'"', vbExclamation);
     if (restored == 1 && AskUserPassword(this, user) == 1) {
         // Another user's copy, or one made under an older password: its password opens it.
         QString pasw = FrmPaswEnetered;

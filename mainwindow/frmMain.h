@@ -208,6 +208,8 @@ private:
     void FinishUnload();
     int SettleSave(int Result);
     int SaveWithFileKey();
+    int SettleDamagedFile();
+    int SettleOlderFile();
     void ShowFileTakenIn(const QString& Message);
     void SyncWatch();
     void RefreshFromFile();

@@ -57,6 +57,10 @@ int frmMain::SettleSave(int Result) {
         break;
     case usKeyChanged:
         return SaveWithFileKey();
+    case usDamaged:
+        return SettleDamagedFile();
+    case usOlderFile:
+        return SettleOlderFile();
     case usFileDeleted:
         if (MsgBox(Texts(267), vbYesNo | vbQuestion) == vbYes && SameUserOpen(db))
             return SettleSave(UsSession().SaveRecreate());
@@ -166,6 +170,8 @@ void frmMain::RefreshFromFile() {
         break;
     case usKeyChanged:
     case usFileDeleted:
+    case usDamaged:
+    case usOlderFile:
         // Asked once for each time it happens.
         if (m_toldFileState != r) {
             m_toldFileState = r;

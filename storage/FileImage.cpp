@@ -7,6 +7,17 @@
 
 #include <cstring>
 
+int ImageKind(const QByteArray& Data) {
+    const auto startsLine = [&Data](const char* Sig, qsizetype Len) {
+        if (Data.size() <= Len || std::memcmp(Data.constData(), Sig, static_cast<std::size_t>(Len)) != 0)
+            return false;
+        return Data[Len] == '\n' || (Data[Len] == '\r' && Data.size() > Len + 1 && Data[Len + 1] == '\n');
+    };
+    if (startsLine(kSignatureEnc, sizeof(kSignatureEnc) - 1))
+        return kImageSealed;
+    return startsLine(kSignature, sizeof(kSignature) - 1) ? kImagePlain : kImageNone;
+}
+
 int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, const QSet<QString>* Only) {
     TRACE_PROC("TableEngine.ParseFileImage", static_cast<long long>(Data.size()), HIDDEN(Pasw));
     const auto* nl =

@@ -63,6 +63,9 @@ struct DatabaseRecord {
     QString Name;
     std::int16_t flags = 0;
     QString Tag;
+    // How many times the file was saved (0 in a file from before the count): a file that
+    // goes back in time is known by it (FileVersionsSeen.h).
+    quint64 SaveNum = 0;
     QList<TableEntry> Tables;
     QList<HelpTable> HTables;
     std::shared_ptr<KeyCache> Key;

@@ -5,7 +5,8 @@
 // UTF-8, lines ending in CR LF (LF alone is read too), values in a line separated by the
 // single byte 0x87:
 //
-//   Name 87 flags 87 Version [87 Tag]        database line (missing values read empty)
+//   Name 87 flags 87 Version [87 Tag [87 SaveNum]]   database line (missing values read
+//                                            empty; SaveNum counts the saves, 0 is left out)
 //   [TableName]                             one block per table
 //   flags 87 record count                   table attribute line
 //   table tag                               (the last IndNum handed out, for DataTable)
@@ -54,6 +55,11 @@ int ParseBody(const QByteArray& Bytes, qsizetype From, DatabaseRecord& db, const
 
 // The size the body of db takes in its file form, or a little more (for reserving).
 qsizetype EstimateBodySize(const DatabaseRecord& db);
+
+// What the first line of Data is: the signature of a sealed image, of a plain one, or
+// neither. A line end (LF or CR LF) must follow the signature.
+enum ImageKindResult { kImageNone = 0, kImagePlain = 1, kImageSealed = 2 };
+int ImageKind(const QByteArray& Data);
 
 // Reads a whole file image: signature, protection, body. Data is consumed: the tables
 // read hold its bytes, and it is wiped when nothing could be read from it.

@@ -5,8 +5,10 @@
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
 #include "storage/FileSeal.h"
+#include "storage/FileVersionsSeen.h"
 #include "storage/Rc4.h"
 #include "storage/TableFile.h"
+#include "storage/UserFileCheck.h"
 #include "storage/UserFileMerge.h"
 #include "storage/clsDatabase.h"
 
@@ -15,6 +17,7 @@
 
 #include <sodium.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -95,12 +98,20 @@ int clsUserFile::Read(const QString& Path, const QString& Key, DatabaseRecord& O
     if (!ReadFileWithIdentity(Path, bytes, Id))
         return Id.Exists ? tbeIoError : tbeNoFile;
     applyOuterLayer(Key, bytes.data(), bytes.size());
+    // The first line deciphers only with the right key. A user file is sealed: a plain
+    // one is forged (the outer layer alone proves nothing), and a sealed one that fails
+    // its check after a first line that opened is damaged, not a wrong password.
+    const int kind = ImageKind(bytes);
+    if (kind != kImageSealed) {
+        WipeBytes(bytes);
+        return kind == kImagePlain ? tbeBadFormat : tbeBadKey;
+    }
     DatabaseRecord db;
     db.Key = Cache ? std::move(Cache) : std::make_shared<KeyCache>();
     // ParseFileImage consumes the bytes and wipes them when nothing could be read.
     const int r = ParseFileImage(bytes, Key, db, nullptr);
-    if (r < 0)
-        return r;
+    if (r < 0 || !UserTablesCheckOut(db))
+        return tbeBadFormat;
     db.Path = Path;
     db.Ready = true;
     Out = std::move(db);
@@ -118,11 +129,11 @@ bool clsUserFile::FirstLineOpens(const QString& Path, const QString& Key) {
     if (head.size() <= kLen)
         return false;
     applyOuterLayer(Key, head.data(), head.size());
-    const bool lineEnds =
-        head[kLen] == '\n' || (head[kLen] == '\r' && head.size() > kLen + 1 && head[kLen + 1] == '\n');
-    const bool ok = lineEnds && std::memcmp(head.constData(), kSignatureEnc, kLen) == 0;
+    // A plain signature line deciphered as well: the key is right and the reader refuses
+    // the file as damaged (ImageKind).
+    const int kind = ImageKind(head);
     // A file of exactly the signature line holds nothing to open.
-    return ok && f.size() > kLen;
+    return kind != kImageNone && f.size() > kLen;
 }
 
 bool clsUserFile::Write(const QString& Path, const DatabaseRecord& Db, const QString& Key,
@@ -158,7 +169,35 @@ int clsUserFile::Open(clsDatabase& DB) {
     DB.SetDB(rec);
     DB.SetPath(m_path);
     SetState(rec, id);
+    m_olderNum.reset();
+    if (wentBack(rec.SaveNum))
+        m_olderNum = rec.SaveNum;
+    else
+        noteRead(rec.SaveNum);
     return tbeOk;
+}
+
+// What this computer remembers decides (a restore elsewhere resets it); what this object
+// saw itself stands in when nothing is remembered.
+bool clsUserFile::wentBack(quint64 FileNum) {
+    const std::optional<quint64> seen = SeenSaveNum(m_path);
+    if (seen)
+        m_knownNum = *seen;
+    return FileNum < m_knownNum;
+}
+
+void clsUserFile::noteRead(quint64 FileNum) {
+    m_knownNum = std::max(m_knownNum, FileNum);
+    NoteSaveNum(m_path, FileNum);
+}
+
+void clsUserFile::AcceptOlder() {
+    TRACE_PROC("clsUserFile.AcceptOlder", m_path);
+    if (!m_olderNum)
+        return;
+    m_knownNum = *m_olderNum;
+    ResetSaveNum(m_path, m_knownNum);
+    m_olderNum.reset();
 }
 
 void clsUserFile::SetState(const DatabaseRecord& Mem, const clsFileIdentity& Id) {
@@ -196,6 +235,11 @@ int clsUserFile::SaveRecreate(clsDatabase& DB) {
     return saveShared(DB, m_key, m_key, SaveMode::Recreate, false);
 }
 
+int clsUserFile::SaveOver(clsDatabase& DB) {
+    TRACE_PROC("clsUserFile.SaveOver", m_path);
+    return saveShared(DB, m_key, m_key, SaveMode::Over, false);
+}
+
 int clsUserFile::SaveRekeyed(clsDatabase& DB, const QString& NewKey) {
     TRACE_PROC("clsUserFile.SaveRekeyed", m_path, HIDDEN(NewKey));
     const QString readKey = m_key;
@@ -221,9 +265,19 @@ int clsUserFile::readTheirs(const QString& Key, bool SameKey, const clsDatabase&
 }
 
 int clsUserFile::writeLocked(clsDatabase& DB, const QString& WriteKey) {
+    // Every save counts one up from the newest version known, so that no copy written
+    // before can pass for a later one.
+    const quint64 was = DB.DBView().SaveNum;
+    const quint64 num = std::max({was, m_base.SaveNum, m_knownNum, SeenSaveNum(m_path).value_or(0)}) + 1;
+    DB.SetSaveNum(num);
     clsFileIdentity written;
-    if (!Write(m_path, DB.DBView(), WriteKey, written))
+    if (!Write(m_path, DB.DBView(), WriteKey, written)) {
+        DB.SetSaveNum(was);
         return usWriteFailed;
+    }
+    m_olderNum.reset();
+    m_knownNum = num;
+    NoteSaveNum(m_path, num);
     // The identity of the bytes just written, without reading them back; should it be
     // missing, the file is read as any other.
     SetState(DB.DBView(), written.Exists ? written : ReadFileIdentity(m_path));
@@ -236,9 +290,14 @@ int clsUserFile::saveShared(clsDatabase& DB, const QString& ReadKey, const QStri
     HeldLock lock(m_lock);
     if (!lock.Ok())
         return lock.Failure();
+    if (Mode == SaveMode::Over)
+        return writeLocked(DB, WriteKey);
     bool exists = false;
     const bool unchanged = FileUnchanged(m_path, m_id, &exists);
     const bool changed = m_hasState && !unchanged;
+    // An older file read before is not written over until the user says which one stays.
+    if (!changed && m_olderNum)
+        return usOlderFile;
     if (!changed && !ForceRead)
         return writeLocked(DB, WriteKey);
     if (!exists)
@@ -250,11 +309,18 @@ int clsUserFile::saveShared(clsDatabase& DB, const QString& ReadKey, const QStri
         return usKeyChanged;
     if (r == tbeIoError || r == tbeNoFile)
         return r == tbeNoFile && Mode != SaveMode::Recreate ? usFileDeleted : usWriteFailed;
-    int result = usSaved;
-    // A side without its records table is damaged, never "every row deleted".
+    // A damaged or forged file is neither merged nor written over unasked, and a side
+    // without its records table is damaged, never "every row deleted".
     if (r < 0 || !CanMerge(DB.DBView(), theirs)) {
-        DbgPrint(QStringLiteral("User file fails its check, written over: ") + m_path);
-    } else if (changed) {
+        DbgPrint(QStringLiteral("User file fails its check, not written: ") + m_path);
+        return usDamaged;
+    }
+    if (wentBack(theirs.SaveNum)) {
+        m_olderNum = theirs.SaveNum;
+        return usOlderFile;
+    }
+    int result = usSaved;
+    if (changed) {
         DatabaseRecord merged = DB.DBView();
         logMerge(MergeDatabases(merged, m_base, theirs));
         DB.ReplaceDB(std::move(merged));
@@ -265,6 +331,16 @@ int clsUserFile::saveShared(clsDatabase& DB, const QString& ReadKey, const QStri
     }
     const int w = writeLocked(DB, WriteKey);
     return w < 0 ? w : result;
+}
+
+bool clsUserFile::FileChecksOut(const clsDatabase& DB) {
+    TRACE_PROC("clsUserFile.FileChecksOut", m_path);
+    if (m_hasState && FileUnchanged(m_path, m_id))
+        return true;
+    DatabaseRecord file;
+    clsFileIdentity id;
+    const int r = Read(m_path, m_key, file, id, DB.DBView().Key);
+    return r == tbeOk && CanMerge(file, file);
 }
 
 int clsUserFile::Refresh(clsDatabase& DB) {
@@ -281,8 +357,16 @@ int clsUserFile::Refresh(clsDatabase& DB) {
         return usFileDeleted;
     if (r == tbeBadKey)
         return usKeyChanged;
-    if (r < 0 || !CanMerge(DB.DBView(), theirs))
+    if (r == tbeIoError)
         return usWriteFailed;
+    if (r < 0 || !CanMerge(DB.DBView(), theirs))
+        return usDamaged;
+    if (wentBack(theirs.SaveNum)) {
+        m_olderNum = theirs.SaveNum;
+        return usOlderFile;
+    }
+    noteRead(theirs.SaveNum);
+    m_olderNum.reset();
     if (m_hasState && HasUnsavedChanges(DB.DBView())) {
         DatabaseRecord merged = DB.DBView();
         logMerge(MergeDatabases(merged, m_base, theirs));

@@ -28,6 +28,7 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 class clsDatabase;
 
@@ -42,6 +43,10 @@ enum UsSaveResult {
     usLockTimeout = -6,   // another program held the user's file for more than 10 s: nothing changed
     usKeyChanged = -7,    // the file no longer opens with this key (its password changed elsewhere)
     usFileDeleted = -8,   // the file was deleted elsewhere: nothing written (SaveRecreate writes it)
+    usOlderFile = -10,    // the file is older than one this computer has seen (FileVersionsSeen.h):
+                          // nothing written or taken in (SaveOver keeps ours, AcceptOlder theirs)
+    usDamaged = -9,       // the file opens with the key but fails its check (damaged, forged or not
+                          // sealed): nothing written, nothing taken in (SaveOver writes over it)
 };
 inline constexpr int usTakenIn = usSaved; // refresh: the file's version is in memory now
 inline constexpr int usDiskFull = usWriteFailed;
@@ -60,11 +65,14 @@ public:
     // ---- the one reader and the one writer -------------------------------------------
     // Reads the file at Path with Key (both layers, in memory) into Out, with the identity
     // of exactly the bytes read. Cache, when given, is the key cache of the result.
-    // tbeOk, or tbeNoFile, tbeIoError, tbeBadKey (wrong key or changed bytes), tbeBadFormat.
+    // tbeOk, or tbeNoFile, tbeIoError, tbeBadKey (a wrong key: the first line does not
+    // decipher), tbeBadFormat (the key is right, but the file is not sealed, or its seal or
+    // its structure fails the check: damaged or forged).
     static int Read(const QString& Path, const QString& Key, DatabaseRecord& Out, clsFileIdentity& Id,
                     std::shared_ptr<KeyCache> Cache = {});
-    // True when the first line of the file at Path deciphers with Key to the signature of
-    // a sealed file: the password check, which reads a few bytes only.
+    // True when the first line of the file at Path deciphers with Key to a signature: the
+    // password check, which reads a few bytes only. (A plain signature proves the key as
+    // well; Read then refuses the file as damaged.)
     static bool FirstLineOpens(const QString& Path, const QString& Key);
     // Writes Db as the whole new content of Path with Key, checked; Written receives the
     // identity of the bytes written (Exists false when it could not be had).
@@ -79,6 +87,9 @@ public:
     int Save(clsDatabase& DB);
     // Save that writes a file deleted elsewhere again.
     int SaveRecreate(clsDatabase& DB);
+    // Writes DB over whatever the file holds now, without reading it (the user chose to
+    // keep what is open over a damaged or an older file).
+    int SaveOver(clsDatabase& DB);
     // Save that reads the file's version with the current key and writes with NewKey,
     // which then becomes the key (a change of password).
     int SaveRekeyed(clsDatabase& DB, const QString& NewKey);
@@ -86,10 +97,24 @@ public:
     // writes with TheirKey, which then becomes the key. usKeyChanged when TheirKey does
     // not open it either.
     int SaveWithFileKey(clsDatabase& DB, const QString& TheirKey);
+    // True when the file at the path opens with the key and checks out (sealed, whole,
+    // with its records table): what a backup copy may be made of. DB lends its key cache.
+    bool FileChecksOut(const clsDatabase& DB);
     // Takes changes made elsewhere into DB, holding the lock: nothing is written.
-    // usUnchanged, usTakenIn, or usWriteFailed (unreadable or damaged), usLockTimeout,
+    // usUnchanged, usTakenIn, or usWriteFailed (unreadable), usDamaged, usLockTimeout,
     // usKeyChanged, usFileDeleted.
     int Refresh(clsDatabase& DB);
+
+    // ---- a file that went back in time ------------------------------------------------
+    // True when the file last read is older than one seen before (by this object or, as
+    // FileVersionsSeen remembers, by any program on this computer) and the user has not
+    // accepted it yet: saves and refreshes give usOlderFile until then.
+    bool OlderThanSeen() const { return m_olderNum.has_value(); }
+    // The save counts of that older file and of the newest one seen.
+    quint64 OlderNum() const { return m_olderNum.value_or(0); }
+    quint64 SeenNum() const { return m_knownNum; }
+    // The user keeps the older file: it is the newest one from now on.
+    void AcceptOlder();
 
     bool HasState() const { return m_hasState; }
     const DatabaseRecord& Base() const { return m_base; }
@@ -100,13 +125,15 @@ public:
     void SetState(const DatabaseRecord& Mem, const clsFileIdentity& Id);
 
 private:
-    enum class SaveMode { Normal, Recreate };
+    enum class SaveMode { Normal, Recreate, Over };
     int saveShared(clsDatabase& DB, const QString& ReadKey, const QString& WriteKey, SaveMode Mode,
                    bool ForceRead);
     int writeLocked(clsDatabase& DB, const QString& WriteKey);
     int readTheirs(const QString& Key, bool SameKey, const clsDatabase& DB, DatabaseRecord& Theirs,
                    clsFileIdentity& Id);
     void adoptKey(const QString& Key);
+    bool wentBack(quint64 FileNum);
+    void noteRead(quint64 FileNum);
 
     QString m_path;
     QString m_key;
@@ -114,6 +141,8 @@ private:
     DatabaseRecord m_base;
     clsFileIdentity m_id;
     bool m_hasState = false;
+    quint64 m_knownNum = 0;            // the highest save count read or written here
+    std::optional<quint64> m_olderNum; // the count of an older file not accepted yet
 };
 
 using clsUserFilePtr = std::shared_ptr<clsUserFile>;

@@ -30,6 +30,7 @@ public:
     // The structure itself, for loops over many records that must not copy or trace
     // per value (tree building, listing). Read only.
     const DatabaseRecord& DBView() const { return lDB; }
+    void SetSaveNum(quint64 N) { lDB.SaveNum = N; }
 
     int flags() const;
     void SetFlags(int NewFlags); // 16 bits: outside -32768..32767 is error 6

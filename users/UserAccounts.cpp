@@ -12,6 +12,7 @@
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Globals.h"
 #include "diagnostics/Trace.h"
+#include "storage/FileVersionsSeen.h"
 #include "storage/Md5.h"
 #include "storage/TableFile.h"
 #include "users/UserName.h"
@@ -182,6 +183,8 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
     TRACE_LOCAL(ok);
     if (!ok)
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
+    // A new user: what this computer saw of an earlier file of that name counts no more.
+    ResetSaveNum(Path, 0);
 }
 
 int TestUsPasw(const QString& UPath, const QString& Pasw) {

@@ -92,6 +92,16 @@ int clsUserSession::SaveRecreate() {
     return SaveUsDBRecreate(CurUsDB, GetTruePasw(CurUsPasw));
 }
 
+int clsUserSession::SaveOver() {
+    TRACE_PROC("clsUserSession.SaveOver");
+    if (!IsOpen())
+        return usNothingToSave;
+    const clsUserFilePtr& file = CurUsDB->UserFile();
+    if (!file || file->Path() != UsDBFilePath(CurUsDB->Name()))
+        return SaveRecreate();
+    return file->SaveOver(*CurUsDB);
+}
+
 int clsUserSession::SaveWithPassword(const QString& Typed) {
     TRACE_PROC("clsUserSession.SaveWithPassword", HIDDEN(Typed));
     const int r = SaveUsDBWithNewKey(CurUsDB, Typed);

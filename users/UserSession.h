@@ -26,6 +26,9 @@ public:
     int Save();
     // Writes a file deleted elsewhere again.
     int SaveRecreate();
+    // Writes what is open over the file as it is now, unread (a damaged file, or an older
+    // one the user chose to replace).
+    int SaveOver();
     // The file's password was changed elsewhere: Typed (as typed) is its password now;
     // on success it becomes the open user's.
     int SaveWithPassword(const QString& Typed);

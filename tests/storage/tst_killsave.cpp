@@ -15,6 +15,7 @@
 #include <QTest>
 #include <QThread>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <sys/resource.h>
@@ -31,7 +32,9 @@ void useFolder(const QString& folder) {
     CreateProgramObjects();
 }
 
-// Version g of the database: 5 + g % 7 records of about 2 KB, each naming g; the table tag g.
+// Version g of the database: 5 + g % 7 records of about 2 KB, each naming g; the table tag
+// g + kIdRoom (the last identifier handed out is never below a row's).
+constexpr int kIdRoom = 11;
 QStringList row(int i, int g) {
     return {QString::number(i + 1),
             "0",
@@ -51,12 +54,12 @@ void fillVersion(clsDatabase& db, int g) {
     db.DeleteRecs(1, all);
     for (int i = 0; i < 5 + g % 7; ++i)
         db.SetTblRecord(1, db.AddRecord(1), row(i, g));
-    db.SetTblTag(1, QString::number(g));
+    db.SetTblTag(1, QString::number(g + kIdRoom));
 }
 
 // The version a database holds, or -1 when its records do not form one whole version.
 int versionOf(clsDatabase& db) {
-    const int g = db.GetTblTag(1).toInt();
+    const int g = db.GetTblTag(1).toInt() - kIdRoom;
     if (db.GetTblRecNum(1) != 5 + g % 7)
         return -1;
     for (int r = 1; r <= db.GetTblRecNum(1); ++r)
@@ -85,7 +88,7 @@ int saveForeverChild(int& argc, char** argv) {
     const QString key = loadKillUser();
     if (key.isEmpty())
         return 3;
-    int g = CurUsDB->GetTblTag(1).toInt();
+    int g = std::max(CurUsDB->GetTblTag(1).toInt() - kIdRoom, 0);
     say("ready", g);
     for (;;) {
         fillVersion(*CurUsDB, ++g);
