@@ -36,6 +36,8 @@ inline constexpr int kCfgClipDelay = 23;    // clipboard cleared after a secret 
 // settings). Loading the settings beside the program re-bases entry 5 when it names
 // <entry 24>/DataBases and the copy now runs from elsewhere (see LoadConfig).
 inline constexpr int kCfgPortableOrigin = 24;
+// Entry 25 is kept for the number of earlier passwords a record keeps.
+inline constexpr int kCfgHealthAge = 26; // password health: "old" from this many months (12)
 
 extern StrMass ProgConfig;
 extern QString ProgCfgPath;

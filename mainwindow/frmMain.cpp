@@ -198,6 +198,7 @@ void frmMain::BuildMenus() {
     mnuToolsFind = item(mnuTools, "mnuToolsFind");
     mnuToolsFind->setShortcut(QKeySequence::Find);
     mnuToolsGenerator = item(mnuTools, "mnuToolsGenerator");
+    mnuToolsHealth = item(mnuTools, "mnuToolsHealth");
     mnuToolsClearClip = item(mnuTools, "mnuToolsClearClip");
     mnuTools->addSeparator();
     mnuToolsFlash = item(mnuTools, "mnuToolsFlash");
@@ -264,6 +265,7 @@ void frmMain::BuildMenus() {
     on(mnuToolsOptions, &frmMain::mnuToolsOptions_Click);
     on(mnuToolsClearClip, &frmMain::mnuToolsClearClip_Click);
     on(mnuToolsFlash, &frmMain::mnuToolsFlash_Click);
+    on(mnuToolsHealth, &frmMain::mnuToolsHealth_Click);
     on(mnuHelpContents, &frmMain::mnuHelpContents_Click);
     on(mnuHelpAskSupport, &frmMain::mnuHelpAskSupport_Click);
     on(mnuHelpAbout, &frmMain::mnuHelpAbout_Click);
@@ -369,6 +371,7 @@ void frmMain::ShowFormLang() {
     mnuToolsOptions->setText(Texts(42));
     mnuToolsGenerator->setText(Texts(39));
     mnuToolsFlash->setText(Texts(143));
+    mnuToolsHealth->setText(Texts(307));
     mnuHelp->setTitle(Texts(29));
     mnuHelpContents->setText(Texts(43));
     mnuHelpAbout->setText(Texts(46));

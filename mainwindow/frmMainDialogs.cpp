@@ -17,6 +17,7 @@
 #include "records/frmExport.h"
 #include "records/frmFind.h"
 #include "records/frmImport.h"
+#include "records/frmPasswordHealth.h"
 #include "records/frmPaswGenerator.h"
 #include "users/UserAccounts.h"
 
@@ -34,6 +35,12 @@ void frmMain::mnuToolsFind_Click() {
 void frmMain::mnuToolsGenerator_Click() {
     TRACE_PROC("frmMain.mnuToolsGenerator_Click");
     RunPaswGenerator(this);
+}
+
+void frmMain::mnuToolsHealth_Click() {
+    TRACE_PROC("frmMain.mnuToolsHealth_Click");
+    if (UserLoaded())
+        RunPasswordHealth(this);
 }
 
 void frmMain::mnuContextTrvAddRec_Click() {

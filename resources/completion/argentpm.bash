@@ -17,7 +17,7 @@ _argentpm() {
     cur="${COMP_WORDS[COMP_CWORD]}"
     prev="${COMP_WORDS[COMP_CWORD - 1]}"
     local commands="users add-user passwd delete-user ls show mkdir add rename mv rm edit find
-        clip generate backup backups restore delete-backup install-portable import export help"
+        clip generate backup backups restore delete-backup install-portable import export health help"
     local common="--databases --password-stdin --yes --help --version"
 
     case "$prev" in
@@ -38,7 +38,7 @@ _argentpm() {
             compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             return ;;
-        --title | --login | --desc | --generate | --color | --into | --map | --folder)
+        --title | --login | --desc | --generate | --color | --into | --map | --folder | --older-than)
             return ;;
     esac
 
@@ -47,7 +47,7 @@ _argentpm() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         case "${COMP_WORDS[i]}" in
             --databases | --title | --login | --desc | --generate | --color | --bold | --field | \
-                --format | --into | --map | --folder | -o | --output) ((i++)) ;;
+                --format | --into | --map | --folder | --older-than | -o | --output) ((i++)) ;;
             -*) ;;
             *) if [ -z "$cmd" ]; then cmd="${COMP_WORDS[i]}"; else ((argn++)); fi ;;
         esac
@@ -65,6 +65,7 @@ _argentpm() {
             find) own="--titles-only --case-sensitive --json" ;;
             import) own="--format --into --map" ;;
             export) own="--format --folder --output" ;;
+            health) own="--older-than --json" ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$common $own" -- "$cur")
         return
@@ -78,7 +79,7 @@ _argentpm() {
     case "$cmd" in
         help)
             [ "$argn" -eq 0 ] && mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur") ;;
-        passwd | delete-user | ls | show | mkdir | add | rename | mv | rm | edit | find | clip | backup | import | export)
+        passwd | delete-user | ls | show | mkdir | add | rename | mv | rm | edit | find | clip | backup | import | export | health)
             if [ "$argn" -eq 0 ]; then
                 local IFS=$'\n'
                 mapfile -t COMPREPLY < <(compgen -W "$(argentpm "${dbopt[@]}" users 2>/dev/null)" -- "$cur")
