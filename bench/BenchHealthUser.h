@@ -9,7 +9,8 @@
 #include "storage/FieldTable.h"
 
 inline // Gives the records of the open user the passwords and histories described above.
-void ShapeHealthPasswords() {
+    void
+    ShapeHealthPasswords() {
     clsDatabase& db = *CurUsDB;
     const int tbl = db.FindTable(QStringLiteral("DataTable"));
     const int fType = db.FindField(tbl, QStringLiteral("Type"));
@@ -46,8 +47,8 @@ void ShapeHealthPasswords() {
         const int n = 1 + static_cast<int>(rng.bounded(3));
         for (int k = 0; k < n; ++k) {
             const QDateTime when = now.addSecs(-static_cast<qint64>(rng.bounded(3 * 365 * 86400)));
-            t.Records.append({QString::number(rng.generate64(), 16), id, QString::number(rffHistory), QString(),
-                              BenchPasw(rng), when.toString(Qt::ISODate)});
+            t.Records.append({QString::number(rng.generate64(), 16), id, QString::number(rffHistory),
+                              QString(), BenchPasw(rng), when.toString(Qt::ISODate)});
         }
     }
 }

@@ -62,12 +62,13 @@ int main(int argc, char** argv) {
         for (const auto& g : rep.Reused)
             shared += g.size();
         std::printf("records: %d, cores: %u\n", rep.Records, std::thread::hardware_concurrency());
-        std::printf("weak %lld, shared passwords %lld (%lld records), older than 12 months %lld, unknown age %d, "
-                    "empty %lld\n",
-                    static_cast<long long>(rep.Weak.size()), static_cast<long long>(rep.Reused.size()),
-                    static_cast<long long>(shared),
-                    static_cast<long long>(HealthOlderThan(rep, HealthCutoffMonths(12)).size()), rep.UnknownAge,
-                    static_cast<long long>(rep.Empty.size()));
+        std::printf(
+            "weak %lld, shared passwords %lld (%lld records), older than 12 months %lld, unknown age %d, "
+            "empty %lld\n",
+            static_cast<long long>(rep.Weak.size()), static_cast<long long>(rep.Reused.size()),
+            static_cast<long long>(shared),
+            static_cast<long long>(HealthOlderThan(rep, HealthCutoffMonths(12)).size()), rep.UnknownAge,
+            static_cast<long long>(rep.Empty.size()));
         std::printf("report: median %.0f ms wall, %.0f ms processor (%d runs)\n", BenchMedian(wall),
                     BenchMedian(cpu), runs);
         // The same walk with one password everywhere: what the report costs besides the

@@ -85,7 +85,8 @@ QByteArray heading(const QString& Text, qsizetype Count) {
     return '\n' + Text.toUtf8() + ": " + QByteArray::number(Count) + '\n';
 }
 
-int printHealth(const QString& User, const HealthReport& R, const QList<HealthItem>& Old, const QString& Age) {
+int printHealth(const QString& User, const HealthReport& R, const QList<HealthItem>& Old,
+                const QString& Age) {
     int width = 1;
     for (const auto* list : {&R.Weak, &R.Empty, &Old})
         for (const HealthItem& it : *list)
@@ -93,7 +94,8 @@ int printHealth(const QString& User, const HealthReport& R, const QList<HealthIt
     for (const QList<HealthItem>& g : R.Reused)
         for (const HealthItem& it : g)
             width = std::max(width, static_cast<int>(it.IndNum.size()));
-    QByteArray out = QStringLiteral("Password health of user \"%1\": %2 records.\n").arg(User).arg(R.Records).toUtf8();
+    QByteArray out =
+        QStringLiteral("Password health of user \"%1\": %2 records.\n").arg(User).arg(R.Records).toUtf8();
     out += heading(QStringLiteral("Weak passwords"), R.Weak.size());
     appendItems(out, R.Weak, width, 2, [](const HealthItem& It) { return levelName(It.Level); });
     qsizetype shared = 0;
@@ -105,9 +107,11 @@ int printHealth(const QString& User, const HealthReport& R, const QList<HealthIt
         appendItems(out, g, width, 4);
     }
     out += heading(QStringLiteral("Passwords older than %1").arg(Age), Old.size());
-    appendItems(out, Old, width, 2, [](const HealthItem& It) { return QStringLiteral("set ") + dayOf(It.Set); });
+    appendItems(out, Old, width, 2,
+                [](const HealthItem& It) { return QStringLiteral("set ") + dayOf(It.Set); });
     if (R.UnknownAge > 0)
-        out += QStringLiteral("  %1 record(s) keep no earlier password, so the age of their password is unknown.\n")
+        out += QStringLiteral(
+                   "  %1 record(s) keep no earlier password, so the age of their password is unknown.\n")
                    .arg(R.UnknownAge)
                    .toUtf8();
     out += heading(QStringLiteral("Records with an empty password"), R.Empty.size());

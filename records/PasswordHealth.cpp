@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr int kChunk = 64;       // passwords a thread takes at a time
+constexpr int kChunk = 64; // passwords a thread takes at a time
 
 void wipe(QByteArray& B) {
     if (!B.isEmpty())
@@ -41,7 +41,8 @@ bool estimateAll(const std::vector<QByteArray>& Pasw, std::vector<int>& Level, c
                 return;
             const int to = std::min(total, from + kChunk);
             for (int i = from; i < to; ++i)
-                Level[static_cast<size_t>(i)] = PaswLevelOfBits(PaswEntropyBits(Pasw[static_cast<size_t>(i)].constData()));
+                Level[static_cast<size_t>(i)] =
+                    PaswLevelOfBits(PaswEntropyBits(Pasw[static_cast<size_t>(i)].constData()));
             done.fetch_add(to - from);
         }
     };
@@ -59,7 +60,8 @@ bool estimateAll(const std::vector<QByteArray>& Pasw, std::vector<int>& Level, c
             break;
         const int to = std::min(total, from + kChunk);
         for (int i = from; i < to; ++i)
-            Level[static_cast<size_t>(i)] = PaswLevelOfBits(PaswEntropyBits(Pasw[static_cast<size_t>(i)].constData()));
+            Level[static_cast<size_t>(i)] =
+                PaswLevelOfBits(PaswEntropyBits(Pasw[static_cast<size_t>(i)].constData()));
         done.fetch_add(to - from);
         if (Progress && timer.elapsed() >= QuietMs && !Progress(done.load(), total))
             stop = true;
@@ -173,7 +175,8 @@ QList<HealthItem> HealthOlderThan(const HealthReport& Report, const QDateTime& C
     for (const HealthItem& it : Report.Dated)
         if (it.Set < Cutoff)
             old.append(it);
-    std::stable_sort(old.begin(), old.end(), [](const HealthItem& A, const HealthItem& B) { return A.Set < B.Set; });
+    std::stable_sort(old.begin(), old.end(),
+                     [](const HealthItem& A, const HealthItem& B) { return A.Set < B.Set; });
     return old;
 }
 

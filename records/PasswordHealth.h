@@ -43,8 +43,8 @@ struct HealthReport {
 };
 
 // Called now and then while the report is made, once it has taken more than QuietMs
-// (half a second unless told), on the calling thread: how many of Total distinct passwords are done. Answering
-// false stops the work.
+// (half a second unless told), on the calling thread: how many of Total distinct passwords are done.
+// Answering false stops the work.
 using HealthProgress = std::function<bool(int Done, int Total)>;
 
 // Whether a password of that meter level counts as weak.

@@ -144,7 +144,8 @@ private slots:
         QVERIFY(expected.size() > 50 && expected.size() < 1450);
         QCOMPARE(ids(rep.Weak), expected);
 
-        const HealthReport stopped = MakeHealthReport(*CurUsDB, [](int, int) { return false; }, 0);
+        const HealthReport stopped = MakeHealthReport(
+            *CurUsDB, [](int, int) { return false; }, 0);
         QVERIFY(stopped.Cancelled);
         QVERIFY(stopped.Weak.isEmpty() && stopped.Empty.isEmpty() && stopped.Records == 0);
     }
@@ -193,7 +194,8 @@ private slots:
         QCOMPARE(plain.code, 0);
         const QStringList lines = plain.out.split(u'\n');
         auto after = [&](const QString& Heading) { return lines.mid(lines.indexOf(Heading) + 1, 2); };
-        QCOMPARE(after("Weak passwords: 2"), QStringList({"  6  Bank / Card  (very weak)", "  9  Bank / Shop  (very weak)"}));
+        QCOMPARE(after("Weak passwords: 2"),
+                 QStringList({"  6  Bank / Card  (very weak)", "  9  Bank / Shop  (very weak)"}));
         QCOMPARE(after("Passwords used by more than one record: 1"),
                  QStringList({"  one password, 2 records:", "    5  Mail / Work / Office"}));
         QVERIFY(plain.out.contains("Passwords older than 12 month(s): 2\n  4  Mail / Home mail  (set "));
