@@ -231,6 +231,22 @@ const char kExportHelp[] =
     "standard output or to FILE (created readable by its owner only). The export holds\n"
     "every password in plain text.\n";
 
+const char kHealthHelp[] =
+    "Usage: argentpm [--databases DIR] health NAME [--older-than DAYS] [--json]\n"
+    "                [--password-stdin]\n"
+    "\n"
+    "Reports the records of user NAME whose password is weak (as the strength meter\n"
+    "rates it: weak or very weak), whose password other records use too, whose password\n"
+    "is older than DAYS days (the age set in the window's report, 12 months unless\n"
+    "changed, when not given), and whose password is empty. A record's age is known\n"
+    "from the earlier passwords it keeps; the others are counted as of unknown age.\n"
+    "Each line names a record by its identifier and its folders and title; no password\n"
+    "is printed. With --json:\n"
+    "  {\"user\": NAME, \"records\": N, \"weak\": [{\"id\": N, \"path\": TEXT,\n"
+    "   \"level\": \"weak\"|\"very weak\"}, ...], \"reused\": [[{\"id\": N, \"path\": TEXT}, ...], ...],\n"
+    "   \"old\": [{\"id\": N, \"path\": TEXT, \"set\": \"YYYY-MM-DD\"}, ...],\n"
+    "   \"older_than\": \"YYYY-MM-DD\", \"unknown_age\": N, \"empty\": [{\"id\": N, \"path\": TEXT}, ...]}\n";
+
 const CliCommand kCommands[] = {
     {"users", "", "no arguments", "list the users", kUsersHelp, {json()}, CmdUsers},
     {"add-user", "NAME", "one user name", "create a user", kAddUserHelp, {}, CmdAddUser},
@@ -369,6 +385,13 @@ const CliCommand kCommands[] = {
                          QStringLiteral("the file to write, instead of standard output"),
                          QStringLiteral("FILE"))},
      CmdExport},
+    {"health",
+     "NAME",
+     "one user name",
+     "report weak, shared, old and empty passwords",
+     kHealthHelp,
+     {opt("older-than", "passwords older than this many days", "DAYS"), json()},
+     CmdHealth},
 };
 
 qsizetype countWords(const char* Args, bool Optional) {

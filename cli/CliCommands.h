@@ -71,3 +71,6 @@ int CmdInstallPortable(const CliOptions& Opt, const QStringList& Args);
 // Import and export (CliImportExport.cpp).
 int CmdImport(const CliOptions& Opt, const QStringList& Args);
 int CmdExport(const CliOptions& Opt, const QStringList& Args);
+
+// The password health report (CliHealth.cpp).
+int CmdHealth(const CliOptions& Opt, const QStringList& Args);

@@ -205,6 +205,7 @@ void frmMain::BuildMenus() {
     mnuToolsFind = item(mnuTools, "mnuToolsFind");
     mnuToolsFind->setShortcut(QKeySequence::Find);
     mnuToolsGenerator = item(mnuTools, "mnuToolsGenerator");
+    mnuToolsHealth = item(mnuTools, "mnuToolsHealth");
     mnuToolsClearClip = item(mnuTools, "mnuToolsClearClip");
     mnuTools->addSeparator();
     mnuToolsFlash = item(mnuTools, "mnuToolsFlash");
@@ -271,6 +272,7 @@ void frmMain::BuildMenus() {
     on(mnuToolsOptions, &frmMain::mnuToolsOptions_Click);
     on(mnuToolsClearClip, &frmMain::mnuToolsClearClip_Click);
     on(mnuToolsFlash, &frmMain::mnuToolsFlash_Click);
+    on(mnuToolsHealth, &frmMain::mnuToolsHealth_Click);
     on(mnuHelpContents, &frmMain::mnuHelpContents_Click);
     on(mnuHelpAskSupport, &frmMain::mnuHelpAskSupport_Click);
     on(mnuHelpAbout, &frmMain::mnuHelpAbout_Click);
@@ -376,6 +378,7 @@ void frmMain::ShowFormLang() {
     mnuToolsOptions->setText(Texts(42));
     mnuToolsGenerator->setText(Texts(39));
     mnuToolsFlash->setText(Texts(143));
+    mnuToolsHealth->setText(Texts(424));
     mnuHelp->setTitle(Texts(29));
     mnuHelpContents->setText(Texts(43));
     mnuHelpAbout->setText(Texts(46));

@@ -137,6 +137,7 @@ public:
     QAction *mnuFileImport, *mnuFileExport;
     QAction *mnuViewToolBar, *mnuViewStatusbar, *mnuViewOnTop;
     QAction *mnuToolsClearClip, *mnuToolsFind, *mnuToolsOptions, *mnuToolsGenerator, *mnuToolsFlash;
+    QAction* mnuToolsHealth = nullptr;
     QAction *mnuHelpContents, *mnuHelpAbout, *mnuHelpAskSupport;
     QAction *mnuContextTrvAddFolder, *mnuContextTrvAddRec, *mnuContextTrvDelFolder, *mnuContextTrvDelRec,
         *mnuContextTrvEdit, *mnuContextTrvRename, *mnuContextTrvCopyPasw, *mnuContextTrvCopyLog;
@@ -169,6 +170,7 @@ public slots:
     void mnuToolsOptions_Click();
     void mnuToolsClearClip_Click();
     void mnuToolsFlash_Click();
+    void mnuToolsHealth_Click();
     void mnuHelpContents_Click();
     void mnuHelpAskSupport_Click();
     void mnuHelpAbout_Click();

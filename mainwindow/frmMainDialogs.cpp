@@ -18,6 +18,7 @@
 #include "records/frmExport.h"
 #include "records/frmFind.h"
 #include "records/frmImport.h"
+#include "records/frmPasswordHealth.h"
 #include "records/frmPaswGenerator.h"
 #include "users/UserAccounts.h"
 
@@ -35,6 +36,12 @@ void frmMain::mnuToolsFind_Click() {
 void frmMain::mnuToolsGenerator_Click() {
     TRACE_PROC("frmMain.mnuToolsGenerator_Click");
     RunPaswGenerator(this);
+}
+
+void frmMain::mnuToolsHealth_Click() {
+    TRACE_PROC("frmMain.mnuToolsHealth_Click");
+    if (UserLoaded())
+        RunPasswordHealth(this);
 }
 
 void frmMain::mnuContextTrvAddRec_Click() {

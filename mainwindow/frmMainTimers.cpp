@@ -35,6 +35,7 @@ void frmMain::SetCommandStates() {
     for (QAction* a : {mnuFileDelCurUser, mnuFileSaveDB, mnuFileChangeUsPasw, mnuFileUnloadUser, mnuToolsFind,
                        mnuFileImport, mnuFileExport})
         a->setEnabled(loaded);
+    mnuToolsHealth->setEnabled(loaded);
     const QModelIndex node = CurrentNode();
     const bool onRoot = IsRoot(node);
     if (!loaded) {

@@ -16,6 +16,20 @@ void wipe(QByteArray& b) {
 }
 } // namespace
 
+PaswStrengthLevel PaswLevelOfBits(double Bits) {
+    if (Bits < 40)
+        return pslVeryWeak;
+    if (Bits < 52)
+        return pslWeak;
+    if (Bits < kWeakPaswBits)
+        return pslFair;
+    return Bits < 80 ? pslStrong : pslVeryStrong;
+}
+
+double PaswEntropyBits(const char* Utf8) {
+    return *Utf8 ? ZxcvbnMatch(Utf8, nullptr, nullptr) : 0.0;
+}
+
 PaswStrength EstimatePaswStrength(const QString& Pasw, const QStringList& UserWords) {
     TRACE_PROC("modMain.EstimatePaswStrength", HIDDEN(Pasw));
     PaswStrength s;
@@ -36,16 +50,7 @@ PaswStrength EstimatePaswStrength(const QString& Pasw, const QStringList& UserWo
     // Half of the guesses on average; 2^(Bits-1) / rate.
     s.Seconds = std::exp2(std::max(0.0, s.Bits - 1.0)) / kGuessesPerSecond;
     s.Weak = s.Bits < kWeakPaswBits;
-    if (s.Bits < 40)
-        s.Level = pslVeryWeak;
-    else if (s.Bits < 52)
-        s.Level = pslWeak;
-    else if (s.Bits < kWeakPaswBits)
-        s.Level = pslFair;
-    else if (s.Bits < 80)
-        s.Level = pslStrong;
-    else
-        s.Level = pslVeryStrong;
+    s.Level = PaswLevelOfBits(s.Bits);
 
     constexpr double minute = 60, hour = 3600, day = 86400, year = 365.25 * 86400;
     const double t = s.Seconds;

@@ -30,6 +30,11 @@ struct PaswStrength {
     long long Amount = 0; // how many of Unit (rounded)
 };
 
+// The level of an estimate of Bits of entropy, as the meter shows it.
+PaswStrengthLevel PaswLevelOfBits(double Bits);
+// The estimator's entropy of a password given as UTF-8 (null-terminated).
+double PaswEntropyBits(const char* Utf8);
+
 // UserWords: words that make a password weaker when it contains them (the user name).
 PaswStrength EstimatePaswStrength(const QString& Pasw, const QStringList& UserWords = {});
 // The estimate in English words, for argentpm: "would take about 3 hours to guess offline".

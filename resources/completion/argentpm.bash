@@ -17,7 +17,7 @@ _argentpm() {
     cur="${COMP_WORDS[COMP_CWORD]}"
     prev="${COMP_WORDS[COMP_CWORD - 1]}"
     local commands="users add-user passwd delete-user ls show mkdir add rename mv rm edit field totp
-        move-note-fields find clip generate backup backups restore delete-backup install-portable import export help"
+        move-note-fields find clip generate backup backups restore delete-backup install-portable import export health help"
     local common="--databases --password-stdin --yes --help --version"
 
     case "$prev" in
@@ -40,7 +40,7 @@ _argentpm() {
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             return ;;
         --title | --login | --desc | --generate | --color | --into | --map | --folder | --url | --totp | \
-            --hidden-field | --visible-field | --remove-field)
+            --hidden-field | --visible-field | --remove-field | --older-than)
             return ;;
     esac
 
@@ -50,7 +50,7 @@ _argentpm() {
         case "${COMP_WORDS[i]}" in
             --databases | --title | --login | --desc | --generate | --color | --bold | --field | \
                 --format | --into | --map | --folder | -o | --output | --url | --totp | --hidden-field | \
-                --visible-field | --remove-field) ((i++)) ;;
+                --visible-field | --remove-field | --older-than) ((i++)) ;;
             -*) ;;
             *) if [ -z "$cmd" ]; then cmd="${COMP_WORDS[i]}"; else ((argn++)); fi ;;
         esac
@@ -69,6 +69,7 @@ _argentpm() {
             find) own="--titles-only --case-sensitive --json" ;;
             import) own="--format --into --map" ;;
             export) own="--format --folder --output" ;;
+            health) own="--older-than --json" ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$common $own" -- "$cur")
         return
@@ -83,7 +84,7 @@ _argentpm() {
         help)
             [ "$argn" -eq 0 ] && mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur") ;;
         passwd | delete-user | ls | show | mkdir | add | rename | mv | rm | edit | field | totp | \
-            move-note-fields | find | clip | backup | import | export)
+            move-note-fields | find | clip | backup | import | export | health)
             if [ "$cmd" = field ] && [ "$argn" -eq 2 ]; then
                 mapfile -t COMPREPLY < <(compgen -W "url totp title login password description" -- "$cur")
             elif [ "$argn" -eq 0 ]; then
