@@ -70,6 +70,8 @@ int CmdImport(const CliOptions& Opt, const QStringList& Args) {
         say(err.Text() + QStringLiteral("; nothing was imported"));
         return cliRefused;
     }
+    // The rows are in the database now: their copies go before the save needs its memory.
+    data.Rows = QList<ImpRow>();
     if (int rc = saveUserChange())
         return rc;
     std::printf("%s\nImported %s and %s (%s) into folder %s.\n", id.toUtf8().constData(),

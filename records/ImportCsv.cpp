@@ -132,7 +132,8 @@ bool planColumns(const QStringList& Header, ImpFormat Format, const CsvMapping& 
             meta = meta || (Format != ImpFormat::GenericCsv && h[i] == QLatin1String(m));
         if (!used.contains(i) && !meta) {
             P.Extras.append(i);
-            P.ExtraNames.append(displayName(Header[i]));
+            // Whatever the format calls its address column, it is the URL here.
+            P.ExtraNames.append(i == P.Url ? QStringLiteral("URL") : displayName(Header[i]));
         }
     }
     // The URL stands first among the extra lines.

@@ -402,7 +402,14 @@ bool ReadImportFile(const QString& Path, ImpFormat Format, const CsvMapping& Map
         Err = ImpError();
         return finishImport(ParseKeePassXmlFile(f, Out, Err, Progress), ImpFormat::KeePassXml, Out);
     }
-    const QByteArray bytes = f.read(kImpMaxFile + 1);
+    // As many bytes as the file has: a buffer of the limit is not taken for a small file.
+    QByteArray bytes = f.read(f.size() + 1);
+    if (bytes.size() > f.size() && f.error() == QFileDevice::NoError)
+        bytes += f.read(kImpMaxFile + 1 - bytes.size()); // it grew while it was read
+    if (bytes.size() > kImpMaxFile) {
+        Err = ImpError{impTooLarge, 0, QString::number(bytes.size())};
+        return false;
+    }
     if (f.error() != QFileDevice::NoError) {
         Err = ImpError{impCantRead, 0, f.errorString()};
         return false;

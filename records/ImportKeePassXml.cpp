@@ -221,13 +221,21 @@ private:
     }
     static int onRead(void* Ctx, char* Buffer, int Size) {
         KeePassXmlParser* p = self(Ctx);
-        const qint64 n = (*p->m_read)(Buffer, Size);
-        if (n < 0) {
-            p->m_readFailed = true;
-            return -1;
+        // The buffer is filled as far as the source goes: libxml2 takes a short read in
+        // the XML declaration for a damaged one (a pipe or a network file gives them).
+        int got = 0;
+        while (got < Size) {
+            const qint64 n = (*p->m_read)(Buffer + got, Size - got);
+            if (n < 0) {
+                p->m_readFailed = true;
+                return -1;
+            }
+            if (n == 0)
+                break;
+            got += static_cast<int>(n);
         }
-        p->m_fed += n;
-        return static_cast<int>(n);
+        p->m_fed += got;
+        return got;
     }
     static void onError(void* Ctx, xmlErrorPtr E) {
         KeePassXmlParser* p = self(Ctx);

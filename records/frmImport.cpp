@@ -261,6 +261,9 @@ void frmImport::cmdOk_Click() {
         MsgBox(Texts(339) + u'\n' + err.LangText(), vbCritical);
         return;
     }
+    // The rows are in the database now: their copies go before the save needs its memory.
+    m_data.Rows = QList<ImpRow>();
+    m_ok = false;
     if (IRecordView* view = RecordView())
         view->InsertImportedRows(firstRec);
     // The import is one change, saved at once, through the view that presents what the
