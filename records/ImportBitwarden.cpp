@@ -103,12 +103,16 @@ int lineOfOffset(const QByteArray& Bytes, qsizetype Offset) {
            1;
 }
 
-// The offset of the first string longer than kImpMaxValue UTF-16 units, or -1. Run over
-// the bytes before they are parsed, so that no such value is ever built.
-qsizetype longStringAt(const QByteArray& Bytes) {
+// The offset of the first string longer than kImpMaxValue UTF-16 units, or -1; Values
+// counts the values and lists outside strings. Run over the bytes before they are parsed,
+// so that no such value, nor a document of millions of tiny values, is ever built.
+qsizetype longStringAt(const QByteArray& Bytes, qsizetype& Values) {
     const char* p = Bytes.constData();
     const qsizetype n = Bytes.size();
+    Values = 0;
     for (qsizetype i = 0; i < n; ++i) {
+        if (p[i] == ',' || p[i] == '[' || p[i] == '{')
+            ++Values;
         if (p[i] != '"')
             continue;
         const qsizetype start = i;
@@ -208,8 +212,13 @@ void mapItem(const QJsonObject& Item, ImpRow& R, ImpData& Out) {
 
 bool ParseBitwardenJson(const QByteArray& Bytes, ImpData& Out, ImpError& Err) {
     TRACE_PROC("modImport.ParseBitwardenJson", static_cast<long long>(Bytes.size()));
-    if (const qsizetype at = longStringAt(Bytes); at >= 0) {
+    qsizetype values = 0;
+    if (const qsizetype at = longStringAt(Bytes, values); at >= 0) {
         Err = ImpError{impValueTooLarge, lineOfOffset(Bytes, at), QString()};
+        return false;
+    }
+    if (values > kImpMaxRows * 16) {
+        Err.Code = impTooManyRows;
         return false;
     }
     QJsonParseError pe;
@@ -267,6 +276,10 @@ bool ParseBitwardenJson(const QByteArray& Bytes, ImpData& Out, ImpError& Err) {
         r.Parent = folderById.value(fid, -1);
         mapItem(item, r, Out);
         Out.Rows.append(r);
+        if (Out.Rows.size() > kImpMaxRows) {
+            Err.Code = impTooManyRows;
+            return false;
+        }
     }
     return true;
 }

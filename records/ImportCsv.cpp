@@ -288,6 +288,10 @@ bool ParseCsvImport(const QByteArray& Bytes, ImpFormat Format, const CsvMapping&
         }
         ImpRow r = rowOf(plan, Format, rec.Fields, Out.Header.size(), Out);
         Out.Rows.append(r);
+        if (Out.Rows.size() > kImpMaxRows) {
+            Err = ImpError{impTooManyRows, rec.Line, QString()};
+            return false;
+        }
         if (Progress && (++count & 1023) == 0)
             Progress(reader.Position(), total);
     }

@@ -159,6 +159,9 @@ QString ImpError::Text() const {
         return QStringLiteral("this is an archive (%1), not an export this program reads; in the program that "
                               "made it, export to CSV first and import that file")
             .arg(Detail);
+    case impTooManyRows:
+        return QStringLiteral("the file holds more folders and entries than an export can (more than %1)")
+            .arg(kImpMaxRows);
     case impJsonOther:
         return QStringLiteral("the JSON is an export of %1, not of Bitwarden; export to CSV from %1 and "
                               "import that file")
@@ -170,14 +173,16 @@ QString ImpError::Text() const {
 QString ImpError::LangText() const {
     // Texts 340 to 353 follow the codes, then 380 on; %1 is the line, %2 the detail, %3 a limit.
     static const int kTextOf[] = {0,   340, 341, 342, 343, 344, 345, 346, 347, 348,
-                                  349, 350, 351, 352, 353, 380, 381, 382, 383, 384};
+                                  349, 350, 351, 352, 353, 380, 381, 382, 383, 384, 393};
     if (Code <= impOk || Code >= static_cast<int>(std::size(kTextOf)))
         return QString();
     QString t = Texts(kTextOf[Code]);
     t.replace(QLatin1String("%1"), QString::number(Line));
     t.replace(QLatin1String("%2"), Detail);
     t.replace(QLatin1String("%3"),
-              QString::number(Code == impTooLarge ? kImpMaxFile >> 20 : qint64(kImpMaxValue) >> 20));
+              QString::number(Code == impTooLarge      ? kImpMaxFile >> 20
+                              : Code == impTooManyRows ? qint64(kImpMaxRows)
+                                                       : qint64(kImpMaxValue) >> 20));
     return t;
 }
 

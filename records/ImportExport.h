@@ -28,7 +28,8 @@
 //
 // Limits a real export never reaches keep a hostile file from taking the memory: a file
 // of more than kImpMaxFile bytes, or one value of more than kImpMaxValue characters, is
-// refused. Encrypted databases (.kdbx, .kdb) and other programs' archives (.1pux) are
+// refused, as is one of more than kImpMaxRows folders and records (JSON: more than
+// kImpMaxRows * 16 values and lists). Encrypted databases (.kdbx, .kdb) and other programs' archives (.1pux) are
 // recognised by their first bytes and refused with what to do instead.
 //
 // Export writes the whole user, or one folder with everything below it, as KeePass 2 XML
@@ -62,6 +63,7 @@ enum class ImpFormat {
 
 constexpr qint64 kImpMaxFile = 256LL << 20; // bytes of a file
 constexpr qsizetype kImpMaxValue = 1 << 20; // characters of one value
+constexpr qsizetype kImpMaxRows = 1000000;  // folders and records of a file
 
 // "keepass-xml" ...; ImpFormatFromName answers Detect for an unknown name (Ok false).
 QString ImpFormatName(ImpFormat Format);
@@ -90,6 +92,7 @@ enum ImpErrCode {
     impKeePassDb,     // an encrypted KeePass database (.kdbx or .kdb), not an export
     impArchive,       // a ZIP archive such as a .1pux export (Detail: the file's extension)
     impJsonOther,     // JSON of another program (Detail: its name)
+    impTooManyRows,   // more than kImpMaxRows folders and records
 };
 
 struct ImpError {

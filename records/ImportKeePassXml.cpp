@@ -423,8 +423,15 @@ private:
             r.Parent = g.Self;
             m_out.Rows.append(r);
             g.Self = g.Start;
+            tooMany();
         }
         m_groups.push_back(g);
+    }
+
+    // A file of more rows than any export has stops at the first one too many.
+    void tooMany() {
+        if (m_out.Rows.size() > kImpMaxRows)
+            failWith(line(), QString(), impTooManyRows);
     }
 
     void groupUuid(const QString& Uuid) {
@@ -479,6 +486,7 @@ private:
         if (!e.Data.isEmpty())
             applyLook(r, e.Data);
         m_out.Rows.append(std::move(r));
+        tooMany();
         if (m_progress && (++m_entries & 1023) == 0)
             m_progress(m_fed, m_total);
     }

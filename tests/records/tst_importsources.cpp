@@ -1,6 +1,7 @@
 // Exports of other programs as they really are, files that are no exports, and the
 // limits that keep a hostile file from taking the memory.
 
+#include "app/modLang.h"
 #include "records/ImportExport.h"
 #include "tests/common/TestMain.h"
 #include "tests/records/CliRunner.h"
@@ -143,9 +144,12 @@ private slots:
         QVERIFY(d.Rows.isEmpty());
         QVERIFY2(err.Text().contains(says), qPrintable(err.Text()));
         QVERIFY(!err.Text().contains("name it"));
-        QVERIFY(!err.LangText().isEmpty() && !err.LangText().contains("%"));
-        // From a file the same, before anything else is read.
         TestEnv env;
+        LoadLang(env.progDir() + "/Languages/Russian.lng");
+        QVERIFY2(err.LangText().contains(code == impJsonOther ? "Enpass" : code == impArchive ? "CSV" : "XML") &&
+                     !err.LangText().contains("%"),
+                 qPrintable(err.LangText()));
+        // From a file the same, before anything else is read.
         const QString path = env.root() + "/x.kdbx";
         writeFileText(path, bytes);
         QVERIFY(!ReadImportFile(path, ImpFormatFromName(format), CsvMapping(), d, err));
@@ -171,6 +175,32 @@ private slots:
                  qPrintable(err.Text()));
         const ImpRow& r = d.Rows.last();
         QCOMPARE(std::max(r.Password.size(), r.Desc.size()), kImpMaxValue);
+    }
+
+    // Millions of tiny rows or values would take memory out of all proportion to the file.
+    void filesOfMoreRowsThanAnExportAreRefused_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        QByteArray csv = "url,username,password\n", xml = "<KeePassFile><Root><Group>", json = "[";
+        for (qsizetype i = 0; i <= kImpMaxRows; ++i) {
+            csv += "u,a,b\n";
+            xml += "<Entry/>";
+        }
+        xml += "</Group></Root></KeePassFile>";
+        json += QByteArray("0,").repeated(kImpMaxRows * 16) + "0]";
+        QTest::newRow("csv") << csv;
+        QTest::newRow("xml") << xml;
+        QTest::newRow("json") << json;
+    }
+    void filesOfMoreRowsThanAnExportAreRefused() {
+        QFETCH(QByteArray, bytes);
+        ImpData d;
+        ImpError err;
+        QVERIFY(!ParseImport(bytes, ImpFormat::Detect, CsvMapping(), d, err));
+        QCOMPARE(int(err.Code), int(impTooManyRows));
+        QVERIFY(d.Rows.isEmpty());
+        TestEnv env;
+        LoadLang(env.progDir() + "/Languages/English.lng");
+        QVERIFY2(err.LangText().endsWith("(more than 1000000)."), qPrintable(err.LangText()));
     }
 
     void escapesAndWideCharactersCountAsTheValueWillHaveThem() {
