@@ -158,6 +158,9 @@ public:
         // No handlers for entities: a file that declares its own gets an error, and
         // nothing is ever fetched from outside.
         m_read = &Read;
+        // libxml2 writes some errors (of the encoding) to standard error on its own; they
+        // reach us through onError too, and a terminal is no place for them.
+        xmlSetGenericErrorFunc(nullptr, &KeePassXmlParser::quiet);
         m_ctxt =
             xmlCreateIOParserCtxt(&h, this, &KeePassXmlParser::onRead, nullptr, this, XML_CHAR_ENCODING_NONE);
         if (!m_ctxt) {
@@ -172,6 +175,7 @@ public:
             xmlFreeParserCtxt(m_ctxt);
             m_ctxt = nullptr;
         }
+        xmlSetGenericErrorFunc(nullptr, nullptr);
         if (!m_failed)
             return true;
         Err = m_err;
@@ -196,6 +200,8 @@ private:
         QHash<QString, QString> Data;
         long Line = 0;
     };
+
+    static void quiet(void*, const char*, ...) {}
 
     static KeePassXmlParser* self(void* Ctx) { return static_cast<KeePassXmlParser*>(Ctx); }
 

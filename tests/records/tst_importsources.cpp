@@ -280,7 +280,8 @@ private slots:
         QCOMPARE(readAllOf(user), before);
     }
 
-    // What could not be taken in is said after an import by argentpm too.
+    // What could not be taken in is said after an import by argentpm too, and what went
+    // wrong in one line.
     void theCommandLineSaysWhatWasNotTakenIn() {
         TestEnv env;
         CliRunner cli(env);
@@ -293,6 +294,13 @@ private slots:
                  qPrintable(r.out));
         const CliRun plain = cli.as(kPw, {"import", "anna", fixture("keepass1.csv")});
         QCOMPARE(plain.out.count(u'\n'), 2);
+        // Bytes the declared encoding cannot convert: one line that says so, nothing of the
+        // XML reader's own on the terminal.
+        writeFileText(env.root() + "/enc.xml",
+                      "<?xml version=\"1.0\" encoding=\"EUC-JP\"?><KeePassFile><Root>\x8f\xff\xff</Root></KeePassFile>");
+        const CliRun enc = cli.as(kPw, {"import", "anna", env.root() + "/enc.xml"});
+        QCOMPARE(enc.code, 1);
+        QVERIFY2(enc.err.startsWith("argentpm: ") && enc.err.count(u'\n') == 1, qPrintable(enc.err));
     }
 };
 
