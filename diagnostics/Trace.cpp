@@ -82,8 +82,8 @@ template <class Sink> void writeFrameParams(Sink& s, const Frame& f) {
     if (f.dynamic) {
         // Several values formatted already: each may be as long as a value may be.
         const qsizetype most = kReportValueMax * kMaxTraceParams;
-        putUtf16(s, reinterpret_cast<const char16_t*>(f.preText.constData()), std::min(f.preText.size(), most),
-                 false);
+        putUtf16(s, reinterpret_cast<const char16_t*>(f.preText.constData()),
+                 std::min(f.preText.size(), most), false);
         if (f.preText.size() > most)
             putCutMark(s, f.preText.size(), " characters");
         return;

@@ -22,7 +22,8 @@ inline void checkImport(bool Ok, const ImpData& D, const ImpError& E) {
         const ImpRow& r = D.Rows[i];
         if (r.Parent >= i || r.Parent < -1 || (r.Parent >= 0 && !D.Rows[r.Parent].Folder))
             __builtin_trap();
-        if (r.Title.size() > kImpMaxValue || r.Login.size() > kImpMaxValue || r.Password.size() > kImpMaxValue)
+        if (r.Title.size() > kImpMaxValue || r.Login.size() > kImpMaxValue ||
+            r.Password.size() > kImpMaxValue)
             __builtin_trap();
         folders += r.Folder ? 1 : 0;
     }

@@ -10,8 +10,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* Data, std::size_t Size
     fuzzInit();
     if (Size < 2)
         return 0;
-    static const ImpFormat kFormats[] = {ImpFormat::Detect,      ImpFormat::KeePassXcCsv, ImpFormat::BrowserCsv,
-                                         ImpFormat::LastPassCsv, ImpFormat::KeePass1Csv,  ImpFormat::GenericCsv};
+    static const ImpFormat kFormats[] = {ImpFormat::Detect,      ImpFormat::KeePassXcCsv,
+                                         ImpFormat::BrowserCsv,  ImpFormat::LastPassCsv,
+                                         ImpFormat::KeePass1Csv, ImpFormat::GenericCsv};
     const ImpFormat format = kFormats[Data[0] % std::size(kFormats)];
     CsvMapping map;
     if (format == ImpFormat::GenericCsv && (Data[1] & 0x80)) {

@@ -15,7 +15,9 @@ public:
     using QBuffer::QBuffer;
 
 protected:
-    qint64 readData(char* Data, qint64 Max) override { return QBuffer::readData(Data, std::min<qint64>(Max, 7)); }
+    qint64 readData(char* Data, qint64 Max) override {
+        return QBuffer::readData(Data, std::min<qint64>(Max, 7));
+    }
 };
 
 bool sameRows(const ImpData& A, const ImpData& B) {

@@ -37,7 +37,7 @@ private:
     QString m_text;
     QChar m_sep;
     qsizetype m_maxField; // -1 for no limit
-    qsizetype m_pos = 0; // a byte order mark is passed over at the start
+    qsizetype m_pos = 0;  // a byte order mark is passed over at the start
     int m_line = 1;
     Fault m_fault = NoFault;
     int m_errorLine = 0;

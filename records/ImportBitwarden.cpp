@@ -70,8 +70,7 @@ QString readableName(const QString& Key) {
 
 // The values of an object: those the table names first, in its order, then any other
 // value (kinds of items added after this was written) under a name made from its key.
-template <std::size_t N>
-void appendFields(QString& Desc, const QJsonObject& O, const FieldName (&Names)[N]) {
+template <std::size_t N> void appendFields(QString& Desc, const QJsonObject& O, const FieldName (&Names)[N]) {
     QStringList known;
     for (const FieldName& f : Names) {
         AppendDescLine(Desc, QLatin1String(f.Name), text(O.value(QLatin1String(f.Key))));
@@ -89,7 +88,7 @@ void appendFields(QString& Desc, const QJsonObject& O) {
 // What a linked custom field shows: the value it stands for (Bitwarden's numbers).
 QString linkedName(int Id) {
     static const FieldName kLinked[] = {
-        {"100", "user name"}, {"101", "password"},       {"300", "cardholder name"}, {"301", "expiry month"},
+        {"100", "user name"},   {"101", "password"},      {"300", "cardholder name"}, {"301", "expiry month"},
         {"302", "expiry year"}, {"303", "security code"}, {"304", "brand"},           {"305", "number"},
     };
     for (const FieldName& l : kLinked)
@@ -99,7 +98,8 @@ QString linkedName(int Id) {
 }
 
 int lineOfOffset(const QByteArray& Bytes, qsizetype Offset) {
-    return static_cast<int>(QByteArrayView(Bytes).first(qBound<qsizetype>(0, Offset, Bytes.size())).count('\n')) +
+    return static_cast<int>(
+               QByteArrayView(Bytes).first(qBound<qsizetype>(0, Offset, Bytes.size())).count('\n')) +
            1;
 }
 
@@ -146,7 +146,8 @@ bool isBitwarden(const QJsonObject& Root, QString& Other) {
         return true;
     // Enpass writes items with a title, a category and a list of labelled fields.
     if (first.contains("category"_L1) || first.contains("template_type"_L1) ||
-        (first.contains("title"_L1) && first.value("fields"_L1).toArray().at(0).toObject().contains("label"_L1)))
+        (first.contains("title"_L1) &&
+         first.value("fields"_L1).toArray().at(0).toObject().contains("label"_L1)))
         Other = u"Enpass"_s;
     return false;
 }
@@ -160,7 +161,8 @@ void mapItem(const QJsonObject& Item, ImpRow& R, ImpData& Out) {
     R.Password = text(login.value("password"_L1));
     const QJsonArray uris = login.value("uris"_L1).toArray();
     for (qsizetype i = 0; i < uris.size(); ++i)
-        AppendDescLine(R.Desc, i == 0 ? u"URL"_s : u"URL %1"_s.arg(i + 1), text(uris[i].toObject().value("uri"_L1)));
+        AppendDescLine(R.Desc, i == 0 ? u"URL"_s : u"URL %1"_s.arg(i + 1),
+                       text(uris[i].toObject().value("uri"_L1)));
     AppendDescLine(R.Desc, u"TOTP"_s, text(login.value("totp"_L1)));
     Out.Dropped[dropPasskey] += static_cast<int>(login.value("fido2Credentials"_L1).toArray().size());
 
@@ -179,12 +181,28 @@ void mapItem(const QJsonObject& Item, ImpRow& R, ImpData& Out) {
     appendFields(R.Desc, Item.value("sshKey"_L1).toObject(), kSshFields);
     // Kinds without a table of their own (bank accounts, driving licences, passports and
     // whatever comes later): every value under its own name.
-    static const QStringList kItemKeys = {
-        u"id"_s,       u"organizationId"_s, u"folderId"_s,     u"type"_s,         u"reprompt"_s,
-        u"name"_s,     u"notes"_s,          u"favorite"_s,     u"fields"_s,       u"login"_s,
-        u"card"_s,     u"identity"_s,       u"sshKey"_s,       u"secureNote"_s,   u"collectionIds"_s,
-        u"revisionDate"_s, u"creationDate"_s, u"deletedDate"_s, u"passwordHistory"_s, u"attachments"_s,
-        u"key"_s,      u"archivedDate"_s};
+    static const QStringList kItemKeys = {u"id"_s,
+                                          u"organizationId"_s,
+                                          u"folderId"_s,
+                                          u"type"_s,
+                                          u"reprompt"_s,
+                                          u"name"_s,
+                                          u"notes"_s,
+                                          u"favorite"_s,
+                                          u"fields"_s,
+                                          u"login"_s,
+                                          u"card"_s,
+                                          u"identity"_s,
+                                          u"sshKey"_s,
+                                          u"secureNote"_s,
+                                          u"collectionIds"_s,
+                                          u"revisionDate"_s,
+                                          u"creationDate"_s,
+                                          u"deletedDate"_s,
+                                          u"passwordHistory"_s,
+                                          u"attachments"_s,
+                                          u"key"_s,
+                                          u"archivedDate"_s};
     for (auto it = Item.begin(); it != Item.end(); ++it)
         if (it.value().isObject() && !kItemKeys.contains(it.key())) {
             appendFields(R.Desc, it.value().toObject());
@@ -194,7 +212,8 @@ void mapItem(const QJsonObject& Item, ImpRow& R, ImpData& Out) {
         const QJsonObject f = fv.toObject();
         const QString name = text(f.value("name"_L1));
         if (f.value("type"_L1).toInt() == 3)
-            AppendDescLine(R.Desc, name, u"(the same as the %1)"_s.arg(linkedName(f.value("linkedId"_L1).toInt())));
+            AppendDescLine(R.Desc, name,
+                           u"(the same as the %1)"_s.arg(linkedName(f.value("linkedId"_L1).toInt())));
         else
             AppendDescLine(R.Desc, name, text(f.value("value"_L1)));
     }
@@ -234,7 +253,8 @@ bool ParseBitwardenJson(const QByteArray& Bytes, ImpData& Out, ImpError& Err) {
     }
     QString other;
     if (!root.value("items"_L1).isArray() || !isBitwarden(root, other)) {
-        Err = other.isEmpty() ? ImpError{impJsonNotBitwarden, 0, QString()} : ImpError{impJsonOther, 0, other};
+        Err =
+            other.isEmpty() ? ImpError{impJsonNotBitwarden, 0, QString()} : ImpError{impJsonOther, 0, other};
         return false;
     }
 

@@ -14,10 +14,10 @@
 namespace {
 
 // Columns that say when or how an entry was stored, not what it holds.
-const char* const kMetaColumns[] = {"icon",          "last modified",       "created",     "guid",
-                                    "timecreated",   "timelastused",        "timepasswordchanged",
-                                    "creation time", "last access",         "last modification",
-                                    "uuid",          "group tree"};
+const char* const kMetaColumns[] = {
+    "icon",         "last modified",       "created",       "guid",        "timecreated",
+    "timelastused", "timepasswordchanged", "creation time", "last access", "last modification",
+    "uuid",         "group tree"};
 
 struct ColumnPlan {
     int Title = -1, Login = -1, Pasw = -1, Notes = -1, Group = -1, Url = -1;
@@ -251,7 +251,8 @@ bool ParseCsvImport(const QByteArray& Bytes, ImpFormat Format, const CsvMapping&
                     ImpError& Err, const ImpProgress& Progress) {
     TRACE_PROC("modImport.ParseCsvImport", ImpFormatName(Format), static_cast<long long>(Bytes.size()));
     const qsizetype firstLine = Bytes.indexOf('\n');
-    const QChar sep = CsvGuessSeparator(QString::fromUtf8(Bytes.left(firstLine < 0 ? Bytes.size() : firstLine)));
+    const QChar sep =
+        CsvGuessSeparator(QString::fromUtf8(Bytes.left(firstLine < 0 ? Bytes.size() : firstLine)));
     if (const int line = longFieldLine(Bytes, static_cast<char>(sep.unicode()))) {
         Err = ImpError{impValueTooLarge, line, QString()};
         return false;

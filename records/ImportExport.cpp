@@ -151,11 +151,13 @@ QString ImpError::Text() const {
         return at + QStringLiteral("a value is longer than an export can hold (more than %1 characters)")
                         .arg(kImpMaxValue);
     case impKeePassDb:
-        return QStringLiteral("this is an encrypted KeePass database, not an export; in KeePassXC or KeePass, "
-                              "export it to XML (or CSV) first and import that file");
+        return QStringLiteral(
+            "this is an encrypted KeePass database, not an export; in KeePassXC or KeePass, "
+            "export it to XML (or CSV) first and import that file");
     case impArchive:
-        return QStringLiteral("this is an archive (%1), not an export this program reads; in the program that "
-                              "made it, export to CSV first and import that file")
+        return QStringLiteral(
+                   "this is an archive (%1), not an export this program reads; in the program that "
+                   "made it, export to CSV first and import that file")
             .arg(Detail);
     case impTooManyRows:
         return QStringLiteral("the file holds more folders and entries than an export can (more than %1)")
@@ -170,17 +172,16 @@ QString ImpError::Text() const {
 
 QString ImpError::LangText() const {
     // Texts 340 to 353 follow the codes, then 380 on; %1 is the line, %2 the detail, %3 a limit.
-    static const int kTextOf[] = {0,   340, 341, 342, 343, 344, 345, 346, 347, 348,
-                                  349, 350, 351, 352, 353, 380, 381, 382, 383, 384, 393};
+    static const int kTextOf[] = {0,   340, 341, 342, 343, 344, 345, 346, 347, 348, 349,
+                                  350, 351, 352, 353, 380, 381, 382, 383, 384, 393};
     if (Code <= impOk || Code >= static_cast<int>(std::size(kTextOf)))
         return QString();
     QString t = Texts(kTextOf[Code]);
     t.replace(QLatin1String("%1"), QString::number(Line));
     t.replace(QLatin1String("%2"), Detail);
-    t.replace(QLatin1String("%3"),
-              QString::number(Code == impTooLarge      ? kImpMaxFile >> 20
-                              : Code == impTooManyRows ? qint64(kImpMaxRows)
-                                                       : qint64(kImpMaxValue) >> 20));
+    t.replace(QLatin1String("%3"), QString::number(Code == impTooLarge      ? kImpMaxFile >> 20
+                                                   : Code == impTooManyRows ? qint64(kImpMaxRows)
+                                                                            : qint64(kImpMaxValue) >> 20));
     return t;
 }
 
@@ -401,7 +402,8 @@ bool ReadImportFile(const QString& Path, ImpFormat Format, const CsvMapping& Map
         Err.Line = 0;
         return false;
     }
-    if (Format == ImpFormat::KeePassXml || (Format == ImpFormat::Detect && DetectImportFormat(head) == ImpFormat::KeePassXml)) {
+    if (Format == ImpFormat::KeePassXml ||
+        (Format == ImpFormat::Detect && DetectImportFormat(head) == ImpFormat::KeePassXml)) {
         Err = ImpError();
         return finishImport(ParseKeePassXmlFile(f, Out, Err, Progress), ImpFormat::KeePassXml, Out);
     }

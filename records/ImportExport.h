@@ -29,8 +29,8 @@
 // Limits a real export never reaches keep a hostile file from taking the memory: a file
 // of more than kImpMaxFile bytes, or one value of more than kImpMaxValue characters, is
 // refused, as is one of more than kImpMaxRows folders and records (JSON: more than
-// kImpMaxRows * 16 values and lists). Encrypted databases (.kdbx, .kdb) and other programs' archives (.1pux) are
-// recognised by their first bytes and refused with what to do instead.
+// kImpMaxRows * 16 values and lists). Encrypted databases (.kdbx, .kdb) and other programs' archives (.1pux)
+// are recognised by their first bytes and refused with what to do instead.
 //
 // Export writes the whole user, or one folder with everything below it, as KeePass 2 XML
 // (which KeePassXC imports into the same tree) or as KeePassXC CSV. The colour, bold
@@ -85,9 +85,9 @@ enum ImpErrCode {
     impJsonBad,       // JSON that does not parse
     impJsonEncrypted, // a Bitwarden export protected with a password
     impJsonNotBitwarden,
-    impTooMany,      // more rows than identifiers left in the user's database
-    impCsvNoMapping, // a generic CSV whose title and password columns are unknown
-    impTooLarge,     // the file is larger than kImpMaxFile (Detail: its size in bytes)
+    impTooMany,       // more rows than identifiers left in the user's database
+    impCsvNoMapping,  // a generic CSV whose title and password columns are unknown
+    impTooLarge,      // the file is larger than kImpMaxFile (Detail: its size in bytes)
     impValueTooLarge, // a value on Line is longer than kImpMaxValue
     impKeePassDb,     // an encrypted KeePass database (.kdbx or .kdb), not an export
     impArchive,       // a ZIP archive such as a .1pux export (Detail: the file's extension)

@@ -26,8 +26,8 @@
 namespace {
 
 // The formats in the order of the list; item 0 detects.
-const ImpFormat kFormats[] = {ImpFormat::Detect,        ImpFormat::KeePassXml,  ImpFormat::KeePassXcCsv,
-                              ImpFormat::BitwardenJson, ImpFormat::BrowserCsv,  ImpFormat::GenericCsv,
+const ImpFormat kFormats[] = {ImpFormat::Detect,        ImpFormat::KeePassXml, ImpFormat::KeePassXcCsv,
+                              ImpFormat::BitwardenJson, ImpFormat::BrowserCsv, ImpFormat::GenericCsv,
                               ImpFormat::LastPassCsv,   ImpFormat::KeePass1Csv};
 // Language texts of the formats (326 on, the later ones 391 on) and of the column captions.
 int formatText(std::size_t Index) {

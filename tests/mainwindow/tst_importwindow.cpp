@@ -96,7 +96,8 @@ private slots:
         QStringList left{Texts(385)};
         for (const auto& [id, n] : {std::pair{386, 1}, {387, 2}, {389, 1}, {390, 1}})
             left << Texts(id).replace("%1", QString::number(n));
-        QVERIFY2(summary.startsWith(Texts(334).section(u'%', 0, 0)) && summary.endsWith(".\n\n" + left.join(u'\n')),
+        QVERIFY2(summary.startsWith(Texts(334).section(u'%', 0, 0)) &&
+                     summary.endsWith(".\n\n" + left.join(u'\n')),
                  qPrintable(summary));
         QCOMPARE(s.boxes.size(), 1);
         QVERIFY2(s.boxes[0].endsWith("\n\n" + left.join(u'\n')), qPrintable(s.boxes[0]));

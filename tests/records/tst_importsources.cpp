@@ -24,7 +24,8 @@ QStringList render(const ImpData& D) {
     QStringList paths, out;
     for (const ImpRow& r : D.Rows) {
         paths << (r.Parent >= 0 ? paths[r.Parent] + u'/' : QString()) + r.Title;
-        out << (r.Folder ? "F " + paths.last() : QStringList{"R " + paths.last(), r.Login, r.Password, r.Desc}.join(" | "));
+        out << (r.Folder ? "F " + paths.last()
+                         : QStringList{"R " + paths.last(), r.Login, r.Password, r.Desc}.join(" | "));
     }
     return out;
 }
@@ -61,7 +62,8 @@ private slots:
                            "F Finance/Banks",
                            "R Finance/Banks/Bank | anna | b,ank\"pw | Branch: Main St.\nCall first\nURL: "
                            "https://bank.example\nTOTP: JBSWY3DPEHPK3PXP\nFavourite: yes",
-                           "R Finance/Visa |  |  | NoteType:Credit Card\nNumber:4111111111111111\nSecurity Code:123",
+                           "R Finance/Visa |  |  | NoteType:Credit Card\nNumber:4111111111111111\nSecurity "
+                           "Code:123",
                            "R forum.example.org | юзер | x | URL: https://forum.example.org"}
             << QStringList();
         QTest::newRow("KeePass 1.x: Login Name is the login, Web Site the URL")
@@ -75,17 +77,22 @@ private slots:
             << "firefox-hostname.csv"
             << "browser-csv"
             << QStringList{"R accounts.example.com | anna | s3cret | URL: https://accounts.example.com\n"
-                           "formSubmitURL: https://accounts.example.com\nusernameField: login\npasswordField: pass",
-                           "R router.local | admin |  | URL: http://router.local:8080\nhttpRealm: Router admin"}
+                           "formSubmitURL: https://accounts.example.com\nusernameField: "
+                           "login\npasswordField: pass",
+                           "R router.local | admin |  | URL: http://router.local:8080\nhttpRealm: Router "
+                           "admin"}
             << QStringList();
         QTest::newRow("Bitwarden: passkeys, history, re-prompt and new kinds of items said")
             << "bitwarden-kinds.json"
             << "bitwarden-json"
-            << QStringList{"R GitHub | octo | new-pw | URL: https://github.com/login\nRecovery: abcd-efgh\nWho: (the "
+            << QStringList{"R GitHub | octo | new-pw | URL: https://github.com/login\nRecovery: "
+                           "abcd-efgh\nWho: (the "
                            "same as the user name)\nFavourite: yes",
                            "R Current account |  |  | Joint\nAccount number: 12345678\nBank name: Example "
-                           "Bank\nIban: DE89370400440532013000\nName on account: Anna Doe\nRouting number: 021000021",
-                           "R Licence |  |  | Expiration date: 2031-05-01\nFirst name: Anna\nIssuing country: "
+                           "Bank\nIban: DE89370400440532013000\nName on account: Anna Doe\nRouting number: "
+                           "021000021",
+                           "R Licence |  |  | Expiration date: 2031-05-01\nFirst name: Anna\nIssuing "
+                           "country: "
                            "DE\nLast name: Doe\nLicense number: D1234567",
                            "R Passport |  |  | Date of birth: 1990-02-03\nNationality: DE\nPassport number: "
                            "C01X00T47",
@@ -102,7 +109,8 @@ private slots:
         QCOMPARE(ImpFormatName(DetectImportFormat(readAllOf(fixture(file)))), format);
         ImpData d;
         ImpError err;
-        QVERIFY2(ReadImportFile(fixture(file), ImpFormat::Detect, CsvMapping(), d, err), qPrintable(err.Text()));
+        QVERIFY2(ReadImportFile(fixture(file), ImpFormat::Detect, CsvMapping(), d, err),
+                 qPrintable(err.Text()));
         QCOMPARE(render(d), rows);
         QStringList said;
         for (const QString& line : ImpDroppedText(d))
@@ -118,19 +126,22 @@ private slots:
         QTest::addColumn<QString>("format");
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("says");
-        const QByteArray kdbx = QByteArray("\x03\xD9\xA2\x9A\x67\xFB\x4B\xB5\x01\x00\x04\x00", 12) + QByteArray(200, '\x11');
+        const QByteArray kdbx =
+            QByteArray("\x03\xD9\xA2\x9A\x67\xFB\x4B\xB5\x01\x00\x04\x00", 12) + QByteArray(200, '\x11');
         QTest::newRow("KeePass 2 database") << kdbx << "detect" << int(impKeePassDb) << "export it to XML";
-        QTest::newRow("KeePass 2 database named as CSV") << kdbx << "csv" << int(impKeePassDb) << "export it to XML";
+        QTest::newRow("KeePass 2 database named as CSV")
+            << kdbx << "csv" << int(impKeePassDb) << "export it to XML";
         QTest::newRow("KeePass 1 database")
             << QByteArray("\x03\xD9\xA2\x9A\x65\xFB\x4B\xB5", 8) + QByteArray(100, '\0') << "detect"
             << int(impKeePassDb) << "export it to XML";
         QTest::newRow("1Password .1pux (a ZIP archive)")
-            << QByteArray("PK\x03\x04\x14\x00\x00\x00\x08\x00", 10) + "export.data" << "detect" << int(impArchive)
-            << "export to CSV";
+            << QByteArray("PK\x03\x04\x14\x00\x00\x00\x08\x00", 10) + "export.data"
+            << "detect" << int(impArchive) << "export to CSV";
         QTest::newRow("Enpass JSON") << readAllOf(fixture("enpass.json")) << "detect" << int(impJsonOther)
                                      << "export of Enpass";
         QTest::newRow("Enpass JSON named as Bitwarden")
-            << readAllOf(fixture("enpass.json")) << "bitwarden-json" << int(impJsonOther) << "export of Enpass";
+            << readAllOf(fixture("enpass.json")) << "bitwarden-json" << int(impJsonOther)
+            << "export of Enpass";
     }
     void otherFilesAreRefusedWithWhatToDo() {
         QFETCH(QByteArray, bytes);
@@ -146,7 +157,9 @@ private slots:
         QVERIFY(!err.Text().contains("name it"));
         TestEnv env;
         LoadLang(env.progDir() + "/Languages/Russian.lng");
-        QVERIFY2(err.LangText().contains(code == impJsonOther ? "Enpass" : code == impArchive ? "CSV" : "XML") &&
+        QVERIFY2(err.LangText().contains(code == impJsonOther ? "Enpass"
+                                         : code == impArchive ? "CSV"
+                                                              : "XML") &&
                      !err.LangText().contains("%"),
                  qPrintable(err.LangText()));
         // From a file the same, before anything else is read.
@@ -211,21 +224,24 @@ private slots:
         QByteArray esc;
         for (qsizetype i = 0; i < kImpMaxValue / 4; ++i)
             esc += "\\u0041";
-        const QByteArray json = "{\"encrypted\": false, \"items\": [{\"type\": 2, \"name\": \"" + esc + "\"}]}";
+        const QByteArray json =
+            "{\"encrypted\": false, \"items\": [{\"type\": 2, \"name\": \"" + esc + "\"}]}";
         QVERIFY2(ParseImport(json, ImpFormat::Detect, CsvMapping(), d, err), qPrintable(err.Text()));
         QCOMPARE(d.Rows[0].Title.size(), kImpMaxValue / 4);
         // A character beyond the basic plane is two units: half the limit of them is over.
         QByteArray wide;
         for (qsizetype i = 0; i < kImpMaxValue / 2 + 1; ++i)
             wide += "\xF0\x9F\x94\x91";
-        for (const QByteArray& bytes : {"url,username,password\nu,a," + wide + "\n",
-                                        "<KeePassFile><Root><Group><Entry><String><Key>Title</Key><Value>" + wide +
-                                            "</Value></String></Entry></Group></Root></KeePassFile>"}) {
+        for (const QByteArray& bytes :
+             {"url,username,password\nu,a," + wide + "\n",
+              "<KeePassFile><Root><Group><Entry><String><Key>Title</Key><Value>" + wide +
+                  "</Value></String></Entry></Group></Root></KeePassFile>"}) {
             QVERIFY(!ParseImport(bytes, ImpFormat::Detect, CsvMapping(), d, err));
             QCOMPARE(int(err.Code), int(impValueTooLarge));
         }
         // A quote inside a bare field is a character, not the start of a quoted one.
-        const QByteArray stray = "url,username,password\nu,5\" disk,x\n" + QByteArray(kImpMaxValue, ',') + "\n";
+        const QByteArray stray =
+            "url,username,password\nu,5\" disk,x\n" + QByteArray(kImpMaxValue, ',') + "\n";
         QVERIFY2(ParseImport(stray, ImpFormat::Detect, CsvMapping(), d, err), qPrintable(err.Text()));
     }
 
@@ -236,7 +252,8 @@ private slots:
         QTest::addColumn<QString>("kind");
         QTest::addColumn<qsizetype>("size");
         QTest::addColumn<QString>("says");
-        QTest::newRow("sparse file over the limit") << "sparse" << qsizetype(kImpMaxFile + 1) << "larger than";
+        QTest::newRow("sparse file over the limit")
+            << "sparse" << qsizetype(kImpMaxFile + 1) << "larger than";
         for (const char* k : {"csv", "xml", "json"})
             QTest::newRow(k) << k << qsizetype(100 << 20) << "value is longer";
     }
@@ -289,7 +306,8 @@ private slots:
         const CliRun r = cli.as(kPw, {"import", "anna", fixture("bitwarden-kinds.json")});
         QCOMPARE(r.code, 0);
         QVERIFY2(r.out.contains("Imported 0 folders and 5 records (bitwarden-json)") &&
-                     r.out.contains("\n1 passkey not taken in: a passkey works only in the program that made it") &&
+                     r.out.contains(
+                         "\n1 passkey not taken in: a passkey works only in the program that made it") &&
                      r.out.contains("\n2 old passwords or old versions not taken in"),
                  qPrintable(r.out));
         const CliRun plain = cli.as(kPw, {"import", "anna", fixture("keepass1.csv")});
@@ -297,7 +315,8 @@ private slots:
         // Bytes the declared encoding cannot convert: one line that says so, nothing of the
         // XML reader's own on the terminal.
         writeFileText(env.root() + "/enc.xml",
-                      "<?xml version=\"1.0\" encoding=\"EUC-JP\"?><KeePassFile><Root>\x8f\xff\xff</Root></KeePassFile>");
+                      "<?xml version=\"1.0\" "
+                      "encoding=\"EUC-JP\"?><KeePassFile><Root>\x8f\xff\xff</Root></KeePassFile>");
         const CliRun enc = cli.as(kPw, {"import", "anna", env.root() + "/enc.xml"});
         QCOMPARE(enc.code, 1);
         QVERIFY2(enc.err.startsWith("argentpm: ") && enc.err.count(u'\n') == 1, qPrintable(enc.err));
