@@ -216,11 +216,15 @@ const char kImportHelp[] =
     "the folder ID of user NAME (0, the top, by default), and prints its identifier and\n"
     "the counts. FORMAT is found from the contents unless given: keepass-xml (KeePass 2\n"
     "XML export), keepassxc-csv, bitwarden-json (unencrypted), browser-csv (Chrome,\n"
-    "Firefox, Edge, Safari) or csv (any CSV with a header row). The columns of a csv are\n"
-    "guessed from their names, or given with --map: FIELD is title, login, password,\n"
-    "notes or group (a folder path with \"/\"), COLUMN a header name or a number from 1.\n"
+    "Firefox, Edge, Safari), lastpass-csv, keepass1-csv or csv (any CSV with a header\n"
+    "row). An encrypted database (.kdbx) must be exported to XML or CSV first. The\n"
+    "columns of a csv are guessed from their names, or given with --map: FIELD is\n"
+    "title, login, password, notes or group (a folder path with \"/\"), COLUMN a header\n"
+    "name or a number from 1.\n"
     "What has no field of its own (URL, TOTP, custom fields, tags) goes into the\n"
-    "description. A file that cannot be read whole changes nothing.\n";
+    "description; what cannot be taken in (passkeys, old passwords, files) is listed.\n"
+    "Files over 256 MiB and values over 1 Mi characters are refused. A file that\n"
+    "cannot be read whole changes nothing.\n";
 
 const char kExportHelp[] =
     "Usage: argentpm [--databases DIR] export NAME [--format xml|csv] [--folder ID]\n"

@@ -38,24 +38,25 @@ int CmdImport(const CliOptions& Opt, const QStringList& Args) {
     if (Opt.has("into") && !ParseIndNum(Opt.value("into"), into))
         return usage(Opt, QStringLiteral("--into takes a folder identifier"));
 
-    // The file is read and understood before the user is even opened.
+    // The file is read and understood before the user is even opened. Its size is
+    // checked before it is read (ReadImportFile), and only its start is needed here.
     const QString path = Args[1];
     QFile f(path);
     if (!QFileInfo(path).isFile() || !f.open(QIODevice::ReadOnly)) {
         say(QStringLiteral("%1 cannot be read; nothing was imported").arg(path));
         return cliFailed;
     }
-    const QByteArray bytes = f.readAll();
     CsvMapping map;
     if (Opt.has("map")) {
         QString bad;
-        if (!ParseCsvMapping(Opt.value("map"), ReadCsvHeader(bytes), map, bad))
+        if (!ParseCsvMapping(Opt.value("map"), ReadCsvHeader(f.read(1 << 16)), map, bad))
             return usage(
                 Opt, QStringLiteral("--map: %1 names no field or no column of the header").arg(quoted(bad)));
     }
+    f.close();
     ImpData data;
     ImpError err;
-    if (!ParseImport(bytes, format, map, data, err)) {
+    if (!ReadImportFile(path, format, map, data, err)) {
         say(QStringLiteral("%1: %2; nothing was imported").arg(path, err.Text()));
         return cliFailed;
     }
@@ -69,12 +70,16 @@ int CmdImport(const CliOptions& Opt, const QStringList& Args) {
         say(err.Text() + QStringLiteral("; nothing was imported"));
         return cliRefused;
     }
+    // The rows are in the database now: their copies go before the save needs its memory.
+    data.Rows = QList<ImpRow>();
     if (int rc = saveUserChange())
         return rc;
     std::printf("%s\nImported %s and %s (%s) into folder %s.\n", id.toUtf8().constData(),
                 plural(data.Folders, "folder", "folders").toUtf8().constData(),
                 plural(data.Records, "record", "records").toUtf8().constData(),
                 ImpFormatName(data.Format).toUtf8().constData(), id.toUtf8().constData());
+    for (const QString& line : ImpDroppedText(data))
+        std::printf("%s.\n", line.toUtf8().constData());
     return cliOk;
 }
 

@@ -158,7 +158,8 @@ int lineError(const char* Text, const QString& Word, const CliCommand* Cmd) {
 // unknown option, a switch given a value, or an option whose value is missing.
 int lineProblem(const QStringList& Argv, const QList<QCommandLineOption>& Known, const CliCommand* Cmd,
                 const QString& ParserText) {
-    TRACE_PROC("modCli.LineProblem", Argv);
+    // Not the words themselves: one may be a text searched for.
+    TRACE_PROC("modCli.LineProblem", static_cast<long long>(Argv.size()));
     for (qsizetype i = 1; i < Argv.size() && Argv[i] != QLatin1String("--"); ++i) {
         const QString& w = Argv[i];
         if (!isOptionWord(w))
@@ -236,7 +237,11 @@ int ReadCliCommandLine(const QStringList& Argv, CliCall& Call) {
 }
 
 int RunCliCall(const CliCall& Call) {
-    TRACE_PROC("modCli.Main", QStringList{QLatin1String(Call.Command->Name)} + Call.Args);
+    // The words of the call, but a text searched for shows only that it was given.
+    QStringList shown = QStringList{QLatin1String(Call.Command->Name)} + Call.Args;
+    if (qstrcmp(Call.Command->Name, "find") == 0 && shown.size() > 2)
+        shown[2] = QStringLiteral("{Hidden}");
+    TRACE_PROC("modCli.Main", shown);
     if (int rc = CliPrepare(Call.Opt))
         return rc;
     if (Call.Args.size() < Call.Command->minArgs() || Call.Args.size() > Call.Command->maxArgs())

@@ -230,7 +230,7 @@ int CmdEdit(const CliOptions& Opt, const QStringList& Args) {
 }
 
 int CmdFind(const CliOptions& Opt, const QStringList& Args) {
-    TRACE_PROC("modCli.CmdFind", Args);
+    TRACE_PROC("modCli.CmdFind", Args[0], HIDDEN(Args[1]));
     if (Args[1].isEmpty())
         return badArguments(Opt);
     if (int rc = openUser(Opt, Args[0]))

@@ -135,7 +135,7 @@ int printField(int Tbl, int Rec, const QString& Field) {
 }
 
 int printFindJson(const QString& Text, const QList<FoundRow>& Found) {
-    TRACE_PROC("modCli.PrintFindJson", Text);
+    TRACE_PROC("modCli.PrintFindJson", HIDDEN(Text));
     QJsonArray matches;
     for (const FoundRow& f : Found)
         matches.append(

@@ -91,7 +91,7 @@ void writeReport(Sink& s, long long number, const char* module, std::size_t modu
     put(s, "\r\nBlock Name: ");
     put(s, block);
     put(s, "\r\nDescription: ");
-    put(s, desc, descLen);
+    putValue(s, desc, descLen);
     put(s, "\r\nLine Number: ");
     putInt(s, line);
     put(s, "\r\n<Variables>\r\n<LocalVariables>");

@@ -96,7 +96,7 @@ void formatContent(StringSink& s, const std::string& name, const VbValue& value,
             else if constexpr (std::is_same_v<T, bool>)
                 putBool(s, x);
             else if constexpr (std::is_same_v<T, QString>)
-                putQString(s, x);
+                putValue(s, x);
             else if constexpr (std::is_same_v<T, VbUdt>) {
                 put(s, "{UDT - ");
                 putQString(s, x.TypeName);

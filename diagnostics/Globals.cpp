@@ -2,6 +2,7 @@
 
 #include "diagnostics/FormatVariable.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -62,15 +63,20 @@ template <class Sink> void writeVar(Sink& s, const VarRef& v) {
     case VarRef::Items: {
         const long long c = v.count(v.ptr);
         put(s, "\r\n");
-        for (long long k = 0; k < c; ++k) {
+        for (long long k = 0; k < std::min<long long>(c, kReportItemsMax); ++k) {
             char tag[24];
             FixedSink t(tag, sizeof tag);
             put(t, "[");
             putInt(t, k + 1);
             put(t, "]");
             openTag(s, tag, t.size(), 2);
-            putQString(s, *v.item(v.ptr, k));
+            putValue(s, *v.item(v.ptr, k));
             closeTag(s, tag, t.size());
+        }
+        if (c > kReportItemsMax) {
+            putSpaces(s, 2);
+            putCutMark(s, c, " elements");
+            put(s, "\r\n");
         }
         break;
     }
@@ -87,7 +93,7 @@ template <class Sink> void writeVar(Sink& s, const VarRef& v) {
         putBool(s, *static_cast<const bool*>(v.ptr));
         break;
     case VarRef::Str:
-        putQString(s, *static_cast<const QString*>(v.ptr));
+        putValue(s, *static_cast<const QString*>(v.ptr));
         break;
     case VarRef::Hidden:
         put(s, "{Hidden}");
@@ -98,22 +104,27 @@ template <class Sink> void writeVar(Sink& s, const VarRef& v) {
     case VarRef::Mass: {
         const QStringList& items = *static_cast<const QStringList*>(v.ptr);
         put(s, "\r\n");
-        for (qsizetype k = 0; k < items.size(); ++k) {
+        for (qsizetype k = 0; k < std::min(items.size(), kReportItemsMax); ++k) {
             putSpaces(s, 2);
             put(s, "<");
             put(s, v.name, n);
             put(s, " Index=\"");
             putInt(s, *v.massLBound + k);
             put(s, "\">");
-            putQString(s, items[k]);
+            putValue(s, items[k]);
             closeTag(s, v.name, n);
+        }
+        if (items.size() > kReportItemsMax) {
+            putSpaces(s, 2);
+            putCutMark(s, items.size(), " elements");
+            put(s, "\r\n");
         }
         break;
     }
     case VarRef::Bytes: {
         const QByteArray& b = *static_cast<const QByteArray*>(v.ptr);
         put(s, "\r\n");
-        for (qsizetype k = 0; k < b.size(); ++k) {
+        for (qsizetype k = 0; k < std::min(b.size(), kReportItemsMax); ++k) {
             putSpaces(s, 2);
             put(s, "<");
             put(s, v.name, n);
@@ -122,6 +133,11 @@ template <class Sink> void writeVar(Sink& s, const VarRef& v) {
             put(s, "\">");
             putInt(s, static_cast<unsigned char>(b[k]));
             closeTag(s, v.name, n);
+        }
+        if (b.size() > kReportItemsMax) {
+            putSpaces(s, 2);
+            putCutMark(s, b.size(), " elements");
+            put(s, "\r\n");
         }
         break;
     }

@@ -3,6 +3,7 @@
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/FormatVariable.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -45,15 +46,21 @@ namespace {
 // A list as a one-dimensional array from index 0.
 template <class Sink> void putLines(Sink& s, const char* name, std::size_t n, const QStringList& lines) {
     put(s, "\r\n");
-    for (qsizetype k = 0; k < lines.size(); ++k) {
+    const qsizetype shown = std::min(lines.size(), kReportItemsMax);
+    for (qsizetype k = 0; k < shown; ++k) {
         putSpaces(s, 2);
         put(s, "<");
         put(s, name, n);
         put(s, " Index=\"");
         putInt(s, k);
         put(s, "\">");
-        putQString(s, lines[k]);
+        putValue(s, lines[k]);
         closeTag(s, name, n);
+    }
+    if (shown < lines.size()) {
+        putSpaces(s, 2);
+        putCutMark(s, lines.size(), " elements");
+        put(s, "\r\n");
     }
 }
 
@@ -73,7 +80,12 @@ std::string_view paramName(const char* raw) {
 
 template <class Sink> void writeFrameParams(Sink& s, const Frame& f) {
     if (f.dynamic) {
-        putQString(s, f.preText, false);
+        // Several values formatted already: each may be as long as a value may be.
+        const qsizetype most = kReportValueMax * kMaxTraceParams;
+        putUtf16(s, reinterpret_cast<const char16_t*>(f.preText.constData()),
+                 std::min(f.preText.size(), most), false);
+        if (f.preText.size() > most)
+            putCutMark(s, f.preText.size(), " characters");
         return;
     }
     for (int i = 0; i < f.paramCount; ++i) {
@@ -91,10 +103,10 @@ template <class Sink> void writeFrameParams(Sink& s, const Frame& f) {
             putBool(s, v.i != 0);
             break;
         case TraceValue::Str:
-            putQString(s, v.s);
+            putValue(s, v.s);
             break;
         case TraceValue::StrRef:
-            putQString(s, *v.ref);
+            putValue(s, *v.ref);
             break;
         case TraceValue::Fixed:
             put(s, v.fixed);
@@ -149,7 +161,7 @@ template <class Sink> void writeFrameLocals(Sink& s, const Frame& f) {
             putBool(s, readAs<bool>(l.ptr));
             break;
         case TraceLocal::Str:
-            putQString(s, *static_cast<const QString*>(l.ptr));
+            putValue(s, *static_cast<const QString*>(l.ptr));
             break;
         case TraceLocal::Lines:
             putLines(s, l.name, n, *static_cast<const QStringList*>(l.ptr));
@@ -165,7 +177,8 @@ template <class Sink> void writeFrameLocals(Sink& s, const Frame& f) {
 template <class Sink> void writeFrameText(Sink& s, const Frame& f) {
     put(s, "Name: ");
     if (f.dynamic)
-        putQString(s, f.dynName, false);
+        putUtf16(s, reinterpret_cast<const char16_t*>(f.dynName.constData()),
+                 std::min(f.dynName.size(), kReportValueMax), false);
     else
         put(s, f.name);
     put(s, ", Type: ");

@@ -126,4 +126,45 @@ template <class Sink> void putQString(Sink& s, const QString& str, bool nullAsTe
     putUtf16(s, reinterpret_cast<const char16_t*>(str.constData()), str.size(), nullAsText);
 }
 
+// The most of one value that a report shows, in UTF-16 units, and the most elements of
+// one list: a report is read by people and may be sent, so a long value is cut, with a
+// mark that says so and how long it was.
+constexpr qsizetype kReportValueMax = 1024;
+constexpr qsizetype kReportItemsMax = 256;
+
+template <class Sink> void putCutMark(Sink& s, long long Whole, const char* What) {
+    put(s, "{Cut: ");
+    putInt(s, Whole);
+    put(s, What);
+    put(s, " in all}");
+}
+
+// A value of a report: as putQString, cut after kReportValueMax units.
+template <class Sink> void putValue(Sink& s, const QString& str) {
+    const qsizetype n = str.size();
+    if (n <= kReportValueMax) {
+        putQString(s, str);
+        return;
+    }
+    qsizetype k = kReportValueMax;
+    const char16_t last = static_cast<char16_t>(str.constData()[k - 1].unicode());
+    if (last >= 0xD800 && last < 0xDC00)
+        --k; // not half a character
+    putUtf16(s, reinterpret_cast<const char16_t*>(str.constData()), k, true);
+    putCutMark(s, n, " characters");
+}
+
+// The same for UTF-8 bytes.
+template <class Sink> void putValue(Sink& s, const char* text, std::size_t n) {
+    if (n <= static_cast<std::size_t>(kReportValueMax)) {
+        s.append(text, n);
+        return;
+    }
+    std::size_t k = static_cast<std::size_t>(kReportValueMax);
+    while (k > 0 && (static_cast<unsigned char>(text[k]) & 0xC0) == 0x80)
+        --k; // not half a character
+    s.append(text, k);
+    putCutMark(s, static_cast<long long>(n), " bytes");
+}
+
 } // namespace argent::diag

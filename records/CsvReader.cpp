@@ -2,9 +2,18 @@
 
 #include "diagnostics/Trace.h"
 
-CsvReader::CsvReader(const QString& Text, QChar Separator) : m_text(Text), m_sep(Separator) {
+CsvReader::CsvReader(const QString& Text, QChar Separator, qsizetype MaxField)
+    : m_text(Text), m_sep(Separator), m_maxField(MaxField) {
     if (!Text.isEmpty() && Text[0] == QChar(0xFEFF))
         m_pos = 1;
+}
+
+bool CsvReader::tooLong(qsizetype Length, int Line) {
+    if (m_maxField < 0 || Length <= m_maxField)
+        return false;
+    m_fault = TooLong;
+    m_errorLine = Line;
+    return true;
 }
 
 bool CsvReader::Next(CsvRecord& Out) {
@@ -37,6 +46,8 @@ bool CsvReader::Next(CsvRecord& Out) {
                         ++m_line;
                     ++q;
                 }
+                if (tooLong(field.size() + (q - m_pos), opened))
+                    return false;
                 field.append(s + m_pos, q - m_pos);
                 if (q >= n) {
                     m_pos = n;
@@ -61,6 +72,8 @@ bool CsvReader::Next(CsvRecord& Out) {
             const qsizetype from = m_pos;
             while (m_pos < n && s[m_pos] != m_sep && s[m_pos] != u'\r' && s[m_pos] != u'\n')
                 ++m_pos;
+            if (tooLong(m_pos - from, m_line))
+                return false;
             field = QString(s + from, m_pos - from);
         }
         Out.Fields.append(field);

@@ -8,7 +8,8 @@
 // lines that are entirely empty are no records. A quote inside an unquoted field is
 // taken as it stands (some exporters write them). Two faults stop the reading: a quoted
 // field that is never closed, and anything but a separator or a line end after a
-// closing quote; the error names the line where it happened.
+// closing quote; the error names the line where it happened. A reader given a largest
+// field length stops at a field longer than that (TooLong) before it is copied.
 //
 // Writing: every field quoted, quotes doubled, records ending in CR LF.
 
@@ -22,8 +23,8 @@ struct CsvRecord {
 
 class CsvReader {
 public:
-    enum Fault { NoFault, Unclosed, AfterQuote };
-    explicit CsvReader(const QString& Text, QChar Separator = u',');
+    enum Fault { NoFault, Unclosed, AfterQuote, TooLong };
+    explicit CsvReader(const QString& Text, QChar Separator = u',', qsizetype MaxField = -1);
     // The next record; false at the end of the text or at a fault (see Failed).
     bool Next(CsvRecord& Out);
     bool Failed() const { return m_fault != NoFault; }
@@ -35,10 +36,13 @@ public:
 private:
     QString m_text;
     QChar m_sep;
-    qsizetype m_pos = 0; // a byte order mark is passed over at the start
+    qsizetype m_maxField; // -1 for no limit
+    qsizetype m_pos = 0;  // a byte order mark is passed over at the start
     int m_line = 1;
     Fault m_fault = NoFault;
     int m_errorLine = 0;
+
+    bool tooLong(qsizetype Length, int Line);
 };
 
 // The separator of a CSV text: a comma, unless its first line has none and holds a

@@ -14,7 +14,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QStringDecoder>
 
 #include <climits>
 #include <iterator>
@@ -31,6 +30,8 @@ const FormatName kFormatNames[] = {
     {ImpFormat::BitwardenJson, "bitwarden-json"},
     {ImpFormat::BrowserCsv, "browser-csv"},
     {ImpFormat::GenericCsv, "csv"},
+    {ImpFormat::LastPassCsv, "lastpass-csv"},
+    {ImpFormat::KeePass1Csv, "keepass1-csv"},
 };
 
 // Header names by which a generic CSV's columns are recognised, lower case.
@@ -66,9 +67,8 @@ int firstNonUtf8Line(const QByteArray& Bytes) {
         qsizetype end = Bytes.indexOf('\n', from);
         if (end < 0)
             end = Bytes.size();
-        QStringDecoder dec(QStringDecoder::Utf8);
-        (void)QString(dec(QByteArrayView(Bytes).sliced(from, end - from)));
-        if (dec.hasError())
+        // Checked in place: a decoded copy of a long line would cost twice its bytes.
+        if (!QByteArrayView(Bytes).sliced(from, end - from).isValidUtf8())
             return line;
         from = end + 1;
         ++line;
@@ -143,19 +143,93 @@ QString ImpError::Text() const {
         return QStringLiteral("the user's database cannot take that many more folders and records");
     case impCsvNoMapping:
         return QStringLiteral("the columns of the title and the password are not known; map them");
+    case impTooLarge:
+        return QStringLiteral("the file is larger than an export can be (%1 bytes; at most %2)")
+            .arg(Detail)
+            .arg(kImpMaxFile);
+    case impValueTooLarge:
+        return at + QStringLiteral("a value is longer than an export can hold (more than %1 characters)")
+                        .arg(kImpMaxValue);
+    case impKeePassDb:
+        return QStringLiteral(
+            "this is an encrypted KeePass database, not an export; in KeePassXC or KeePass, "
+            "export it to XML (or CSV) first and import that file");
+    case impArchive:
+        return QStringLiteral(
+                   "this is an archive (%1), not an export this program reads; in the program that "
+                   "made it, export to CSV first and import that file")
+            .arg(Detail);
+    case impTooManyRows:
+        return QStringLiteral("the file holds more folders and entries than an export can (more than %1)")
+            .arg(kImpMaxRows);
+    case impJsonOther:
+        return QStringLiteral("the JSON is an export of %1, not of Bitwarden; export to CSV from %1 and "
+                              "import that file")
+            .arg(Detail);
     }
     return QString();
 }
 
 QString ImpError::LangText() const {
-    // Texts 340 to 353 follow the codes; %1 is the line, %2 the detail.
-    static const int kTextOf[] = {0, 340, 341, 342, 343, 344, 345, 346, 347, 348, 349, 350, 351, 352, 353};
+    // Texts 340 to 353 follow the codes, then 380 on; %1 is the line, %2 the detail, %3 a limit.
+    static const int kTextOf[] = {0,   340, 341, 342, 343, 344, 345, 346, 347, 348, 349,
+                                  350, 351, 352, 353, 380, 381, 382, 383, 384, 393};
     if (Code <= impOk || Code >= static_cast<int>(std::size(kTextOf)))
         return QString();
     QString t = Texts(kTextOf[Code]);
     t.replace(QLatin1String("%1"), QString::number(Line));
     t.replace(QLatin1String("%2"), Detail);
+    t.replace(QLatin1String("%3"), QString::number(Code == impTooLarge      ? kImpMaxFile >> 20
+                                                   : Code == impTooManyRows ? qint64(kImpMaxRows)
+                                                                            : qint64(kImpMaxValue) >> 20));
     return t;
+}
+
+namespace {
+// English names of what was dropped: one and many, and why.
+const char* const kDropNames[dropCount][3] = {
+    {"passkey", "passkeys", "a passkey works only in the program that made it; add a new one to the site"},
+    {"old password or old version", "old passwords or old versions", "only the current ones are taken in"},
+    {"attached file", "attached files", "files are not in the export; save them from the source"},
+    {"request to ask for the master password again", "requests to ask for the master password again",
+     "this program asks for its password when a user is opened"},
+    {"item of an unknown kind", "items of an unknown kind", "only their names and notes were taken in"},
+};
+} // namespace
+
+QStringList ImpDroppedText(const ImpData& Data) {
+    QStringList out;
+    for (int k = 0; k < dropCount; ++k)
+        if (const int n = Data.Dropped[k])
+            out.append(QStringLiteral("%1 %2 not taken in: %3")
+                           .arg(n)
+                           .arg(QLatin1String(kDropNames[k][n == 1 ? 0 : 1]))
+                           .arg(QLatin1String(kDropNames[k][2])));
+    return out;
+}
+
+QStringList ImpDroppedLangText(const ImpData& Data) {
+    // Texts 386 on follow the kinds; %1 is the count.
+    QStringList out;
+    for (int k = 0; k < dropCount; ++k)
+        if (const int n = Data.Dropped[k]) {
+            QString t = Texts(386 + k);
+            t.replace(QLatin1String("%1"), QString::number(n));
+            out.append(t);
+        }
+    return out;
+}
+
+ImpErrCode ForeignFileCode(QByteArrayView Head, QString* Detail) {
+    // KeePass 2 (.kdbx) and KeePass 1 (.kdb) databases share their first four bytes.
+    if (Head.startsWith("\x03\xD9\xA2\x9A"))
+        return impKeePassDb;
+    if (Head.startsWith("PK\x03\x04") || Head.startsWith("PK\x05\x06")) {
+        if (Detail)
+            *Detail = QStringLiteral("ZIP");
+        return impArchive;
+    }
+    return impOk;
 }
 
 void AppendDescLine(QString& Desc, const QString& Name, const QString& Value) {
@@ -182,10 +256,22 @@ ImpFormat DetectImportFormat(const QByteArray& Bytes) {
     const QStringList h = lowerHeader(ReadCsvHeader(Bytes));
     if (h.size() < 2)
         return ImpFormat::Detect;
-    const bool user = h.contains(QLatin1String("username")), pasw = h.contains(QLatin1String("password"));
-    if (h.contains(QLatin1String("group")) && h.contains(QLatin1String("title")) && user && pasw)
+    auto has = [&h](std::initializer_list<const char*> Names) {
+        for (const char* n : Names)
+            if (!h.contains(QLatin1String(n)))
+                return false;
+        return true;
+    };
+    // The most particular headers first: LastPass's and KeePass 1's would pass for
+    // generic ones, LastPass's even for a browser's.
+    if (has({"url", "username", "password", "extra", "name", "grouping"}))
+        return ImpFormat::LastPassCsv;
+    if (has({"account", "login name", "password", "web site"}))
+        return ImpFormat::KeePass1Csv;
+    if (has({"group", "title", "username", "password"}))
         return ImpFormat::KeePassXcCsv;
-    if (h.contains(QLatin1String("url")) && user && pasw && !h.contains(QLatin1String("group")))
+    if ((has({"url", "username", "password"}) || has({"hostname", "username", "password"})) &&
+        !h.contains(QLatin1String("group")))
         return ImpFormat::BrowserCsv;
     return ImpFormat::GenericCsv;
 }
@@ -255,6 +341,16 @@ bool ParseImport(const QByteArray& Bytes, ImpFormat Format, const CsvMapping& Ma
     TRACE_PROC("modImport.ParseImport", static_cast<long long>(Bytes.size()), ImpFormatName(Format));
     Out = ImpData();
     Err = ImpError();
+    if (Bytes.size() > kImpMaxFile) {
+        Err = ImpError{impTooLarge, 0, QString::number(Bytes.size())};
+        return false;
+    }
+    // A database or an archive is refused whatever format was named: read as text it
+    // would only give nonsense.
+    if (const ImpErrCode foreign = ForeignFileCode(Bytes, &Err.Detail)) {
+        Err.Code = foreign;
+        return false;
+    }
     if (Format == ImpFormat::Detect)
         Format = DetectImportFormat(Bytes);
     bool ok = false;
@@ -271,6 +367,8 @@ bool ParseImport(const QByteArray& Bytes, ImpFormat Format, const CsvMapping& Ma
     case ImpFormat::KeePassXcCsv:
     case ImpFormat::BrowserCsv:
     case ImpFormat::GenericCsv:
+    case ImpFormat::LastPassCsv:
+    case ImpFormat::KeePass1Csv:
         if (const int line = firstNonUtf8Line(Bytes)) {
             Err.Code = impNotUtf8;
             Err.Line = line;
@@ -292,12 +390,31 @@ bool ReadImportFile(const QString& Path, ImpFormat Format, const CsvMapping& Map
                        QFileInfo(Path).isDir() ? QStringLiteral("it is a folder") : f.errorString()};
         return false;
     }
+    // The size is checked before anything is read; the reading stops at the limit too,
+    // in case the file grows meanwhile.
+    if (f.size() > kImpMaxFile) {
+        Err = ImpError{impTooLarge, 0, QString::number(f.size())};
+        return false;
+    }
+    const QByteArray head = f.peek(4096);
+    if (const ImpErrCode foreign = ForeignFileCode(head, &Err.Detail)) {
+        Err.Code = foreign;
+        Err.Line = 0;
+        return false;
+    }
     if (Format == ImpFormat::KeePassXml ||
-        (Format == ImpFormat::Detect && DetectImportFormat(f.peek(4096)) == ImpFormat::KeePassXml)) {
+        (Format == ImpFormat::Detect && DetectImportFormat(head) == ImpFormat::KeePassXml)) {
         Err = ImpError();
         return finishImport(ParseKeePassXmlFile(f, Out, Err, Progress), ImpFormat::KeePassXml, Out);
     }
-    const QByteArray bytes = f.readAll();
+    // As many bytes as the file has: a buffer of the limit is not taken for a small file.
+    QByteArray bytes = f.read(f.size() + 1);
+    if (bytes.size() > f.size() && f.error() == QFileDevice::NoError)
+        bytes += f.read(kImpMaxFile + 1 - bytes.size()); // it grew while it was read
+    if (bytes.size() > kImpMaxFile) {
+        Err = ImpError{impTooLarge, 0, QString::number(bytes.size())};
+        return false;
+    }
     if (f.error() != QFileDevice::NoError) {
         Err = ImpError{impCantRead, 0, f.errorString()};
         return false;

@@ -9,7 +9,8 @@
 // Title, user name, password and notes map onto Title, Login, Password and Description;
 // whatever else an entry carries (URL, TOTP seed, custom fields, tags, expiry, card and
 // identity fields, names of attachments) follows the notes in the description as
-// "Name: value" lines, so nothing the user typed is dropped. The notes of a KeePass group
+// "Name: value" lines. What cannot be taken in at all (passkeys, old passwords, files,
+// a re-prompt setting) is counted in ImpData::Dropped, and the import says so. The notes of a KeePass group
 // go into the Description of its folder row, those of the top group into the new
 // folder's (our XML export writes them back as the groups' notes). Times, icons of the source, entry history,
 // old passwords and the recycle bin are not brought in.
@@ -19,8 +20,17 @@
 //   keepassxc-csv   KeePassXC CSV: "Group","Title","Username","Password","URL","Notes",...
 //   bitwarden-json  Bitwarden's unencrypted JSON export (folders, logins, notes, cards,
 //                   identities, SSH keys)
-//   browser-csv     the password CSV of Chrome, Chromium, Edge, Firefox and Safari
+//   browser-csv     the password CSV of Chrome, Chromium, Edge, Firefox and Safari, and the
+//                   older "hostname,username,password" one
+//   lastpass-csv    url,username,password,totp,extra,name,grouping,fav
+//   keepass1-csv    "Account","Login Name","Password","Web Site","Comments"
 //   csv             any CSV with a header row; the columns are chosen (CsvMapping)
+//
+// Limits a real export never reaches keep a hostile file from taking the memory: a file
+// of more than kImpMaxFile bytes, or one value of more than kImpMaxValue characters, is
+// refused, as is one of more than kImpMaxRows folders and records (JSON: more than
+// kImpMaxRows * 16 values and lists). Encrypted databases (.kdbx, .kdb) and other programs' archives (.1pux)
+// are recognised by their first bytes and refused with what to do instead.
 //
 // Export writes the whole user, or one folder with everything below it, as KeePass 2 XML
 // (which KeePassXC imports into the same tree) or as KeePassXC CSV. The colour, bold
@@ -30,6 +40,7 @@
 // empty folders.
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -39,7 +50,20 @@
 class QIODevice;
 class clsDatabase;
 
-enum class ImpFormat { Detect, KeePassXml, KeePassXcCsv, BitwardenJson, BrowserCsv, GenericCsv };
+enum class ImpFormat {
+    Detect,
+    KeePassXml,
+    KeePassXcCsv,
+    BitwardenJson,
+    BrowserCsv,
+    GenericCsv,
+    LastPassCsv,
+    KeePass1Csv
+};
+
+constexpr qint64 kImpMaxFile = 256LL << 20; // bytes of a file
+constexpr qsizetype kImpMaxValue = 1 << 20; // characters of one value
+constexpr qsizetype kImpMaxRows = 1000000;  // folders and records of a file
 
 // "keepass-xml" ...; ImpFormatFromName answers Detect for an unknown name (Ok false).
 QString ImpFormatName(ImpFormat Format);
@@ -61,8 +85,14 @@ enum ImpErrCode {
     impJsonBad,       // JSON that does not parse
     impJsonEncrypted, // a Bitwarden export protected with a password
     impJsonNotBitwarden,
-    impTooMany,      // more rows than identifiers left in the user's database
-    impCsvNoMapping, // a generic CSV whose title and password columns are unknown
+    impTooMany,       // more rows than identifiers left in the user's database
+    impCsvNoMapping,  // a generic CSV whose title and password columns are unknown
+    impTooLarge,      // the file is larger than kImpMaxFile (Detail: its size in bytes)
+    impValueTooLarge, // a value on Line is longer than kImpMaxValue
+    impKeePassDb,     // an encrypted KeePass database (.kdbx or .kdb), not an export
+    impArchive,       // a ZIP archive such as a .1pux export (Detail: the file's extension)
+    impJsonOther,     // JSON of another program (Detail: its name)
+    impTooManyRows,   // more than kImpMaxRows folders and records
 };
 
 struct ImpError {
@@ -84,8 +114,19 @@ struct ImpRow {
     QString Flags, Image;                 // empty for the defaults of a new row
 };
 
+// What a source held that could not be taken in, counted by kind.
+enum ImpDrop {
+    dropPasskey,    // a passkey (its private key only works in the program that made it)
+    dropHistory,    // an old password or an old version of an entry
+    dropAttachment, // a file attached to an entry
+    dropReprompt,   // "ask for the master password again" on an item
+    dropUnknown,    // an item of a kind that is not known: its name and notes only
+    dropCount
+};
+
 struct ImpData {
     ImpFormat Format = ImpFormat::Detect;
+    int Dropped[dropCount] = {};
     QList<ImpRow> Rows;
     QString Notes; // the notes of the source itself (a KeePass file's top group)
     int Folders = 0, Records = 0;
@@ -99,12 +140,21 @@ struct CsvMapping {
     bool IsEmpty() const { return Title < 0 && Login < 0 && Password < 0 && Notes < 0 && Group < 0; }
 };
 
+// What was not taken in, one line per kind, in English ("2 passkeys: ..."); empty when
+// nothing was left out.
+QStringList ImpDroppedText(const ImpData& Data);
+// The same in the language of the interface.
+QStringList ImpDroppedLangText(const ImpData& Data);
+
 // Called with the work done and the whole, now and then while a large file is read.
 using ImpProgress = std::function<void(qint64 Done, qint64 Total)>;
 
 // What the contents look like: XML, JSON or one of the CSV kinds by the names in the
 // header row. Detect when nothing fits.
 ImpFormat DetectImportFormat(const QByteArray& Bytes);
+// An encrypted database or an archive, told by the first bytes of a file: impKeePassDb,
+// impArchive (Detail: its kind), or impOk for anything else.
+ImpErrCode ForeignFileCode(QByteArrayView Head, QString* Detail = nullptr);
 // A mapping from the names of a header row ("name", "username", "login_password", ...).
 CsvMapping GuessCsvMapping(const QStringList& Header);
 // Reads the columns of a mapping given as "title=Name,login=3,...": a column by its name

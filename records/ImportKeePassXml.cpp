@@ -42,6 +42,8 @@ enum Kind : unsigned char {
     kString,
     kBinary,
     kTimes,
+    kHistory,
+    kOldEntry, // an old version of an entry, counted and skipped
     kTextFirst,
     kBinUuid = kTextFirst,
     kBinEnabled,
@@ -91,7 +93,10 @@ Kind kindOf(Kind Parent, const xmlChar* n) {
                : is(n, "Tags")            ? kTags
                : is(n, "ForegroundColor") ? kForeground
                : is(n, "CustomData")      ? kCustomData
+               : is(n, "History")         ? kHistory
                                           : kSkip;
+    case kHistory:
+        return is(n, "Entry") ? kOldEntry : kSkip;
     case kString:
         return is(n, "Key") ? kStringKey : is(n, "Value") ? kStringValue : kSkip;
     case kBinary:
@@ -153,6 +158,9 @@ public:
         // No handlers for entities: a file that declares its own gets an error, and
         // nothing is ever fetched from outside.
         m_read = &Read;
+        // libxml2 writes some errors (of the encoding) to standard error on its own; they
+        // reach us through onError too, and a terminal is no place for them.
+        xmlSetGenericErrorFunc(nullptr, &KeePassXmlParser::quiet);
         m_ctxt =
             xmlCreateIOParserCtxt(&h, this, &KeePassXmlParser::onRead, nullptr, this, XML_CHAR_ENCODING_NONE);
         if (!m_ctxt) {
@@ -167,6 +175,7 @@ public:
             xmlFreeParserCtxt(m_ctxt);
             m_ctxt = nullptr;
         }
+        xmlSetGenericErrorFunc(nullptr, nullptr);
         if (!m_failed)
             return true;
         Err = m_err;
@@ -192,6 +201,8 @@ private:
         long Line = 0;
     };
 
+    static void quiet(void*, const char*, ...) {}
+
     static KeePassXmlParser* self(void* Ctx) { return static_cast<KeePassXmlParser*>(Ctx); }
 
     static void onStart(void* Ctx, const xmlChar* Name, const xmlChar*, const xmlChar*, int, const xmlChar**,
@@ -201,18 +212,36 @@ private:
     static void onEnd(void* Ctx, const xmlChar*, const xmlChar*, const xmlChar*) { self(Ctx)->end(); }
     static void onText(void* Ctx, const xmlChar* Text, int Len) {
         KeePassXmlParser* p = self(Ctx);
-        if (!p->m_kinds.empty() && p->m_kinds.back() >= kTextFirst)
-            p->m_text.append(reinterpret_cast<const char*>(Text), static_cast<std::size_t>(Len));
+        if (p->m_failed || p->m_kinds.empty() || p->m_kinds.back() < kTextFirst)
+            return;
+        // The length in UTF-16 units, as the value will have it: a byte that starts a
+        // character counts one, a four-byte character two.
+        for (int i = 0; i < Len; ++i)
+            if ((Text[i] & 0xC0) != 0x80)
+                p->m_units += Text[i] >= 0xF0 ? 2 : 1;
+        if (p->m_units > kImpMaxValue) {
+            p->failWith(p->line(), QString(), impValueTooLarge);
+            return;
+        }
+        p->m_text.append(reinterpret_cast<const char*>(Text), static_cast<std::size_t>(Len));
     }
     static int onRead(void* Ctx, char* Buffer, int Size) {
         KeePassXmlParser* p = self(Ctx);
-        const qint64 n = (*p->m_read)(Buffer, Size);
-        if (n < 0) {
-            p->m_readFailed = true;
-            return -1;
+        // The buffer is filled as far as the source goes: libxml2 takes a short read in
+        // the XML declaration for a damaged one (a pipe or a network file gives them).
+        int got = 0;
+        while (got < Size) {
+            const qint64 n = (*p->m_read)(Buffer + got, Size - got);
+            if (n < 0) {
+                p->m_readFailed = true;
+                return -1;
+            }
+            if (n == 0)
+                break;
+            got += static_cast<int>(n);
         }
-        p->m_fed += n;
-        return static_cast<int>(n);
+        p->m_fed += got;
+        return got;
     }
     static void onError(void* Ctx, xmlErrorPtr E) {
         KeePassXmlParser* p = self(Ctx);
@@ -225,14 +254,15 @@ private:
     long line() const { return xmlSAX2GetLineNumber(m_ctxt); }
 
     // The innermost open entry or group, with the line it starts on, after the reason.
-    void failWith(long Line, const QString& Why) {
+    void failWith(long Line, const QString& Why, ImpErrCode Code = impXmlBad) {
         if (m_failed)
             return;
         m_failed = true;
-        m_err = ImpError{impXmlBad, static_cast<int>(Line), Why};
-        if (m_inEntry)
+        m_err = ImpError{Code, static_cast<int>(Line), Why};
+        m_text = std::string(); // a long value goes at once
+        if (Code == impXmlBad && m_inEntry)
             m_err.Detail += u", in the <Entry> that starts on line %1"_s.arg(m_entry.Line);
-        else if (!m_groups.empty())
+        else if (Code == impXmlBad && !m_groups.empty())
             m_err.Detail += u", in the <Group> that starts on line %1"_s.arg(m_groups.back().Line);
         if (m_ctxt)
             xmlStopParser(m_ctxt);
@@ -257,11 +287,15 @@ private:
         m_kinds.push_back(k);
         if (k >= kTextFirst) {
             m_text.clear();
+            m_units = 0;
             if (k == kStringValue)
                 checkProtected(AttrCount, Attrs);
             return;
         }
         switch (k) {
+        case kOldEntry:
+            ++m_out.Dropped[dropHistory];
+            break;
         case kGroup:
             openGroup(parent == kRoot);
             break;
@@ -395,8 +429,15 @@ private:
             r.Parent = g.Self;
             m_out.Rows.append(r);
             g.Self = g.Start;
+            tooMany();
         }
         m_groups.push_back(g);
+    }
+
+    // A file of more rows than any export has stops at the first one too many.
+    void tooMany() {
+        if (m_out.Rows.size() > kImpMaxRows)
+            failWith(line(), QString(), impTooManyRows);
     }
 
     void groupUuid(const QString& Uuid) {
@@ -437,8 +478,10 @@ private:
         AppendDescLine(r.Desc, u"Tags"_s, e.Tags);
         if (e.Expires)
             AppendDescLine(r.Desc, u"Expires"_s, expiryText(e.Expiry));
-        for (const QString& a : e.Attachments)
+        for (const QString& a : e.Attachments) {
             AppendDescLine(r.Desc, u"Attachment (not imported)"_s, a);
+            ++m_out.Dropped[dropAttachment];
+        }
         static const QRegularExpression rgb(u"^#([0-9A-Fa-f]{2})([0-9A-Fa-f]{2})([0-9A-Fa-f]{2})$"_s);
         if (!e.Foreground.isEmpty())
             if (const QRegularExpressionMatch m = rgb.match(e.Foreground); m.hasMatch())
@@ -449,6 +492,7 @@ private:
         if (!e.Data.isEmpty())
             applyLook(r, e.Data);
         m_out.Rows.append(std::move(r));
+        tooMany();
         if (m_progress && (++m_entries & 1023) == 0)
             m_progress(m_fed, m_total);
     }
@@ -466,6 +510,7 @@ private:
 
     std::vector<unsigned char> m_kinds; // the open elements, outermost first
     std::string m_text;                 // the text of the open value
+    qsizetype m_units = 0;              // its length in UTF-16 units
     std::vector<GroupFrame> m_groups;
     bool m_inEntry = false;
     EntryData m_entry;
@@ -494,16 +539,25 @@ bool ParseKeePassXml(const QByteArray& Bytes, ImpData& Out, ImpError& Err, const
 bool ParseKeePassXmlFile(QIODevice& Device, ImpData& Out, ImpError& Err, const ImpProgress& Progress) {
     TRACE_PROC("modImport.ParseKeePassXmlFile", static_cast<long long>(Device.size()));
     KeePassXmlParser p(Out, Progress, Device.size());
-    bool readFailed = false;
+    bool readFailed = false, tooLarge = false;
+    qint64 fed = 0;
     if (p.Run(
             [&](char* Buffer, qint64 Size) {
-                const qint64 n = Device.read(Buffer, Size);
+                // A file that grows past the limit while it is read stops there.
+                if (fed >= kImpMaxFile + 1) {
+                    tooLarge = true;
+                    return qint64(-1);
+                }
+                const qint64 n = Device.read(Buffer, std::min(Size, kImpMaxFile + 1 - fed));
                 readFailed = readFailed || n < 0;
+                fed += std::max<qint64>(n, 0);
                 return n;
             },
             Err))
         return true;
-    if (readFailed)
+    if (tooLarge)
+        Err = ImpError{impTooLarge, 0, QString::number(fed)};
+    else if (readFailed)
         Err = ImpError{impCantRead, 0, Device.errorString()};
     return false;
 }

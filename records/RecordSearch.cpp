@@ -18,9 +18,10 @@ namespace {
 
 const bool g_registered = [] {
     argent::diag::registerGlobal("FindIndNum", &FindIndNum);
-    argent::diag::registerGlobal("LastFindText", &LastFindText);
+    // What was searched for may be a password: a report shows only that it exists.
+    argent::diag::registerGlobalHidden("LastFindText");
     argent::diag::registerModuleVar("modMain", "FindIndNum", &FindIndNum);
-    argent::diag::registerModuleVar("modMain", "LastFindText", &LastFindText);
+    argent::diag::registerModuleHidden("modMain", "LastFindText");
     return true;
 }();
 
@@ -44,7 +45,7 @@ QList<int> searchableColumns(const QString& Caption) {
 
 QString FindRecordInDB(const QString& SText, int STblNum, int SFNum, int& Start, clsDatabase& pDB,
                        bool SearchAll, bool CaseSens) {
-    TRACE_PROC("modMain.FindRecordInDB", SText, STblNum, SFNum, Start, SearchAll, CaseSens);
+    TRACE_PROC("modMain.FindRecordInDB", HIDDEN(SText), STblNum, SFNum, Start, SearchAll, CaseSens);
     int best;
     if (SearchAll) {
         // The smallest row that any searchable column matches from Start on, in one pass
@@ -80,7 +81,7 @@ QString FindRecordInDB(const QString& SText, int STblNum, int SFNum, int& Start,
 }
 
 QString FindNextRecord(const QString& SText, bool SearchAll, bool CaseSens) {
-    TRACE_PROC("modMain.FindNextRecord", SText, SearchAll, CaseSens);
+    TRACE_PROC("modMain.FindNextRecord", HIDDEN(SText), SearchAll, CaseSens);
     if (SText.isEmpty()) {
         MsgBox(Texts(20), vbCritical);
         return QString();
@@ -100,7 +101,7 @@ QString FindNextRecord(const QString& SText, bool SearchAll, bool CaseSens) {
 }
 
 QList<FoundRow> FindAllRecords(clsDatabase& pDB, const QString& SText, bool SearchAll, bool CaseSens) {
-    TRACE_PROC("modMain.FindAllRecords", SText, SearchAll, CaseSens);
+    TRACE_PROC("modMain.FindAllRecords", HIDDEN(SText), SearchAll, CaseSens);
     QList<FoundRow> found;
     const int tbl = pDB.FindTable(QStringLiteral("DataTable"));
     TRACE_LOCAL(tbl);

@@ -156,7 +156,8 @@ void AddFolderToDB(const QString& FoldName, int Parent, const QString& FoldID) {
 
 QString AddRecordToDB(clsDatabase& pDB, const QString& rParent, const QString& rTitle, const QString& rLogin,
                       const QString& rPasw, const QString& rDesc) {
-    TRACE_PROC("modMain.AddRecordToDB", rParent, rTitle, rLogin, HIDDEN(rPasw), rDesc);
+    // The description may hold what another program kept hidden (imported custom fields).
+    TRACE_PROC("modMain.AddRecordToDB", rParent, rTitle, rLogin, HIDDEN(rPasw), HIDDEN(rDesc));
     const int tbl = pDB.FindTable(kDataTable);
     TRACE_LOCAL(tbl);
     pDB.AddRecord(tbl);

@@ -27,9 +27,12 @@ namespace {
 
 // The formats in the order of the list; item 0 detects.
 const ImpFormat kFormats[] = {ImpFormat::Detect,        ImpFormat::KeePassXml, ImpFormat::KeePassXcCsv,
-                              ImpFormat::BitwardenJson, ImpFormat::BrowserCsv, ImpFormat::GenericCsv};
-// Language texts of the formats and of the column captions.
-constexpr int kFormatText = 326;
+                              ImpFormat::BitwardenJson, ImpFormat::BrowserCsv, ImpFormat::GenericCsv,
+                              ImpFormat::LastPassCsv,   ImpFormat::KeePass1Csv};
+// Language texts of the formats (326 on, the later ones 391 on) and of the column captions.
+int formatText(std::size_t Index) {
+    return Index < 6 ? 326 + static_cast<int>(Index) : 391 + static_cast<int>(Index - 6);
+}
 const int kColumnText[5] = {13, 14, 15, 16, 332};
 
 // A progress window that appears only when the work takes a while.
@@ -136,7 +139,7 @@ void frmImport::ShowFormLang() {
     cmdBrowse->setText(Texts(324));
     lblFormat->setText(Texts(325));
     for (int i = 0; i < cboFormat->count(); ++i)
-        cboFormat->setItemText(i, Texts(kFormatText + i));
+        cboFormat->setItemText(i, Texts(formatText(i)));
     for (int i = 0; i < 5; ++i) {
         lblColumn[i]->setText(Texts(kColumnText[i]) + u':');
         if (cboColumn[i]->count() > 0)
@@ -232,11 +235,14 @@ void frmImport::ShowSummary() {
         if (kFormats[i] == m_data.Format)
             formatIndex = static_cast<int>(i);
     QString t = Texts(334);
-    t.replace(QLatin1String("%1"), Texts(kFormatText + formatIndex));
+    t.replace(QLatin1String("%1"), Texts(formatText(formatIndex)));
     t.replace(QLatin1String("%2"), QString::number(m_data.Folders));
     t.replace(QLatin1String("%3"), QString::number(m_data.Records));
     t.replace(QLatin1String("%4"), ImportFolderName(m_path));
     t.replace(QLatin1String("%5"), m_parentTitle);
+    // What cannot be taken in is said before anything is added.
+    if (const QStringList dropped = ImpDroppedLangText(m_data); !dropped.isEmpty())
+        t += QStringLiteral("\n\n") + Texts(385) + u'\n' + dropped.join(u'\n');
     lblSummary->setText(t);
 }
 
@@ -255,6 +261,9 @@ void frmImport::cmdOk_Click() {
         MsgBox(Texts(339) + u'\n' + err.LangText(), vbCritical);
         return;
     }
+    // The rows are in the database now: their copies go before the save needs its memory.
+    m_data.Rows = QList<ImpRow>();
+    m_ok = false;
     if (IRecordView* view = RecordView())
         view->InsertImportedRows(firstRec);
     // The import is one change, saved at once, through the view that presents what the
@@ -267,6 +276,8 @@ void frmImport::cmdOk_Click() {
     done.replace(QLatin1String("%1"), ImportFolderName(m_path));
     done.replace(QLatin1String("%2"), QString::number(m_data.Folders));
     done.replace(QLatin1String("%3"), QString::number(m_data.Records));
+    if (const QStringList dropped = ImpDroppedLangText(m_data); !dropped.isEmpty())
+        done += QStringLiteral("\n\n") + Texts(385) + u'\n' + dropped.join(u'\n');
     m_data = ImpData();
     accept();
     MsgBox(done, vbInformation);

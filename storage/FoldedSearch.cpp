@@ -109,7 +109,7 @@ void clsFoldedSearch::build(const TableEntry& t, const Column& c, int BlockNo, B
 
 int clsFoldedSearch::Find(const DatabaseRecord& db, int TblNum, const QList<int>& FldNums,
                           const QString& SText, int Start, bool CaseSens) {
-    TRACE_PROC("TableEngine.FindFolded", TblNum, SText, Start);
+    TRACE_PROC("TableEngine.FindFolded", TblNum, HIDDEN(SText), Start);
     std::string needle;
     if (SText.isEmpty())
         return -1;

@@ -329,13 +329,13 @@ int TableEngine::DeleteRec(DatabaseRecord& db, int TblNum, int RecNum) {
 
 int TableEngine::FindRecord(const DatabaseRecord& db, int TblNum, int FldNum, const QString& SText, int Start,
                             bool CaseSens) {
-    TRACE_PROC("TableEngine.FindRecord", TblNum, FldNum, SText, Start, CaseSens);
+    TRACE_PROC("TableEngine.FindRecord", TblNum, FldNum, HIDDEN(SText), Start, CaseSens);
     return FindRecordInFields(db, TblNum, QList<int>{FldNum}, SText, Start, CaseSens);
 }
 
 int TableEngine::FindRecordInFields(const DatabaseRecord& db, int TblNum, const QList<int>& FldNums,
                                     const QString& SText, int Start, bool CaseSens) {
-    TRACE_PROC("TableEngine.FindRecordInFields", TblNum, SText, Start, CaseSens);
+    TRACE_PROC("TableEngine.FindRecordInFields", TblNum, HIDDEN(SText), Start, CaseSens);
     if (!tblOk(db, TblNum))
         return 0;
     if (!m_folded)

@@ -391,7 +391,7 @@ QString clsDatabase::GetComplexFldVal(int TblNum, int RecNum, int FldNum) {
 }
 
 int clsDatabase::FindRecord(int TblNum, int FldNum, const QString& SText, int Start, bool CaseSens) {
-    TRACE_PROC("clsDatabase.FindRecord", TblNum, FldNum, SText, Start, CaseSens);
+    TRACE_PROC("clsDatabase.FindRecord", TblNum, FldNum, HIDDEN(SText), Start, CaseSens);
     TRACE_SELF();
     Touch();
     return lDBMngr.FindRecord(lDB, TblNum, FldNum, SText, Start, CaseSens);
@@ -406,7 +406,7 @@ int clsDatabase::DeleteRecs(int TblNum, const QList<int>& RecNums) {
 
 int clsDatabase::FindRecordInFields(int TblNum, const QList<int>& FldNums, const QString& SText, int Start,
                                     bool CaseSens) {
-    TRACE_PROC("clsDatabase.FindRecordInFields", TblNum, SText, Start, CaseSens);
+    TRACE_PROC("clsDatabase.FindRecordInFields", TblNum, HIDDEN(SText), Start, CaseSens);
     TRACE_SELF();
     Touch();
     return lDBMngr.FindRecordInFields(lDB, TblNum, FldNums, SText, Start, CaseSens);

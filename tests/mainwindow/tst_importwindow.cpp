@@ -69,6 +69,40 @@ private slots:
         QCOMPARE(rowValue("10", "Description"), QStringLiteral("note with ; and\r\nbreak\nWho: me;2"));
     }
 
+    // A database file says what to do instead; what cannot be taken in is said before the
+    // import and after it.
+    void importSaysWhatIsLeftOut() {
+        TestEnv env;
+        makeUser(env);
+        frmMain w;
+        w.Form_Load();
+        openUser();
+        Script s;
+        QString summary, refused;
+        s.on = [&](QDialog& d) {
+            auto* f = qobject_cast<frmImport*>(&d);
+            QVERIFY(f);
+            writeFileText(env.root() + "/vault.kdbx",
+                          QByteArray("\x03\xD9\xA2\x9A\x67\xFB\x4B\xB5", 8) + QByteArray(64, 'k'));
+            f->LoadFile(env.root() + "/vault.kdbx");
+            refused = f->lblSummary->text();
+            QVERIFY(!f->cmdOk->isEnabled());
+            f->LoadFile(fixture("bitwarden-kinds.json"));
+            summary = f->lblSummary->text();
+            f->cmdOk->click();
+        };
+        w.mnuFileImport->trigger();
+        QCOMPARE(refused, Texts(339) + "\n" + Texts(382));
+        QStringList left{Texts(385)};
+        for (const auto& [id, n] : {std::pair{386, 1}, {387, 2}, {389, 1}, {390, 1}})
+            left << Texts(id).replace("%1", QString::number(n));
+        QVERIFY2(summary.startsWith(Texts(334).section(u'%', 0, 0)) &&
+                     summary.endsWith(".\n\n" + left.join(u'\n')),
+                 qPrintable(summary));
+        QCOMPARE(s.boxes.size(), 1);
+        QVERIFY2(s.boxes[0].endsWith("\n\n" + left.join(u'\n')), qPrintable(s.boxes[0]));
+    }
+
     // File > Export warns first; No writes nothing, Yes a private file.
     void exportWarnsAndWritesAPrivateFile() {
         TestEnv env;

@@ -146,7 +146,9 @@ private slots:
                    "F Finance/Cards",
                    "F Соцсети",
                    "R Finance/Bank | jdoe | p\"a,ss\nword | Branch: Main St.\nURL: https://bank.example\nURL "
-                   "2: https://m.bank.example\nTOTP: JBSWY3DPEHPK3PXP\nPIN: 9876 | ",
+                   "2: https://m.bank.example\nTOTP: JBSWY3DPEHPK3PXP\nPIN: 9876\nLinked: (the same as the "
+                   "user "
+                   "name)\nFavourite: yes | ",
                    "R Finance/Cards/Visa |  |  | Cardholder name: John Doe\nBrand: Visa\nNumber: "
                    "4111111111111111\nSecurity code: 123\nExpiry: 10/2029 | ",
                    "R Соцсети/ВКонтакте Ї | юзер |  |  | ",
