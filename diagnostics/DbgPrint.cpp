@@ -9,6 +9,10 @@
 #include <QFileInfo>
 #include <QLocale>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 QString DbgFileFolder() {
     const auto& folder = argent::diag::hookup().LogFolder;
     return folder ? folder() : QString();
@@ -25,18 +29,25 @@ QString timeText() {
 }
 
 // The log names deleted records' titles: only its owner reads it. A log left by an
-// older version with wider rights is narrowed once per run.
-bool openLog(QFile& f) {
-    constexpr auto kPrivate = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Append, kPrivate))
+// older version with wider rights is narrowed once per run, on the opened file. A link
+// at the log's name (planted in a shared program folder) is never followed.
+bool openLog(QFile& f, const QString& Path) {
+    const int fd = ::open(QFile::encodeName(Path).constData(),
+                          O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0)
         return false;
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != ::geteuid()) {
+        ::close(fd);
+        return false;
+    }
     static bool narrowed = false;
     if (!narrowed) {
         narrowed = true;
-        if (f.permissions() != kPrivate)
-            f.setPermissions(kPrivate);
+        if ((st.st_mode & 07777) != 0600)
+            ::fchmod(fd, 0600);
     }
-    return true;
+    return f.open(fd, QIODevice::WriteOnly | QIODevice::Append, QFileDevice::AutoCloseHandle);
 }
 
 // Lines logged before the per-user folder exists (the first start of an installed copy
@@ -54,8 +65,8 @@ void appendToLog(const QByteArray& Bytes) {
         g_pending += Bytes;
         return;
     }
-    QFile f(folder + QStringLiteral("DbgFile.dat"));
-    if (!openLog(f))
+    QFile f;
+    if (!openLog(f, folder + QStringLiteral("DbgFile.dat")))
         RaiseError(vbErrPathFileAccess);
     const QByteArray out = g_pending + Bytes;
     if (f.write(out) != out.size())

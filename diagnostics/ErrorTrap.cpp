@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <new>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 QString ErrorMessage;
@@ -287,7 +288,8 @@ void crashHandler(int sig, siginfo_t* si, void*) {
 
     writeAll(2, s.data(), s.size());
     writeAll(2, "\n", 1);
-    int fd = ::open(g_reportPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    // Never through a link at the report's name: it may sit in a folder others share.
+    int fd = ::open(g_reportPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd >= 0) {
         writeAll(fd, s.data(), s.size());
         ::close(fd);
@@ -359,11 +361,13 @@ void SetCrashContinuation(void (*fn)(const char*)) {
 }
 
 void WriteReportFile(const QString& report) {
-    QFile f(QFile::decodeName(g_reportPath));
-    if (f.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        f.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
-        f.write(report.toUtf8());
-    }
+    const int fd = ::open(g_reportPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0)
+        return;
+    ::fchmod(fd, 0600);
+    const QByteArray bytes = report.toUtf8();
+    writeAll(fd, bytes.constData(), static_cast<std::size_t>(bytes.size()));
+    ::close(fd);
 }
 
 QString ReportForCurrentException() {

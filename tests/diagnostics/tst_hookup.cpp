@@ -1,5 +1,6 @@
 #include "app/DiagnosticsHookup.h"
 #include "diagnostics/DbgPrint.h"
+#include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Hookup.h"
 #include "diagnostics/ReportSender.h"
 #include "diagnostics/frmError.h"
@@ -35,6 +36,28 @@ private slots:
         QCOMPARE(DbgFilePath(), b.path() + QStringLiteral("/DbgFile.dat"));
         QVERIFY(readAllOf(a.path() + "/DbgFile.dat").endsWith("): first\r\n"));
         QVERIFY(readAllOf(b.path() + "/DbgFile.dat").endsWith("): second\r\n"));
+    }
+
+    // A link planted at the log's or the report's name (a shared program folder) is never
+    // written through: the file it points to keeps its bytes and its rights.
+    void plantedLinksAreNotFollowed() {
+        TestEnv env;
+        QTemporaryDir dir;
+        const QString victim = dir.path() + "/victim";
+        writeFileText(victim, "keep me");
+        QFile::setPermissions(victim, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther);
+        QVERIFY(QFile::link(victim, dir.path() + "/DbgFile.dat"));
+        QVERIFY(QFile::link(victim, dir.path() + "/ErrorReport.txt"));
+        const QString folder = dir.path() + '/';
+        Hookup h;
+        h.LogFolder = [&folder] { return folder; };
+        argent::diag::SetHookup(h);
+        QVERIFY_THROWS_EXCEPTION(VbError, DbgPrint(QStringLiteral("through the link")));
+        argent::diag::clearSnapshot();
+        argent::diag::SetErrorReportPath(dir.path() + "/ErrorReport.txt");
+        argent::diag::WriteReportFile(QStringLiteral("a report"));
+        QCOMPARE(readAllOf(victim), QByteArray("keep me"));
+        QVERIFY(QFile::permissions(victim) & QFile::ReadOther);
     }
 
     void nothingHandedOverWritesNothing() {
