@@ -78,6 +78,21 @@ void ImpSetOtp(ImpRow& Row, const QString& Seed, const QString& Settings) {
         Row.Extras.Otp = uri;
 }
 
+void ImpKeePassOtp(ImpRow& Row, const QString& Otp, const QString& Seed, const QString& Settings) {
+    if (const QString uri = ImpOtpUri(Otp); !uri.isEmpty())
+        Row.Extras.Otp = uri;
+    else if (!Otp.isEmpty())
+        ImpAddCustom(Row, u"otp"_s, Otp, true);
+    if (const QString uri = ImpOtpUri(Seed, Settings); !uri.isEmpty() && Row.Extras.Otp.isEmpty()) {
+        Row.Extras.Otp = uri;
+        return;
+    }
+    if (!Seed.isEmpty())
+        ImpAddCustom(Row, u"TOTP Seed"_s, Seed, true);
+    if (!Settings.isEmpty())
+        ImpAddCustom(Row, u"TOTP Settings"_s, Settings, false);
+}
+
 void ImpAddCustom(ImpRow& Row, const QString& Name, const QString& Value, bool Hidden) {
     const QString base = Name.isEmpty() ? u"Field"_s : Name;
     QString name = base;

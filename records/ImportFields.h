@@ -20,6 +20,9 @@ QString ImpOtpUri(const QString& Seed, const QString& Settings = QString());
 void ImpAddUrl(ImpRow& Row, const QString& Url);
 // The seed of a row; one that cannot be read stays in the description as "TOTP: ...".
 void ImpSetOtp(ImpRow& Row, const QString& Seed, const QString& Settings = QString());
+// KeePassXC's seed: "otp", or the older "TOTP Seed" with its "TOTP Settings". What does not
+// read stays a custom field of its name.
+void ImpKeePassOtp(ImpRow& Row, const QString& Otp, const QString& Seed, const QString& Settings);
 // A custom field; a name the row already has gets " 2", " 3", ... An empty name is "Field".
 void ImpAddCustom(ImpRow& Row, const QString& Name, const QString& Value, bool Hidden);
 // An earlier password of a row, kept unless it is empty, the current one or one already kept.

@@ -86,7 +86,7 @@ Kind kindOf(Kind Parent, const xmlChar* n) {
     case kItem:
         return is(n, "Key") ? kItemKey : is(n, "Value") ? kItemValue : kSkip;
     case kEntry:
-        // History, AutoType and the rest are skipped.
+        // AutoType and the rest are skipped.
         return is(n, "String")            ? kString
                : is(n, "Binary")          ? kBinary
                : is(n, "Times")           ? kTimes
@@ -488,22 +488,12 @@ private:
             e.Custom.append({m_key, m_value, m_protect});
     }
 
-    // The web address, the seed (KeePassXC's "otp", or the older "TOTP Seed" with its
-    // "TOTP Settings"), custom strings and the passwords of earlier versions. A seed that
-    // does not read stays a custom string of its name.
+    // The web address, the seed, custom strings and the passwords of earlier versions.
     void entryFields(EntryData& E) {
         ImpRow& r = E.Row;
         ImpAddUrl(r, E.Url);
-        QList<CustomString> custom;
-        if (const QString uri = ImpOtpUri(E.Otp); !uri.isEmpty())
-            r.Extras.Otp = uri;
-        else if (!E.Otp.isEmpty())
-            custom.append({u"otp"_s, E.Otp, false});
-        if (const QString uri = ImpOtpUri(E.OtpSeed, E.OtpSettings); !uri.isEmpty() && r.Extras.Otp.isEmpty())
-            r.Extras.Otp = uri;
-        else if (!E.OtpSeed.isEmpty())
-            custom += {{u"TOTP Seed"_s, E.OtpSeed, true}, {u"TOTP Settings"_s, E.OtpSettings, false}};
-        for (const CustomString& c : custom + E.Custom)
+        ImpKeePassOtp(r, E.Otp, E.OtpSeed, E.OtpSettings);
+        for (const CustomString& c : E.Custom)
             ImpAddCustom(r, c.Key, c.Value, c.Protect);
         for (const auto& [pasw, time] : E.Old)
             ImpAddOldPasw(r, pasw, ImpKdbxTime(time));

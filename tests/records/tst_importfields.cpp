@@ -85,7 +85,7 @@ private slots:
                            "Legacy |  |  ||  | JBSWY3DPEHPK3PXP/8/60 |  | ",
                            "Steam |  |  ||  | JBSWY3DPEHPK3PXP/5/30/steam | Custom=a; Custom 2=b | ",
                            "KeeOtp |  |  ||  | JBSWY3DPEHPK3PXP/8/45 |  | ",
-                           "Bad seed |  |  ||  |  | otp=seed #1 | "};
+                           "Bad seed |  |  ||  |  | otp*=seed #1 | "};
         QTest::newRow("KeePassXC CSV: URL and TOTP columns")
             << QByteArray(
                    "\"Group\",\"Title\",\"Username\",\"Password\",\"URL\",\"Notes\",\"TOTP\",\"Icon\"\n"
