@@ -1,5 +1,6 @@
 // Export of a user, or of one folder with everything below it, to KeePass 2 XML and to
-// KeePassXC CSV, and the checked writing of the file.
+// KeePassXC CSV, with the records' fields beyond the four, and the checked writing of the
+// file.
 
 #include "records/CsvReader.h"
 #include "records/ImportExport.h"
@@ -12,6 +13,7 @@
 #include "users/UserAccounts.h"
 
 #include <QHash>
+#include <QSet>
 #include <QUuid>
 
 namespace {
@@ -112,7 +114,8 @@ void appendXmlText(QByteArray& Out, const QString& S) {
 // appendXmlText. Tabs indent as KeePassXC's own export does.
 class XmlExport {
 public:
-    XmlExport(RowTree& T, QByteArray& Out, ExpCounts& C) : m_t(T), m_o(Out), m_c(C) {}
+    XmlExport(RowTree& T, const QHash<QString, RecExtras>& Ex, QByteArray& Out, ExpCounts& C)
+        : m_t(T), m_ex(Ex), m_o(Out), m_c(C) {}
     // RootRow: the row of the folder exported, -1 for the whole user.
     void Run(const QString& RootID, const QString& RootName, int RootRow) {
         m_o.append("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<KeePassFile>\n");
@@ -151,9 +154,9 @@ private:
         appendXmlText(m_o, Text);
         m_o.append("</").append(Element).append(">\n");
     }
-    void string(const char* Key, const QString& Value, bool Protect = false) {
+    void string(const QString& Key, const QString& Value, bool Protect = false) {
         open("String");
-        text("Key", QLatin1String(Key));
+        text("Key", Key);
         text("Value", Value, Protect ? "ProtectInMemory=\"True\"" : nullptr);
         close("String");
     }
@@ -180,7 +183,8 @@ private:
     void entry(int Row) {
         ++m_c.Records;
         open("Entry");
-        text("UUID", newUuid());
+        const QString uuid = newUuid();
+        text("UUID", uuid);
         text("IconID", u"0"_s);
         int col = 0, bits = 0;
         GetSepatRecOptns(m_t.v(Row, m_t.Flags), col, bits);
@@ -189,13 +193,51 @@ private:
                  QStringLiteral("#%1")
                      .arg(((col & 0xFF) << 16) | (col & 0xFF00) | ((col >> 16) & 0xFF), 6, 16, QChar(u'0'))
                      .toUpper());
-        string("Notes", m_t.v(Row, m_t.Desc));
-        string("Password", m_t.v(Row, m_t.Pasw), true);
-        string("Title", m_t.v(Row, m_t.Title));
-        string("URL", QString());
-        string("UserName", m_t.v(Row, m_t.Login));
+        const RecExtras ex = m_ex.value(m_t.v(Row, m_t.Ind));
+        string(u"Notes"_s, m_t.v(Row, m_t.Desc));
+        string(u"Password"_s, m_t.v(Row, m_t.Pasw), true);
+        string(u"Title"_s, m_t.v(Row, m_t.Title));
+        string(u"URL"_s, ex.Url);
+        string(u"UserName"_s, m_t.v(Row, m_t.Login));
+        if (!ex.Otp.isEmpty())
+            string(u"otp"_s, ex.Otp, true);
+        // Hidden values are marked as KeePassXC's own exports mark them; Protected="True"
+        // would say the value is enciphered.
+        QSet<QString> keys{u"Notes"_s, u"Password"_s, u"Title"_s, u"URL"_s, u"UserName"_s};
+        if (!ex.Otp.isEmpty())
+            keys.insert(u"otp"_s);
+        for (const RecCustomField& f : ex.Custom) {
+            const QString base = f.Name.isEmpty() ? u"Field"_s : f.Name;
+            QString key = base;
+            for (int n = 2; keys.contains(key); ++n)
+                key = base + u" (%1)"_s.arg(n);
+            keys.insert(key);
+            string(key, f.Value, f.Hidden);
+        }
         look(Row, "1key");
+        history(uuid, Row, ex.History);
         close("Entry");
+    }
+    // Earlier passwords as earlier versions of the entry, the oldest first, each with the
+    // time it was replaced.
+    void history(const QString& Uuid, int Row, const QList<RecOldPasw>& History) {
+        if (History.isEmpty())
+            return;
+        open("History");
+        for (auto h = History.crbegin(); h != History.crend(); ++h) {
+            open("Entry");
+            text("UUID", Uuid);
+            if (h->When.isValid()) {
+                open("Times");
+                text("LastModificationTime", h->When.toUTC().toString(Qt::ISODate));
+                close("Times");
+            }
+            string(u"Password"_s, h->Pasw, true);
+            string(u"Title"_s, m_t.v(Row, m_t.Title));
+            string(u"UserName"_s, m_t.v(Row, m_t.Login));
+            close("Entry");
+        }
+        close("History");
     }
     // The top group stands for the folder exported: its notes go with it, its look not.
     void group(const QString& Id, const QString& Name, int Row, bool Top = false) {
@@ -220,23 +262,26 @@ private:
     }
 
     RowTree& m_t;
+    const QHash<QString, RecExtras>& m_ex;
     QByteArray& m_o;
     ExpCounts& m_c;
     int m_depth = 0;
 };
 
-void csvGroup(RowTree& T, const QString& Id, const QString& Path, QString& Out, ExpCounts& C) {
+void csvGroup(RowTree& T, const QHash<QString, RecExtras>& Ex, const QString& Id, const QString& Path,
+              QString& Out, ExpCounts& C) {
     const QList<int> kids = T.Kids(Id);
     for (int r : kids)
         if (T.IsRecord(r)) {
             ++C.Records;
-            AppendCsvRecord(Out, {Path, T.v(r, T.Title), T.v(r, T.Login), T.v(r, T.Pasw), QString(),
-                                  T.v(r, T.Desc), QString(), u"0"_s, QString(), QString()});
+            const RecExtras ex = Ex.value(T.v(r, T.Ind));
+            AppendCsvRecord(Out, {Path, T.v(r, T.Title), T.v(r, T.Login), T.v(r, T.Pasw), ex.Url,
+                                  T.v(r, T.Desc), ex.Otp, u"0"_s, QString(), QString()});
         }
     for (int r : kids)
         if (!T.IsRecord(r)) {
             ++C.Folders;
-            csvGroup(T, T.v(r, T.Ind), Path + u'/' + T.v(r, T.Title), Out, C);
+            csvGroup(T, Ex, T.v(r, T.Ind), Path + u'/' + T.v(r, T.Title), Out, C);
         }
 }
 
@@ -259,14 +304,15 @@ QByteArray ExportRecordTree(const clsDatabase& pDB, const QString& RootID, ExpFo
             return QByteArray();
         rootName = t.v(rootRow, t.Title);
     }
+    const QHash<QString, RecExtras> ex = ReadAllRecExtras(pDB.DBView());
     QByteArray out;
     if (Format == ExpFormat::KeePassXml) {
-        XmlExport(t, out, c).Run(RootID, rootName, rootRow);
+        XmlExport(t, ex, out, c).Run(RootID, rootName, rootRow);
     } else {
         QString text;
         AppendCsvRecord(text, {u"Group"_s, u"Title"_s, u"Username"_s, u"Password"_s, u"URL"_s, u"Notes"_s,
                                u"TOTP"_s, u"Icon"_s, u"Last Modified"_s, u"Created"_s});
-        csvGroup(t, RootID, rootName, text, c);
+        csvGroup(t, ex, RootID, rootName, text, c);
         out = text.toUtf8();
         WipeString(text);
     }

@@ -4,7 +4,9 @@
 #include "records/ImportExport.h"
 
 #include "diagnostics/Trace.h"
+#include "records/ImportFields.h"
 
+#include <QDateTime>
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -159,11 +161,9 @@ void mapItem(const QJsonObject& Item, ImpRow& R, ImpData& Out) {
     const QJsonObject login = Item.value("login"_L1).toObject();
     R.Login = text(login.value("username"_L1));
     R.Password = text(login.value("password"_L1));
-    const QJsonArray uris = login.value("uris"_L1).toArray();
-    for (qsizetype i = 0; i < uris.size(); ++i)
-        AppendDescLine(R.Desc, i == 0 ? u"URL"_s : u"URL %1"_s.arg(i + 1),
-                       text(uris[i].toObject().value("uri"_L1)));
-    AppendDescLine(R.Desc, u"TOTP"_s, text(login.value("totp"_L1)));
+    for (const QJsonValue& u : login.value("uris"_L1).toArray())
+        ImpAddUrl(R, text(u.toObject().value("uri"_L1)));
+    ImpSetOtp(R, text(login.value("totp"_L1)));
     Out.Dropped[dropPasskey] += static_cast<int>(login.value("fido2Credentials"_L1).toArray().size());
 
     // Something of the kind of the item was read: its own part, or a known kind.
@@ -208,20 +208,25 @@ void mapItem(const QJsonObject& Item, ImpRow& R, ImpData& Out) {
             appendFields(R.Desc, it.value().toObject());
             known = true;
         }
+    // Custom fields: text (0), hidden (1), a check box (2, "true" or "false"); a linked one
+    // (3) only shows another value and is said in the description.
     for (const QJsonValue& fv : Item.value("fields"_L1).toArray()) {
         const QJsonObject f = fv.toObject();
         const QString name = text(f.value("name"_L1));
-        if (f.value("type"_L1).toInt() == 3)
+        const int type = f.value("type"_L1).toInt();
+        if (type == 3)
             AppendDescLine(R.Desc, name,
                            u"(the same as the %1)"_s.arg(linkedName(f.value("linkedId"_L1).toInt())));
         else
-            AppendDescLine(R.Desc, name, text(f.value("value"_L1)));
+            ImpAddCustom(R, name, text(f.value("value"_L1)), type == 1);
     }
     if (Item.value("favorite"_L1).toBool())
         AppendDescLine(R.Desc, u"Favourite"_s, u"yes"_s);
     if (Item.value("reprompt"_L1).toInt() != 0)
         ++Out.Dropped[dropReprompt];
-    Out.Dropped[dropHistory] += static_cast<int>(Item.value("passwordHistory"_L1).toArray().size());
+    for (const QJsonValue& h : Item.value("passwordHistory"_L1).toArray())
+        ImpAddOldPasw(R, text(h.toObject().value("password"_L1)),
+                      QDateTime::fromString(text(h.toObject().value("lastUsedDate"_L1)), Qt::ISODateWithMs));
     Out.Dropped[dropAttachment] += static_cast<int>(Item.value("attachments"_L1).toArray().size());
     if (!known)
         ++Out.Dropped[dropUnknown];

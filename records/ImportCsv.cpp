@@ -1,11 +1,13 @@
 // Import of the CSV formats: KeePassXC's, KeePass 1's, LastPass's, the browsers', and any
 // CSV with a header row. Which column goes where is decided once per format, in
-// planColumns; what has no place of its own follows the notes as "Name: value" lines.
+// planColumns; the web address and the TOTP seed go into the record's fields, what has no
+// place of its own follows the notes as "Name: value" lines.
 
 #include "records/CsvReader.h"
 #include "records/ImportExport.h"
 
 #include "diagnostics/Trace.h"
+#include "records/ImportFields.h"
 
 #include <QHash>
 #include <QSet>
@@ -20,7 +22,7 @@ const char* const kMetaColumns[] = {
     "uuid",         "group tree"};
 
 struct ColumnPlan {
-    int Title = -1, Login = -1, Pasw = -1, Notes = -1, Group = -1, Url = -1;
+    int Title = -1, Login = -1, Pasw = -1, Notes = -1, Group = -1, Url = -1, Totp = -1;
     int GroupTree = -1;     // KeePass 1: the path of the group's parents
     int Fav = -1;           // LastPass: 1 for a favourite
     int Attachment = -1;    // KeePass 1: the name of an attached file
@@ -63,6 +65,8 @@ bool planFormat(const QStringList& h, const QStringList& Header, ImpFormat Forma
         P.Login = col({"username"});
         P.Pasw = col({"password"});
         P.Notes = col({"notes"});
+        P.Url = col({"url"});
+        P.Totp = col({"totp"});
         P.StripRoot = true;
         if (!need(P.Group, "Group") || !need(P.Title, "Title") || !need(P.Pasw, "Password"))
             return false;
@@ -83,6 +87,7 @@ bool planFormat(const QStringList& h, const QStringList& Header, ImpFormat Forma
         P.Pasw = col({"password"});
         P.Notes = col({"extra"});
         P.Group = col({"grouping"});
+        P.Totp = col({"totp"});
         P.Fav = col({"fav"});
         P.GroupSep = u'\\';
         if (!need(P.Title, "name") || !need(P.Pasw, "password"))
@@ -108,6 +113,14 @@ bool planFormat(const QStringList& h, const QStringList& Header, ImpFormat Forma
         P.Pasw = m.Password;
         P.Notes = m.Notes;
         P.Group = m.Group;
+        // A column of addresses or seeds by its name, unless it was chosen for another field.
+        auto free = [&P](int C) {
+            return C != P.Title && C != P.Login && C != P.Pasw && C != P.Notes && C != P.Group;
+        };
+        if (const int c = col({"url", "website", "web site", "uri"}); free(c))
+            P.Url = c;
+        if (const int c = col({"totp", "otpauth", "otp"}); free(c))
+            P.Totp = c;
         if (P.Title < 0 && P.Pasw < 0) {
             Err.Code = impCsvNoMapping;
             return false;
@@ -125,21 +138,15 @@ bool planColumns(const QStringList& Header, ImpFormat Format, const CsvMapping& 
         h.append(c.trimmed().toLower());
     if (!planFormat(h, Header, Format, Map, P, Err))
         return false;
-    const QSet<int> used{P.Title, P.Login, P.Pasw, P.Notes, P.Group, P.Fav, P.Attachment};
+    const QSet<int> used{P.Title, P.Login, P.Pasw, P.Notes, P.Group, P.Fav, P.Attachment, P.Url, P.Totp};
     for (int i = 0; i < h.size(); ++i) {
         bool meta = false;
         for (const char* m : kMetaColumns)
             meta = meta || (Format != ImpFormat::GenericCsv && h[i] == QLatin1String(m));
         if (!used.contains(i) && !meta) {
             P.Extras.append(i);
-            // Whatever the format calls its address column, it is the URL here.
-            P.ExtraNames.append(i == P.Url ? QStringLiteral("URL") : displayName(Header[i]));
+            P.ExtraNames.append(displayName(Header[i]));
         }
-    }
-    // The URL stands first among the extra lines.
-    if (const qsizetype u = P.Extras.indexOf(P.Url); u > 0) {
-        P.Extras.move(u, 0);
-        P.ExtraNames.move(u, 0);
     }
     return true;
 }
@@ -191,12 +198,13 @@ ImpRow rowOf(const ColumnPlan& P, ImpFormat Format, const QStringList& Fields, q
         const QString host = QUrl(url).host();
         r.Title = host.isEmpty() ? url : host;
     }
-    for (qsizetype k = 0; k < P.Extras.size(); ++k) {
-        // LastPass marks its secure notes with a URL that is no address.
-        const QString v = field(P.Extras[k]);
-        if (!(Format == ImpFormat::LastPassCsv && P.Extras[k] == P.Url && v == QLatin1String("http://sn")))
-            AppendDescLine(r.Desc, P.ExtraNames[k], v);
-    }
+    // LastPass marks its secure notes with a URL that is no address.
+    if (const QString url = field(P.Url);
+        !(Format == ImpFormat::LastPassCsv && url == QLatin1String("http://sn")))
+        ImpAddUrl(r, url);
+    ImpSetOtp(r, field(P.Totp));
+    for (qsizetype k = 0; k < P.Extras.size(); ++k)
+        AppendDescLine(r.Desc, P.ExtraNames[k], field(P.Extras[k]));
     if (P.Fav >= 0 && field(P.Fav).trimmed() == QLatin1String("1"))
         AppendDescLine(r.Desc, QStringLiteral("Favourite"), QStringLiteral("yes"));
     if (const QString a = field(P.Attachment).trimmed(); !a.isEmpty()) {

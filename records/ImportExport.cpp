@@ -8,6 +8,8 @@
 #include "app/modLang.h"
 #include "diagnostics/Trace.h"
 #include "records/CsvReader.h"
+#include "records/ImportFields.h"
+#include "records/RecordExtras.h"
 #include "records/RecordTree.h"
 #include "storage/clsDatabase.h"
 #include "users/UserAccounts.h"
@@ -83,6 +85,7 @@ bool finishImport(bool Ok, ImpFormat Format, ImpData& Out) {
         return false;
     }
     Out.Format = Format;
+    ImpLimitHistory(Out, PaswHistoryMax());
     Out.Folders = Out.Records = 0;
     for (const ImpRow& r : Out.Rows)
         ++(r.Folder ? Out.Folders : Out.Records);
@@ -189,7 +192,8 @@ namespace {
 // English names of what was dropped: one and many, and why.
 const char* const kDropNames[dropCount][3] = {
     {"passkey", "passkeys", "a passkey works only in the program that made it; add a new one to the site"},
-    {"old password or old version", "old passwords or old versions", "only the current ones are taken in"},
+    {"earlier password", "earlier passwords",
+     "only as many as the options keep per record (the newest) are taken in"},
     {"attached file", "attached files", "files are not in the export; save them from the source"},
     {"request to ask for the master password again", "requests to ask for the master password again",
      "this program asks for its password when a user is opened"},
@@ -474,6 +478,7 @@ QString ImportIntoDB(const ImpData& Data, const QString& ParentID, const QString
             ids.append(id);
         } else {
             ids.append(AddRecordToDB(db, parent, r.Title, r.Login, r.Password, r.Desc));
+            AppendNewRecExtras(db, ids.last(), r.Extras);
         }
         setLook(r);
         if (Progress && (i & 4095) == 4095)

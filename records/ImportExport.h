@@ -7,13 +7,15 @@
 // ImportIntoDB adds them, through AddFolderToDB and AddRecordToDB, to a new folder under
 // a folder the user chose: the source's tree of folders below it, every entry a record.
 // Title, user name, password and notes map onto Title, Login, Password and Description;
-// whatever else an entry carries (URL, TOTP seed, custom fields, tags, expiry, card and
-// identity fields, names of attachments) follows the notes in the description as
-// "Name: value" lines. What cannot be taken in at all (passkeys, old passwords, files,
-// a re-prompt setting) is counted in ImpData::Dropped, and the import says so. The notes of a KeePass group
-// go into the Description of its folder row, those of the top group into the new
-// folder's (our XML export writes them back as the groups' notes). Times, icons of the source, entry history,
-// old passwords and the recycle bin are not brought in.
+// the web address, the TOTP seed, custom fields (with their hidden flag) and earlier
+// passwords with their dates go into the record's fields (ImpRow::Extras, see
+// records/ImportFields.h); whatever else an entry carries (tags, expiry, card and identity
+// fields, names of attachments) follows the notes in the description as "Name: value"
+// lines. What cannot be taken in at all (passkeys, earlier passwords beyond the number the
+// options keep, files, a re-prompt setting) is counted in ImpData::Dropped, and the import
+// says so. The notes of a KeePass group go into the Description of its folder row, those
+// of the top group into the new folder's (our XML export writes them back as the groups'
+// notes). Times, icons of the source and the recycle bin are not brought in.
 //
 // Formats (the names are those argentpm takes):
 //   keepass-xml     KeePass 2 XML, as KeePass and `keepassxc-cli export -f xml` write it
@@ -33,11 +35,15 @@
 // are recognised by their first bytes and refused with what to do instead.
 //
 // Export writes the whole user, or one folder with everything below it, as KeePass 2 XML
-// (which KeePassXC imports into the same tree) or as KeePassXC CSV. The colour, bold
+// (which KeePassXC imports into the same tree: the web address as URL, the seed as the
+// string "otp", custom fields as strings, hidden ones ProtectInMemory, earlier passwords
+// as the entry's <History>) or as KeePassXC CSV (URL and TOTP columns). The colour, bold
 // state and icon of a row travel in the XML as custom data of the entry or group
 // ("ArgentPM.Flags", "ArgentPM.Image"), the colour also as the entry's text colour, so
 // a round trip through our own import keeps them. CSV has no place for them, nor for
 // empty folders.
+
+#include "storage/FieldTable.h"
 
 #include <QByteArray>
 #include <QByteArrayView>
@@ -112,12 +118,13 @@ struct ImpRow {
     bool Folder = false;
     QString Title, Login, Password, Desc; // Desc of a folder: the notes of a KeePass group
     QString Flags, Image;                 // empty for the defaults of a new row
+    RecExtras Extras;                     // a record's web address, seed, custom fields, history
 };
 
 // What a source held that could not be taken in, counted by kind.
 enum ImpDrop {
     dropPasskey,    // a passkey (its private key only works in the program that made it)
-    dropHistory,    // an old password or an old version of an entry
+    dropHistory,    // an earlier password beyond the number the options keep
     dropAttachment, // a file attached to an entry
     dropReprompt,   // "ask for the master password again" on an item
     dropUnknown,    // an item of a kind that is not known: its name and notes only

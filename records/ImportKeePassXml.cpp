@@ -8,12 +8,11 @@
 #include "records/ImportExport.h"
 
 #include "diagnostics/Trace.h"
+#include "records/ImportFields.h"
 
 #include <QDateTime>
 #include <QHash>
 #include <QIODevice>
-#include <QRegularExpression>
-#include <QtEndian>
 
 #include <libxml/parser.h>
 #include <libxml/xmlerror.h>
@@ -43,7 +42,7 @@ enum Kind : unsigned char {
     kBinary,
     kTimes,
     kHistory,
-    kOldEntry, // an old version of an entry, counted and skipped
+    kOldEntry, // an old version of an entry: its password and time are kept
     kTextFirst,
     kBinUuid = kTextFirst,
     kBinEnabled,
@@ -59,6 +58,7 @@ enum Kind : unsigned char {
     kForeground,
     kExpires,
     kExpiryTime,
+    kModTime,
 };
 
 bool is(const xmlChar* Name, const char* What) {
@@ -86,7 +86,7 @@ Kind kindOf(Kind Parent, const xmlChar* n) {
     case kItem:
         return is(n, "Key") ? kItemKey : is(n, "Value") ? kItemValue : kSkip;
     case kEntry:
-        // History, AutoType and the rest are skipped.
+        // AutoType and the rest are skipped.
         return is(n, "String")            ? kString
                : is(n, "Binary")          ? kBinary
                : is(n, "Times")           ? kTimes
@@ -97,36 +97,27 @@ Kind kindOf(Kind Parent, const xmlChar* n) {
                                           : kSkip;
     case kHistory:
         return is(n, "Entry") ? kOldEntry : kSkip;
+    case kOldEntry:
+        return is(n, "String") ? kString : is(n, "Times") ? kTimes : kSkip;
     case kString:
         return is(n, "Key") ? kStringKey : is(n, "Value") ? kStringValue : kSkip;
     case kBinary:
         return is(n, "Key") ? kBinaryKey : kSkip;
     case kTimes:
-        return is(n, "Expires") ? kExpires : is(n, "ExpiryTime") ? kExpiryTime : kSkip;
+        return is(n, "Expires")                ? kExpires
+               : is(n, "ExpiryTime")           ? kExpiryTime
+               : is(n, "LastModificationTime") ? kModTime
+                                               : kSkip;
     default:
         return kSkip;
     }
 }
 
-// Our own look of a row, as our export writes it.
-void applyLook(ImpRow& Row, const QHash<QString, QString>& Data) {
-    static const QRegularExpression flags(u"^-?\\d{1,10}\\|\\d{1,10}$"_s), image(u"^\\d{1,4}key$"_s);
-    const QString f = Data.value(u"ArgentPM.Flags"_s), i = Data.value(u"ArgentPM.Image"_s);
-    if (flags.match(f).hasMatch())
-        Row.Flags = f;
-    if (image.match(i).hasMatch())
-        Row.Image = i;
-}
-
-// An expiry time: ISO text (KDBX 3) or base64 of the seconds since 0001-01-01 (KDBX 4).
+// An expiry time as text: ISO, or the file's own text when it is no base64 time.
 QString expiryText(const QString& Raw) {
-    const QByteArray bin = QByteArray::fromBase64(Raw.toLatin1());
-    if (bin.size() == 8 && !Raw.contains(u'-')) {
-        const qint64 secs = qFromLittleEndian<qint64>(bin.constData());
-        const QDateTime t = QDateTime(QDate(1, 1, 1), QTime(0, 0), Qt::UTC).addSecs(secs);
-        return t.toString(Qt::ISODate);
-    }
-    return Raw;
+    bool b64 = false;
+    const QDateTime t = ImpKdbxTime(Raw, &b64);
+    return b64 ? t.toString(Qt::ISODate) : Raw;
 }
 
 bool isTrue(const QString& Text) {
@@ -191,11 +182,16 @@ private:
         long Line = 0;
     };
     // What an open entry has gathered so far.
+    struct CustomString {
+        QString Key, Value;
+        bool Protect;
+    };
     struct EntryData {
         ImpRow Row;
-        QString Notes, Url, Tags, Expiry, Foreground;
+        QString Notes, Url, Tags, Expiry, Foreground, Otp, OtpSeed, OtpSettings;
         bool Expires = false;
-        QList<std::pair<QString, QString>> Custom;
+        QList<CustomString> Custom;
+        QList<std::pair<QString, QString>> Old; // earlier versions: password, time
         QStringList Attachments;
         QHash<QString, QString> Data;
         long Line = 0;
@@ -290,11 +286,15 @@ private:
             m_units = 0;
             if (k == kStringValue)
                 checkProtected(AttrCount, Attrs);
+            else if (k == kModTime)
+                m_oldTime.clear();
             return;
         }
         switch (k) {
         case kOldEntry:
-            ++m_out.Dropped[dropHistory];
+            m_inOld = true;
+            m_oldPasw.clear();
+            m_oldTime.clear();
             break;
         case kGroup:
             openGroup(parent == kRoot);
@@ -315,6 +315,7 @@ private:
         case kString:
             m_key.clear();
             m_value.clear();
+            m_protect = false;
             break;
         default:
             break;
@@ -322,13 +323,15 @@ private:
     }
 
     // A value enciphered with the inner stream of a database file (Protected="True")
-    // cannot be read from an export and stops the import.
+    // cannot be read from an export and stops the import; ProtectInMemory="True" marks a
+    // value the source hides.
     void checkProtected(int AttrCount, const xmlChar** Attrs) {
         for (int i = 0; i < AttrCount; ++i, Attrs += 5) {
-            if (!is(Attrs[0], "Protected"))
-                continue;
             const QByteArray v(reinterpret_cast<const char*>(Attrs[3]), Attrs[4] - Attrs[3]);
-            if (v.compare("True", Qt::CaseInsensitive) == 0)
+            const bool on = v.compare("True", Qt::CaseInsensitive) == 0;
+            if (is(Attrs[0], "ProtectInMemory"))
+                m_protect = on;
+            else if (is(Attrs[0], "Protected") && on)
                 failWith(line(), u"the value of \"%1\" is enciphered (Protected=\"True\"); export the "
                                  u"database to XML again"_s.arg(m_key));
         }
@@ -379,7 +382,7 @@ private:
             if (parent == kEntry)
                 m_entry.Data = m_items;
             else if (!m_groups.back().IsRoot)
-                applyLook(m_out.Rows[m_groups.back().Self], m_items);
+                ImpApplyLook(m_out.Rows[m_groups.back().Self], m_items);
             break;
         case kStringKey:
             m_key = text();
@@ -388,7 +391,17 @@ private:
             m_value = text();
             break;
         case kString:
-            entryString();
+            if (!m_inOld)
+                entryString();
+            else if (m_key == "Password"_L1)
+                m_oldPasw = m_value;
+            break;
+        case kModTime:
+            m_oldTime = text().trimmed();
+            break;
+        case kOldEntry:
+            m_entry.Old.append({m_oldPasw, m_oldTime});
+            m_inOld = false;
             break;
         case kBinaryKey:
             m_entry.Attachments.append(text());
@@ -400,10 +413,12 @@ private:
             m_entry.Foreground = text().trimmed();
             break;
         case kExpires:
-            m_entry.Expires = isTrue(text());
+            if (!m_inOld)
+                m_entry.Expires = isTrue(text());
             break;
         case kExpiryTime:
-            m_entry.Expiry = text().trimmed();
+            if (!m_inOld)
+                m_entry.Expiry = text().trimmed();
             break;
         case kEntry:
             closeEntry();
@@ -463,8 +478,25 @@ private:
             e.Notes = m_value;
         else if (m_key == "URL"_L1)
             e.Url = m_value;
+        else if (m_key == "otp"_L1)
+            e.Otp = m_value;
+        else if (m_key == "TOTP Seed"_L1)
+            e.OtpSeed = m_value;
+        else if (m_key == "TOTP Settings"_L1)
+            e.OtpSettings = m_value;
         else
-            e.Custom.append({m_key, m_value});
+            e.Custom.append({m_key, m_value, m_protect});
+    }
+
+    // The web address, the seed, custom strings and the passwords of earlier versions.
+    void entryFields(EntryData& E) {
+        ImpRow& r = E.Row;
+        ImpAddUrl(r, E.Url);
+        ImpKeePassOtp(r, E.Otp, E.OtpSeed, E.OtpSettings);
+        for (const CustomString& c : E.Custom)
+            ImpAddCustom(r, c.Key, c.Value, c.Protect);
+        for (const auto& [pasw, time] : E.Old)
+            ImpAddOldPasw(r, pasw, ImpKdbxTime(time));
     }
 
     void closeEntry() {
@@ -472,9 +504,7 @@ private:
         EntryData& e = m_entry;
         ImpRow& r = e.Row;
         r.Desc = e.Notes;
-        AppendDescLine(r.Desc, u"URL"_s, e.Url);
-        for (const auto& [key, value] : e.Custom)
-            AppendDescLine(r.Desc, key, value);
+        entryFields(e);
         AppendDescLine(r.Desc, u"Tags"_s, e.Tags);
         if (e.Expires)
             AppendDescLine(r.Desc, u"Expires"_s, expiryText(e.Expiry));
@@ -482,15 +512,10 @@ private:
             AppendDescLine(r.Desc, u"Attachment (not imported)"_s, a);
             ++m_out.Dropped[dropAttachment];
         }
-        static const QRegularExpression rgb(u"^#([0-9A-Fa-f]{2})([0-9A-Fa-f]{2})([0-9A-Fa-f]{2})$"_s);
-        if (!e.Foreground.isEmpty())
-            if (const QRegularExpressionMatch m = rgb.match(e.Foreground); m.hasMatch())
-                r.Flags = QString::number(m.captured(1).toInt(nullptr, 16) |
-                                          (m.captured(2).toInt(nullptr, 16) << 8) |
-                                          (m.captured(3).toInt(nullptr, 16) << 16)) +
-                          u"|0"_s;
+        if (const QString f = ImpForegroundFlags(e.Foreground); !f.isEmpty())
+            r.Flags = f;
         if (!e.Data.isEmpty())
-            applyLook(r, e.Data);
+            ImpApplyLook(r, e.Data);
         m_out.Rows.append(std::move(r));
         tooMany();
         if (m_progress && (++m_entries & 1023) == 0)
@@ -515,6 +540,9 @@ private:
     bool m_inEntry = false;
     EntryData m_entry;
     QString m_key, m_value; // of the open String or custom data Item
+    bool m_protect = false; // the open String's value is ProtectInMemory
+    bool m_inOld = false;   // in an earlier version of the entry
+    QString m_oldPasw, m_oldTime;
     QHash<QString, QString> m_items;
     QString m_binUuid;
     bool m_binOn = true;

@@ -272,6 +272,31 @@ void AddPaswHistory(clsDatabase& Db, const QString& IndNum, const QString& OldPa
     t.Records.removeRows(drop);
 }
 
+void AppendNewRecExtras(clsDatabase& Db, const QString& IndNum, const RecExtras& Ex) {
+    if (Ex.IsEmpty())
+        return; // an ordinary file stays one
+    TableEntry& t = Db.EditTable(fieldTableOf(Db));
+    const Columns c(t);
+    auto add = [&](int Flags, const QString& Name, const QString& Value, const QString& Date) {
+        QStringList row(std::max<qsizetype>(cCount, t.FldNames.size()));
+        row[c[cKey]] = newKey();
+        row[c[cInd]] = IndNum;
+        row[c[cFlags]] = QString::number(Flags);
+        row[c[cName]] = Name;
+        row[c[cValue]] = Value;
+        row[c[cDate]] = Date;
+        t.Records.append(row);
+    };
+    if (!Ex.Url.isEmpty())
+        add(rffUrl, QString(), Ex.Url, QString());
+    if (!Ex.Otp.isEmpty())
+        add(rffOtp, QString(), Ex.Otp, QString());
+    for (const RecCustomField& f : Ex.Custom)
+        add(f.Hidden ? rffHidden : 0, f.Name, f.Value, QString());
+    for (const RecOldPasw& h : Ex.History)
+        add(rffHistory, QString(), h.Pasw, h.When.isValid() ? dateText(h.When) : QString());
+}
+
 int DropRecExtras(clsDatabase& Db, const QSet<QString>& IndNums) {
     TRACE_PROC("modFields.DropRecExtras", IndNums.size());
     const int tn = FieldTableNum(Db.DBView());

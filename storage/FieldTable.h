@@ -80,6 +80,9 @@ void WriteRecExtras(clsDatabase& Db, const QString& IndNum, const RecExtras& Ex)
 // keeps nothing.
 void AddPaswHistory(clsDatabase& Db, const QString& IndNum, const QString& OldPasw, const QDateTime& When,
                     int Max);
+// For a record that has no rows yet (an imported one): appends the rows of Ex, history
+// included, without looking at the table.
+void AppendNewRecExtras(clsDatabase& Db, const QString& IndNum, const RecExtras& Ex);
 // Removes every row of the records in IndNums; answers how many rows went.
 int DropRecExtras(clsDatabase& Db, const QSet<QString>& IndNums);
 

@@ -1,6 +1,7 @@
 #include "mainwindow/frmMain.h"
 #include "records/frmExport.h"
 #include "records/frmImport.h"
+#include "storage/FieldTable.h"
 #include "tests/common/TestMain.h"
 #include "tests/mainwindow/MainTestKit.h"
 
@@ -70,7 +71,7 @@ private slots:
     }
 
     // A database file says what to do instead; what cannot be taken in is said before the
-    // import and after it.
+    // import and after it; what has a field goes there and is in the file.
     void importSaysWhatIsLeftOut() {
         TestEnv env;
         makeUser(env);
@@ -94,13 +95,22 @@ private slots:
         w.mnuFileImport->trigger();
         QCOMPARE(refused, Texts(339) + "\n" + Texts(382));
         QStringList left{Texts(385)};
-        for (const auto& [id, n] : {std::pair{386, 1}, {387, 2}, {389, 1}, {390, 1}})
+        for (const auto& [id, n] : {std::pair{386, 1}, {389, 1}, {390, 1}})
             left << Texts(id).replace("%1", QString::number(n));
         QVERIFY2(summary.startsWith(Texts(334).section(u'%', 0, 0)) &&
                      summary.endsWith(".\n\n" + left.join(u'\n')),
                  qPrintable(summary));
         QCOMPARE(s.boxes.size(), 1);
         QVERIFY2(s.boxes[0].endsWith("\n\n" + left.join(u'\n')), qPrintable(s.boxes[0]));
+        UnloadUser();
+        openUser();
+        const int tbl = CurUsDB->FindTable("DataTable");
+        const int rec = CurUsDB->GetRecNumFromVal(tbl, CurUsDB->FindField(tbl, "Title"), "GitHub", 1);
+        const RecExtras ex = ReadRecExtras(CurUsDB->DBView(), CurUsDB->GetTblFldValNm(tbl, rec, "IndNum"));
+        QCOMPARE(ex.Url, QStringLiteral("https://github.com/login"));
+        QVERIFY(ex.Custom.size() == 1 && ex.Custom[0].Name == "Recovery" && ex.Custom[0].Hidden);
+        QCOMPARE(ex.History.size(), 2);
+        QCOMPARE(ex.History[0].Pasw, QStringLiteral("old-pw-1"));
     }
 
     // File > Export warns first; No writes nothing, Yes a private file.
