@@ -1,8 +1,9 @@
 # Sourced by run.sh and test.sh: installs the Debian packages that are missing.
 # When everything is there this is one dpkg-query (about 0.1 s).
 ARGENT_PACKAGES="cmake ninja-build g++ pkgconf qt6-base-dev libsodium-dev libxml2-dev libzxcvbn-dev xvfb xauth xdotool xclip trayer imagemagick fonts-dejavu-core desktop-file-utils appstream"
-# Only the tests need these (test.sh adds them): keepassxc-cli for the import/export round trip.
-ARGENT_TEST_PACKAGES="keepassxc"
+# Only the tests need these (test.sh adds them): keepassxc-cli for the import/export round trip,
+# oathtool for the one-time codes.
+ARGENT_TEST_PACKAGES="keepassxc oathtool"
 
 argent_ensure_deps() {
     local missing=""
