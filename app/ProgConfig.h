@@ -37,7 +37,7 @@ inline constexpr int kCfgClipDelay = 23;    // clipboard cleared after a secret 
 // <entry 24>/DataBases and the copy now runs from elsewhere (see LoadConfig).
 inline constexpr int kCfgPortableOrigin = 24;
 inline constexpr int kCfgPaswHistory = 25; // earlier passwords kept per record (0 none; 10)
-inline constexpr int kCfgHealthAge = 26; // password health: "old" from this many months (12)
+inline constexpr int kCfgHealthAge = 26;   // password health: "old" from this many months (12)
 
 extern StrMass ProgConfig;
 extern QString ProgCfgPath;
