@@ -87,6 +87,12 @@ struct ByteSink {
     void value(const QString& v) { appendEscapedUtf8(out, v.constData(), v.size()); }
     void num(long long v) { out.append(QByteArray::number(v)); }
     // A record with one value per field, whole, in its file form.
+    // Rows never split since they were read: their lines, as they are.
+    bool lines(const RecordStore& r, qsizetype Fields) {
+        const QByteArrayView v = r.unreadLines(static_cast<int>(Fields));
+        out.append(v.data(), v.size());
+        return !v.isEmpty();
+    }
     bool record(const RecordStore& r, int Row, qsizetype Fields) {
         if (r.fieldCount(Row) != Fields)
             return false;
@@ -107,6 +113,7 @@ struct TextSink {
     void eol() { out.append(QLatin1String("\r\n")); }
     void value(const QString& v) { AppendEscapedText(out, v); }
     void num(long long v) { out.append(QString::number(v)); }
+    bool lines(const RecordStore&, qsizetype) { return false; }
     bool record(const RecordStore&, int, qsizetype) { return false; }
     void cell(const RecordStore& r, int Row, int Fld) { AppendEscapedText(out, r.value(Row, Fld)); }
 };
@@ -150,7 +157,8 @@ template <class Sink> void writeTable(Sink& s, const TableEntry& t, const TblsFi
     s.eol();
     const qsizetype nf = t.FldNames.size();
     TRACE_LOCAL(nf);
-    for (int r = 0; r < t.RecNum(); ++r) {
+    const bool asRead = !filtered && s.lines(t.Records, nf);
+    for (int r = 0; !asRead && r < t.RecNum(); ++r) {
         if (filtered && !recordPasses(t.Records, r, Filter))
             continue;
         if (s.record(t.Records, r, nf)) {
@@ -223,6 +231,7 @@ namespace {
 struct Cursor {
     const char* p;
     const char* end;
+    bool bareEnd = false; // a line so far did not end in CR LF
     // The next line without its line end; false at the end of the data.
     bool line(const char*& s, qsizetype& n) {
         if (p >= end)
@@ -233,6 +242,8 @@ struct Cursor {
         n = e - p;
         if (n > 0 && s[n - 1] == '\r')
             --n;
+        if (!nl || n == e - p)
+            bareEnd = true;
         p = nl ? nl + 1 : end;
         return true;
     }
@@ -300,8 +311,13 @@ bool isEndLine(const char* s, qsizetype n, char open, char close, const char* na
            std::memcmp(s + 5, name, static_cast<std::size_t>(nameLen)) == 0 && s[n - 1] == close;
 }
 
+// What becomes of a table's rows: checked only, split at once, or split on first use.
+enum KeepRows { kSkip, kKeepNow, kKeepLater };
+
+bool scanRows(Cursor& c, const QByteArray& Bytes, long long count, qsizetype nf, RecordStore* Into);
+
 int parseTable(Cursor& c, const QByteArray& Bytes, const char* head, qsizetype headLen, TableEntry& t,
-               bool keep) {
+               KeepRows keep) {
     TRACE_PROC("TableEngine.ParseTable", QByteArray(head, headLen), keep);
     const char* rawName = head + 1;
     const qsizetype rawLen = headLen - 2;
@@ -347,18 +363,50 @@ int parseTable(Cursor& c, const QByteArray& Bytes, const char* head, qsizetype h
     t.Caption = caption;
     const qsizetype nf = t.FldNames.size();
     TRACE_LOCAL(nf);
-    if (keep) {
-        t.Records.attach(Bytes);
-        t.Records.reserve(static_cast<int>(std::min<qsizetype>(count, c.end - c.p)));
+    const char* const from = c.p;
+    if (keep == kKeepLater) {
+        // Checked now, split on first use (or copied as they are by a save before that).
+        c.bareEnd = false;
+        if (!scanRows(c, Bytes, count, nf, nullptr))
+            return -3;
+        if (!c.bareEnd && count > 0) {
+            t.Records.attachUnread(Bytes, from - Bytes.constData(), c.p - from, static_cast<int>(count),
+                                   static_cast<int>(nf));
+        } else {
+            c.p = from; // lines of another ending are split at once, into the form a save writes
+            keep = kKeepNow;
+        }
     }
+    if (keep == kKeepNow) {
+        t.Records.attach(Bytes);
+        // A row takes at least one byte per value (its separators and line end): a count
+        // the bytes cannot hold is damaged, and reserves nothing for the values.
+        const qsizetype most = c.end - c.p;
+        const bool fits = count * std::max<qsizetype>(nf, 1) <= most;
+        t.Records.reserve(static_cast<int>(std::min<qsizetype>(count, most)), fits ? static_cast<int>(nf) : 0);
+        if (!scanRows(c, Bytes, count, nf, &t.Records))
+            return -3;
+    } else if (keep == kSkip && !scanRows(c, Bytes, count, nf, nullptr)) {
+        return -3;
+    }
+    if (!c.line(s, n) || !isEndLine(s, n, '[', ']', rawName, rawLen))
+        return -3;
+    return 1;
+}
+
+// Splits Count lines of Nf values each at C into Into (when given). False when a line is
+// missing or holds another number of values.
+bool scanRows(Cursor& c, const QByteArray& Bytes, long long count, qsizetype nf, RecordStore* Into) {
+    const char* s;
+    qsizetype n;
     const char* const base = Bytes.constData();
     std::vector<std::uint32_t> offs(static_cast<std::size_t>(nf)), lens(static_cast<std::size_t>(nf));
     for (long long r = 0; r < count; ++r) {
         if (!c.line(s, n))
-            return -3;
+            return false;
         if (nf == 0) {
             if (n != 0)
-                return -3;
+                return false;
         } else {
             // One pass over the line's bytes: the separators, and whether a value has a
             // backslash or a byte above ASCII (only such values need a closer look).
@@ -374,7 +422,7 @@ int parseTable(Cursor& c, const QByteArray& Bytes, const char* head, qsizetype h
                     continue;
                 }
                 if (++got > nf)
-                    return -3;
+                    return false;
                 offs[static_cast<std::size_t>(got - 1)] = static_cast<std::uint32_t>(s + from - base);
                 lens[static_cast<std::size_t>(got - 1)] = static_cast<std::uint32_t>(i - from) | (odd << 31);
                 odd = 0;
@@ -383,14 +431,12 @@ int parseTable(Cursor& c, const QByteArray& Bytes, const char* head, qsizetype h
                     break;
             }
             if (got != nf)
-                return -3;
+                return false;
         }
-        if (keep)
-            t.Records.appendParsed(static_cast<int>(nf), offs.data(), lens.data());
+        if (Into)
+            Into->appendParsed(static_cast<int>(nf), offs.data(), lens.data());
     }
-    if (!c.line(s, n) || !isEndLine(s, n, '[', ']', rawName, rawLen))
-        return -3;
-    return 1;
+    return true;
 }
 
 int parseHelpTable(Cursor& c, const char* head, qsizetype headLen, HelpTable& h) {
@@ -418,6 +464,15 @@ int parseHelpTable(Cursor& c, const char* head, qsizetype headLen, HelpTable& h)
 }
 
 } // namespace
+
+bool SplitRows(const QByteArray& Bytes, qsizetype Off, qsizetype Len, long long Count, qsizetype Nf,
+               RecordStore* Into) {
+    TRACE_PROC("TableEngine.SplitRows", static_cast<long long>(Len), Count);
+    if (Off < 0 || Len < 0 || Off + Len > Bytes.size())
+        return false;
+    Cursor c{Bytes.constData() + Off, Bytes.constData() + Off + Len};
+    return scanRows(c, Bytes, Count, Nf, Into) && c.p == c.end;
+}
 
 void AppendEscaped(QByteArray& Out, const QString& Text) {
     TRACE_PROC("TableEngine.AppendEscaped", HIDDEN(Text));
@@ -565,10 +620,13 @@ int ParseBody(const QByteArray& Bytes, qsizetype From, DatabaseRecord& db, const
             continue;
         if (isBlock(s, n, '[', ']')) {
             TableEntry t;
-            const bool keep = !Only || Only->contains(UnescapeValue(s + 1, n - 2).toCaseFolded());
+            const QString name = UnescapeValue(s + 1, n - 2).toCaseFolded();
+            KeepRows keep = kSkip;
+            if (!Only || Only->contains(name))
+                keep = name == QLatin1String("datatable") ? kKeepNow : kKeepLater;
             if (parseTable(c, Bytes, s, n, t, keep) < 0)
                 return -3;
-            if (keep)
+            if (keep != kSkip)
                 out.Tables.append(std::move(t));
         } else if (isBlock(s, n, '{', '}')) {
             HelpTable h;
