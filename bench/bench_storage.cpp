@@ -291,7 +291,7 @@ int main(int argc, char** argv) {
                         .split(u' ');
                 for (int i = 0; i < 6; ++i)
                     got[static_cast<std::size_t>(v * 6 + i)].push_back(f.value(i).toDouble() /
-                                                                        (i >= 4 ? 1024.0 : 1.0));
+                                                                       (i >= 4 ? 1024.0 : 1.0));
             }
         for (int v = 0; v < variants; ++v) {
             auto med = [&](int i) { return BenchMedian(got[static_cast<std::size_t>(v * 6 + i)]); };
@@ -312,7 +312,8 @@ int main(int argc, char** argv) {
         const Row& b = rows[1];
         std::printf("with fields: check+load x%.2f, memory when open x%.2f   target: at most x1.25\n"
                     "             save x%.2f, peak memory with the save x%.2f\n",
-                    (b.check + b.load) / (a.check + a.load), b.open / a.open, b.save / a.save, b.peak / a.peak);
+                    (b.check + b.load) / (a.check + a.load), b.open / a.open, b.save / a.save,
+                    b.peak / a.peak);
         return 0;
     }
     for (std::size_t i = 1; i < rows.size(); ++i) {

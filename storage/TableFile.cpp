@@ -383,7 +383,8 @@ int parseTable(Cursor& c, const QByteArray& Bytes, const char* head, qsizetype h
         // the bytes cannot hold is damaged, and reserves nothing for the values.
         const qsizetype most = c.end - c.p;
         const bool fits = count * std::max<qsizetype>(nf, 1) <= most;
-        t.Records.reserve(static_cast<int>(std::min<qsizetype>(count, most)), fits ? static_cast<int>(nf) : 0);
+        t.Records.reserve(static_cast<int>(std::min<qsizetype>(count, most)),
+                          fits ? static_cast<int>(nf) : 0);
         if (!scanRows(c, Bytes, count, nf, &t.Records))
             return -3;
     } else if (keep == kSkip && !scanRows(c, Bytes, count, nf, nullptr)) {
