@@ -5,7 +5,10 @@
 #include <sodium.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <memory>
+#include <mutex>
 
 namespace {
 
@@ -70,6 +73,16 @@ bool isCanonical(const char* S, std::uint32_t N) {
 
 } // namespace
 
+// Lines of Base not split into rows yet (attachUnread).
+struct Unread {
+    qsizetype Off = 0;
+    qsizetype Len = 0;
+    int Count = 0;
+    int N = 0;
+    std::atomic<bool> Split{false};
+    std::mutex Lock; // copies of the store may be read from more than one thread
+};
+
 struct RecordStore::Data : QSharedData {
     QByteArray Base;  // the bytes a table was read from; never changed
     QByteArray Extra; // values set since, each escaped
@@ -77,9 +90,14 @@ struct RecordStore::Data : QSharedData {
     std::vector<RowRef> Rows;
     std::size_t Live = 0;             // cells that rows point to
     qsizetype ExtraCheckAt = 1 << 16; // the append area's size at which its waste is counted
+    std::unique_ptr<Unread> Lines;    // set while the rows may still be unsplit
 
     Data() = default;
-    Data(const Data&) = default;
+    // Only a store whose lines were split is ever copied (readLines comes first).
+    Data(const Data& O)
+        : QSharedData(O), Base(O.Base), Extra(O.Extra), Cells(O.Cells), Rows(O.Rows), Live(O.Live),
+          ExtraCheckAt(O.ExtraCheckAt) {}
+    bool unread() const { return Lines && !Lines->Split.load(std::memory_order_acquire); }
     ~Data() {
         wipeOwned(Base);
         wipeOwned(Extra);
@@ -209,15 +227,67 @@ RecordStore::RecordStore(RecordStore&&) noexcept = default;
 RecordStore& RecordStore::operator=(RecordStore&&) noexcept = default;
 RecordStore::~RecordStore() = default;
 
+void RecordStore::readLines() const {
+    if (d->unread())
+        splitUnread();
+}
+
+void RecordStore::splitUnread() const {
+    // The split changes how the rows are kept, not what they hold: every copy sharing
+    // this data may see it, so it happens in place, once.
+    auto& x = const_cast<Data&>(*d.constData());
+    const std::lock_guard<std::mutex> hold(x.Lines->Lock);
+    if (x.Lines->Split.load(std::memory_order_relaxed))
+        return;
+    RecordStore rows;
+    rows.attach(x.Base);
+    rows.reserve(x.Lines->Count, x.Lines->N);
+    // The lines were checked when the file was read: this cannot fail.
+    SplitRows(x.Base, x.Lines->Off, x.Lines->Len, x.Lines->Count, x.Lines->N, &rows);
+    Data& r = *rows.d;
+    x.Extra = std::move(r.Extra);
+    x.Cells = std::move(r.Cells);
+    x.Rows = std::move(r.Rows);
+    x.Live = r.Live;
+    x.ExtraCheckAt = r.ExtraCheckAt;
+    x.Lines->Split.store(true, std::memory_order_release);
+}
+
+bool RecordStore::isUnread() const {
+    return d->unread();
+}
+
+QByteArrayView RecordStore::unreadLines(int N) const {
+    if (!d->unread() || d->Lines->N != N)
+        return {};
+    return QByteArrayView(d->Base.constData() + d->Lines->Off, d->Lines->Len);
+}
+
+void RecordStore::attachUnread(const QByteArray& Bytes, qsizetype Off, qsizetype Len, int Count, int N) {
+    attach(Bytes);
+    if (Count <= 0)
+        return;
+    d->Lines = std::make_unique<Unread>();
+    d->Lines->Off = Off;
+    d->Lines->Len = Len;
+    d->Lines->Count = Count;
+    d->Lines->N = N;
+}
+
 int RecordStore::size() const {
+    // The number of rows is known before they are split.
+    if (d->unread())
+        return d->Lines->Count;
     return static_cast<int>(d->Rows.size());
 }
 
 int RecordStore::fieldCount(int Row) const {
+    readLines();
     return Row >= 0 && Row < size() ? static_cast<int>(d->Rows[static_cast<std::size_t>(Row)].Count) : 0;
 }
 
 QByteArrayView RecordStore::escaped(int Row, int Fld) const {
+    readLines();
     if (Fld < 0 || Fld >= fieldCount(Row))
         return {};
     return d->view(d->Cells[d->Rows[static_cast<std::size_t>(Row)].First + static_cast<std::uint32_t>(Fld)]);
@@ -314,6 +384,8 @@ bool RecordStore::sameRow(int Row, const RecordStore& Other, int ORow) const {
 }
 
 bool RecordStore::sharesRow(int Row, const RecordStore& Other, int ORow) const {
+    readLines();
+    Other.readLines();
     if (Row < 0 || Row >= size() || ORow < 0 || ORow >= Other.size())
         return false;
     const RowRef& a = d->Rows[static_cast<std::size_t>(Row)];
@@ -330,6 +402,7 @@ bool RecordStore::sharesRow(int Row, const RecordStore& Other, int ORow) const {
 }
 
 void RecordStore::setValue(int Row, int Fld, const QString& Text) {
+    readLines();
     if (Fld < 0 || Fld >= fieldCount(Row))
         return;
     Data& x = *d;
@@ -338,6 +411,8 @@ void RecordStore::setValue(int Row, int Fld, const QString& Text) {
 }
 
 void RecordStore::setValueFrom(int Row, int Fld, const RecordStore& Other, int ORow, int OFld) {
+    readLines();
+    Other.readLines();
     if (Fld < 0 || Fld >= fieldCount(Row) || OFld < 0 || OFld >= Other.fieldCount(ORow))
         return;
     Data& x = *d;
@@ -348,6 +423,7 @@ void RecordStore::setValueFrom(int Row, int Fld, const RecordStore& Other, int O
 }
 
 void RecordStore::setRow(int Row, const QStringList& Values) {
+    readLines();
     if (Row < 0 || Row >= size())
         return;
     Data& x = *d;
@@ -362,6 +438,7 @@ void RecordStore::setRow(int Row, const QStringList& Values) {
 }
 
 void RecordStore::append(const QStringList& Values) {
+    readLines();
     Data& x = *d;
     const RowRef r = x.newRow(static_cast<std::uint32_t>(Values.size()));
     x.Rows.push_back(r);
@@ -373,6 +450,8 @@ void RecordStore::append(const QStringList& Values) {
 }
 
 void RecordStore::appendFrom(const RecordStore& Other, int ORow) {
+    readLines();
+    Other.readLines();
     if (ORow < 0 || ORow >= Other.size())
         return;
     Data& x = *d;
@@ -388,6 +467,7 @@ void RecordStore::appendFrom(const RecordStore& Other, int ORow) {
 }
 
 void RecordStore::removeAt(int Row) {
+    readLines();
     if (Row < 0 || Row >= size())
         return;
     Data& x = *d;
@@ -397,6 +477,7 @@ void RecordStore::removeAt(int Row) {
 }
 
 void RecordStore::removeRows(const std::vector<bool>& Drop) {
+    readLines();
     Data& x = *d;
     std::size_t w = 0;
     for (std::size_t i = 0; i < x.Rows.size(); ++i) {
@@ -411,6 +492,7 @@ void RecordStore::removeRows(const std::vector<bool>& Drop) {
 }
 
 void RecordStore::reorder(const std::vector<int>& Order) {
+    readLines();
     Data& x = *d;
     std::vector<RowRef> rows;
     rows.reserve(Order.size());
@@ -430,8 +512,11 @@ void RecordStore::clear() {
     d = new Data;
 }
 
-void RecordStore::reserve(int Rows) {
+void RecordStore::reserve(int Rows, int Fields) {
+    readLines();
     d->Rows.reserve(static_cast<std::size_t>(std::max(Rows, 0)));
+    d->Cells.reserve(d->Cells.size() + static_cast<std::size_t>(std::max(Rows, 0)) *
+                                           static_cast<std::size_t>(std::max(Fields, 0)));
 }
 
 bool RecordStore::operator==(const RecordStore& Other) const {
@@ -439,6 +524,10 @@ bool RecordStore::operator==(const RecordStore& Other) const {
         return true;
     if (size() != Other.size())
         return false;
+    // Two unsplit readings of the same lines hold the same rows (other lines may still).
+    if (d->unread() && Other.d->unread() && d->Lines->N == Other.d->Lines->N &&
+        unreadLines(d->Lines->N) == Other.unreadLines(d->Lines->N))
+        return true;
     for (int i = 0; i < size(); ++i)
         if (!sameRow(i, Other, i))
             return false;
@@ -455,6 +544,7 @@ void RecordStore::attach(const QByteArray& Bytes) {
 }
 
 void RecordStore::appendParsed(int N, const std::uint32_t* Offs, const std::uint32_t* Lens) {
+    readLines();
     Data& x = *d;
     const RowRef r = x.newRow(static_cast<std::uint32_t>(N));
     x.Rows.push_back(r);
@@ -472,6 +562,7 @@ void RecordStore::appendParsed(int N, const std::uint32_t* Offs, const std::uint
 }
 
 void RecordStore::writeRow(QByteArray& Out, int Row) const {
+    readLines();
     const int n = fieldCount(Row);
     if (n == 0)
         return;
@@ -494,6 +585,8 @@ void RecordStore::writeRow(QByteArray& Out, int Row) const {
 }
 
 qsizetype RecordStore::byteSize() const {
+    if (d->unread())
+        return d->Lines->Len;
     qsizetype n = 0;
     for (const RowRef& r : d->Rows) {
         n += r.Count;

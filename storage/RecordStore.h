@@ -11,6 +11,10 @@
 // table as it was last read or written, for the merge of a save). Bytes that nobody needs
 // any more are wiped when the last copy lets go of them.
 //
+// A table other than the records may be read later than its file: its rows stay unsplit
+// lines of the shared bytes (attachUnread) until something asks for them, and a save
+// before that copies the lines as they are.
+//
 // Rows and fields are counted from 0 here. Out-of-range numbers read as an empty (null)
 // value and are ignored by the setters.
 
@@ -70,7 +74,8 @@ public:
     // The rows become Order's rows of today, in that order (rows left out are dropped).
     void reorder(const std::vector<int>& Order);
     void clear();
-    void reserve(int Rows);
+    // Room for Rows rows of Fields values each.
+    void reserve(int Rows, int Fields = 0);
     // Starts the store over, empty, on the read bytes of Other: rows of Other appended
     // afterwards share their values instead of copying them.
     void shareBytesOf(const RecordStore& Other);
@@ -86,6 +91,15 @@ public:
     // value in a form the store does not keep (a stray backslash, bytes that are not
     // UTF-8) is taken through its text instead, so that equal texts are equal bytes.
     void appendParsed(int N, const std::uint32_t* Offs, const std::uint32_t* Lens);
+    // Starts the store over on Bytes with Count rows of N values each, not split yet: their
+    // lines are the Len bytes from Off, every line checked already (SplitRows, TableFile.h)
+    // and ending in CR LF. They are split on first use.
+    void attachUnread(const QByteArray& Bytes, qsizetype Off, qsizetype Len, int Count, int N);
+    // The lines of a store whose rows were never split, when they have N values each:
+    // what a save writes for them. Empty otherwise.
+    QByteArrayView unreadLines(int N) const;
+    // True while the rows are still unsplit lines.
+    bool isUnread() const;
     // Appends row Row in its file form: escaped values separated by the byte 0x87.
     void writeRow(QByteArray& Out, int Row) const;
     // The bytes a save writes for all rows, without line ends: a size estimate.
@@ -93,5 +107,8 @@ public:
 
 private:
     struct Data;
+    // Splits unread lines (copies share the result); every other member calls it first.
+    void readLines() const;
+    void splitUnread() const;
     QSharedDataPointer<Data> d;
 };

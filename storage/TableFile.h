@@ -48,10 +48,18 @@ void WriteTable(QByteArray& Out, const TableEntry& t, const TblsFilter* Filter);
 void WriteTablesText(QString& Out, const TableEntry& t, const TblsFilter* Filter);
 
 // Parses the body that starts at From in Bytes into db; the tables keep their values as
-// places in Bytes (RecordStore.h), which share it. Only tables whose name (case-folded)
-// is in Only are kept when Only is given; the others are still checked. Result 1, or -3
+// places in Bytes (RecordStore.h), which share it. DataTable (the records) is split into
+// rows at once; the rows of other tables are checked now and split on first use. Only
+// tables whose name (case-folded) is in Only are kept when Only is given; the others are
+// still checked. Result 1, or -3
 // when the structure is damaged (db is then left as it was).
 int ParseBody(const QByteArray& Bytes, qsizetype From, DatabaseRecord& db, const QSet<QString>* Only);
+
+// Splits the Count lines of Nf values each that are the Len bytes from Off in Bytes,
+// appending them to Into when given (the rows of a table read later: RecordStore.h).
+// False when a line is missing, left over or holds another number of values.
+bool SplitRows(const QByteArray& Bytes, qsizetype Off, qsizetype Len, long long Count, qsizetype Nf,
+               RecordStore* Into);
 
 // The size the body of db takes in its file form, or a little more (for reserving).
 qsizetype EstimateBodySize(const DatabaseRecord& db);

@@ -202,6 +202,39 @@ private slots:
         QCOMPARE(ReadRecExtras(file, "3").Url, QString("https://bank.example"));
     }
 
+    // Opening a user does not split the field table into rows: a save that did not touch
+    // it writes its lines as they were read, and a merge with a file changed elsewhere
+    // still takes in the other side's fields.
+    void untouchedFieldsAreSavedAsRead() {
+        freshFile();
+        Program a, b;
+        a.Open(m_path);
+        WriteRecExtras(a.Db, "2", sample());
+        WriteRecExtras(a.Db, "3", {"https://bank.example", {}, {}, {}});
+        QCOMPARE(a.Save(), int(usSaved));
+        const QByteArray lines = readFile(m_path).Tables[1].Records.unreadLines(6).toByteArray();
+        QVERIFY(lines.contains("https://bank.example"));
+
+        b.Open(m_path);
+        QVERIFY(b.Db.DBView().Tables[1].Records.isUnread());
+        b.Db.SetTblFldValNm(1, 1, "Title", "Letters");
+        QCOMPARE(b.Save(), int(usSaved));
+        QVERIFY(b.Db.DBView().Tables[1].Records.isUnread());
+        QCOMPARE(readFile(m_path).Tables[1].Records.unreadLines(6).toByteArray(), lines);
+
+        RecExtras ea = a.Get("3");
+        ea.Url = "https://bank.example/new";
+        WriteRecExtras(a.Db, "3", ea);
+        QCOMPARE(a.Save(), int(usMerged));
+        b.Db.SetTblFldValNm(1, 3, "Title", "Savings");
+        QCOMPARE(b.Save(), int(usMerged));
+        const DatabaseRecord file = readFile(m_path);
+        QCOMPARE(file.Tables[0].Records.value(0, 3), QString("Letters"));
+        QCOMPARE(file.Tables[0].Records.value(2, 3), QString("Savings"));
+        QCOMPARE(ReadRecExtras(file, "3").Url, QString("https://bank.example/new"));
+        QCOMPARE(ReadRecExtras(file, "2").Url, sample().Url);
+    }
+
     // A delete on one side against a change of the record's fields on the other keeps the
     // record with its fields; against no change, the fields go with the record.
     void deleteAgainstEdit() {

@@ -6,8 +6,9 @@
 #include <QTest>
 
 // The store against the plain list of rows it replaces: random runs of every operation,
-// with copies taken along the way (a copy must never see the changes of the other), and
-// the values that have more than one file form.
+// with copies taken along the way (a copy must never see the changes of the other) and
+// the rows read back now and then as lines not split yet, and the values that have more
+// than one file form.
 class RecordStoreTest : public QObject {
     Q_OBJECT
 
@@ -49,7 +50,7 @@ private slots:
         for (int step = 0; step < steps; ++step) {
             const int n = static_cast<int>(model.size());
             const int r = n ? static_cast<int>(rng.bounded(n)) : 0;
-            switch (rng.bounded(10)) {
+            switch (rng.bounded(11)) {
             case 0:
             case 1:
             case 2: // the most common change: one value
@@ -112,6 +113,29 @@ private slots:
                 break;
             case 9:
                 copies.append({s, model});
+                break;
+            case 10: // read back as a file gives it: lines of as many values each, unsplit
+                if (n) {
+                    qsizetype width = 1;
+                    for (const QStringList& m : model)
+                        width = std::max(width, m.size());
+                    QByteArray lines = "head\r\n";
+                    for (QStringList& m : model) {
+                        while (m.size() < width)
+                            m << QString();
+                        for (qsizetype f = 0; f < width; ++f) {
+                            if (f)
+                                lines.append('\x87');
+                            AppendEscaped(lines, m[f]);
+                        }
+                        lines.append("\r\n");
+                    }
+                    s.attachUnread(lines + "tail", 6, lines.size() - 6, n, static_cast<int>(width));
+                    QVERIFY(s.isUnread());
+                    QCOMPARE(s.unreadLines(static_cast<int>(width)).toByteArray(), lines.mid(6));
+                    if (rng.bounded(2))
+                        copies.append({s, model}); // split by the copy or by the store, for both
+                }
                 break;
             }
             QCOMPARE(s.size(), static_cast<int>(model.size()));

@@ -28,6 +28,22 @@ DatabaseRecord userDb(const QList<QStringList>& records) {
     return db;
 }
 
+// userDb with a second table, Extras (key, value), that holds the given values.
+DatabaseRecord withExtras(const QStringList& values) {
+    DatabaseRecord db = userDb({{"1", "0", "2", "Bank", "anna", "pw", "", "1key", "0|0"}});
+    TableEntry t;
+    t.Name = "Extras";
+    t.FldNames = {"Key", "Value"};
+    t.FldTypes = {69, 2};
+    t.Tag = "0";
+    QList<QStringList> rows;
+    for (const QString& v : values)
+        rows.append({QString::number(rows.size() + 1), v});
+    t.Records = RecordStore::fromRows(rows);
+    db.Tables.append(t);
+    return db;
+}
+
 QStringList record(int id, const QString& title, const QString& password = "pw",
                    const QString& desc = QString()) {
     return {QString::number(id), "0", "2", title, "login", password, desc, "1key", "0|0"};
@@ -118,6 +134,79 @@ private slots:
         QCOMPARE(back.Tables[0].Records, big.Tables[0].Records);
         TableEngine e;
         QCOMPARE(e.LoadDatabase(back, env.root() + "/missing.bdb", "k"), -2);
+    }
+
+    // The records are split into rows when a file is read; the rows of other tables only when
+    // they are first used, and a save before that writes their lines as they were read.
+    void otherTablesAreSplitWhenUsed() {
+        TestEnv env;
+        const QStringList values = {
+            "https://example.org", QStringLiteral("Її"), "a\\b", "C:\\q", QString(kSep), "", "line\r\nbreak"};
+        const DatabaseRecord db = withExtras(values);
+        const QByteArray bytes = save(env, db, QString());
+        DatabaseRecord back;
+        QCOMPARE(loadBytes(env, bytes, QString(), back), 1);
+        QVERIFY(!back.Tables[0].Records.isUnread());
+        const RecordStore& extras = back.Tables[1].Records;
+        QVERIFY(extras.isUnread());
+        QCOMPARE(back.Tables[1].RecNum(), values.size()); // counted without splitting
+        QCOMPARE(save(env, back, QString()), bytes);
+        QVERIFY(extras.isUnread());
+        // A copy taken before the split shares it; a change after it is the copy's own.
+        RecordStore copy = extras;
+        QCOMPARE(extras.value(3, 1), "C:\\q");
+        QVERIFY(!copy.isUnread());
+        copy.setValue(0, 1, "changed");
+        QCOMPARE(extras, db.Tables[1].Records);
+        QCOMPARE(copy.value(0, 1), "changed");
+        QCOMPARE(save(env, back, QString()), bytes);
+        // A value spelt as a save would not write it (a stray backslash) is copied as it is
+        // while unsplit and reads as its text; split, it takes the form a save writes.
+        QByteArray odd = bytes;
+        odd.replace("C:\\\\q", "C:\\q");
+        QVERIFY(odd != bytes);
+        QCOMPARE(loadBytes(env, odd, QString(), back), 1);
+        QCOMPARE(save(env, back, QString()), odd);
+        QCOMPARE(back.Tables[1].Records.value(3, 1), "C:\\q");
+        QCOMPARE(save(env, back, QString()), bytes);
+        // Lines that end in LF alone are split at once, and written with CR LF.
+        QByteArray lf = bytes;
+        lf.replace("\r\n", "\n");
+        QCOMPARE(loadBytes(env, lf, QString(), back), 1);
+        QVERIFY(!back.Tables[1].Records.isUnread());
+        QCOMPARE(back.Tables[1].Records, db.Tables[1].Records);
+        QCOMPARE(save(env, back, QString()), bytes);
+        // Sealed, the same.
+        const QByteArray sealed = save(env, db, "key");
+        QCOMPARE(loadBytes(env, sealed, "key", back), 1);
+        QVERIFY(back.Tables[1].Records.isUnread());
+        QCOMPARE(back.Tables[1].Records, db.Tables[1].Records);
+    }
+
+    // Rows split later are checked all the same when the file is read: a damaged table
+    // refuses the whole file, whichever table it is.
+    void damagedOtherTableLoadsNothing_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        TestEnv env;
+        const QByteArray good = save(env, withExtras({"one", "two"}), QString());
+        QTest::newRow("fewer than counted") << QByteArray(good).replace("\x87"
+                                                                        "2\r\n0\r\nKey",
+                                                                        "\x87"
+                                                                        "3\r\n0\r\nKey");
+        QTest::newRow("more than counted") << QByteArray(good).replace("\x87"
+                                                                       "2\r\n0\r\nKey",
+                                                                       "\x87"
+                                                                       "1\r\n0\r\nKey");
+        QTest::newRow("a value too many") << QByteArray(good).replace("two", "tw\x87o");
+        QTest::newRow("a value too few") << QByteArray(good).replace("2\x87two", "2two");
+        QTest::newRow("no end") << QByteArray(good).replace("[End Extras]", "[End Extra]");
+    }
+    void damagedOtherTableLoadsNothing() {
+        QFETCH(QByteArray, bytes);
+        TestEnv env;
+        DatabaseRecord back;
+        QCOMPARE(loadBytes(env, bytes, QString(), back), -3);
+        QCOMPARE(back.TabNum(), 0);
     }
 
     void damagedOrWrongKeyLoadsNothing_data() {
