@@ -6,6 +6,8 @@
 #include "storage/FileSeal.h"
 #include "tests/common/TestMain.h"
 
+#include "tests/common/TestEnv.h"
+
 #include <QFile>
 #include <QTest>
 
@@ -14,16 +16,6 @@
 #include <unistd.h>
 
 namespace {
-
-long vmLckKiB() {
-    QFile f("/proc/self/status");
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : f.readAll().split('\n'))
-        if (line.startsWith("VmLck:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLong();
-    return -1;
-}
 
 struct PageBlock {
     long page = ::sysconf(_SC_PAGESIZE);

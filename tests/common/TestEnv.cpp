@@ -91,3 +91,13 @@ int posixMode(const QString& path) {
         return -1;
     return static_cast<int>(st.st_mode & 07777);
 }
+
+long vmLckKiB() {
+    QFile f("/proc/self/status");
+    if (!f.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray& line : f.readAll().split('\n'))
+        if (line.startsWith("VmLck:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLong();
+    return -1;
+}

@@ -28,3 +28,5 @@ QByteArray readAllOf(const QString& path);
 void writeFileText(const QString& path, const QByteArray& bytes);
 // The permission bits of a file or folder (e.g. 0600), -1 when it does not exist.
 int posixMode(const QString& path);
+// The memory this process has locked (VmLck of /proc/self/status), in KiB; -1 unknown.
+long vmLckKiB();

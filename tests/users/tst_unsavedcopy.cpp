@@ -11,7 +11,9 @@
 #include "users/UnsavedCopy.h"
 #include "users/UserSession.h"
 
+#include "tests/common/TestEnv.h"
 #include <QDir>
+
 #include <QFile>
 #include <QFileInfo>
 #include <QTest>
@@ -33,16 +35,6 @@ QMap<QString, QString> titlesOnDisk(const QString& Typed) {
             for (const QStringList& row : t.Records.rows())
                 out.insert(row.value(0), row.value(3));
     return out;
-}
-
-long vmLckKiB() {
-    QFile f("/proc/self/status");
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : f.readAll().split('\n'))
-        if (line.startsWith("VmLck:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLong();
-    return -1;
 }
 
 // anna with folders 1 "Mail", 2 "Work" and record 3 "Bank", saved with kOld and open.
