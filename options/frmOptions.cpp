@@ -23,6 +23,7 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSignalBlocker>
+#include <QTabWidget>
 #include <QVBoxLayout>
 
 namespace {
@@ -102,13 +103,21 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     langRow->addWidget(lblLangCap);
     langRow->addWidget(cboLanguage, 1);
     auto* buttons = DialogButtonRow({cmdOk, cmdCancel});
+    // The settings of the program itself are the first page; features with settings of
+    // their own add a page each (AddPage).
+    auto* general = new QWidget;
+    general->setObjectName(QStringLiteral("pageGeneral"));
+    auto* generalLay = new QVBoxLayout(general);
+    generalLay->addLayout(grid);
+    generalLay->addWidget(lblDBPathCap);
+    generalLay->addLayout(pathRow);
+    generalLay->addLayout(langRow);
+    generalLay->addWidget(lblLangHint);
+    generalLay->addStretch(1);
+    tabPages = named(new QTabWidget, "tabPages");
+    tabPages->addTab(general, QString());
     auto* lay = new QVBoxLayout(this);
-    lay->addLayout(grid);
-    lay->addWidget(lblDBPathCap);
-    lay->addLayout(pathRow);
-    lay->addLayout(langRow);
-    lay->addWidget(lblLangHint);
-    lay->addStretch(1);
+    lay->addWidget(tabPages, 1);
     lay->addLayout(buttons);
     setMinimumWidth(460);
 
@@ -183,8 +192,13 @@ void frmOptions::ShowFormLang() {
     cmdOk->setText(Texts(69));
     cmdCancel->setText(Texts(24));
     setWindowTitle(Texts(107));
+    tabPages->setTabText(0, Texts(437));
     cboLanguage->setAccessibleName(Texts(227));
     lblLangHint->setText(Texts(228));
+}
+
+void frmOptions::AddPage(QWidget* page, const QString& title) {
+    tabPages->addTab(page, title);
 }
 
 void frmOptions::chkStartWithWin_Click() {

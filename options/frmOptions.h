@@ -10,6 +10,7 @@ class QComboBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
+class QTabWidget;
 
 class frmOptions : public QDialog {
     Q_OBJECT
@@ -17,6 +18,8 @@ public:
     explicit frmOptions(QWidget* parent = nullptr);
     void DoConfig();
     void ShowFormLang();
+    // Adds a page after the general one; the page keeps its own settings and texts.
+    void AddPage(QWidget* page, const QString& title);
 
     QCheckBox *chkStartWithWin, *chkLoadLUser, *chkTrayMode, *chkPaswProtect, *chkDBBackup;
     // Settings entry 22: the main window saves after every change it makes.
@@ -28,6 +31,7 @@ public:
     QLabel* lblPaswHistoryCap;
     QComboBox* cboLanguage;
     QPushButton *cmdChangeDBPath, *cmdOk, *cmdCancel;
+    QTabWidget* tabPages;
 
 public slots:
     void chkStartWithWin_Click();
