@@ -18,8 +18,12 @@ int ImageKind(const QByteArray& Data) {
     return startsLine(kSignature, sizeof(kSignature) - 1) ? kImagePlain : kImageNone;
 }
 
-int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, const QSet<QString>* Only) {
+int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, const QSet<QString>* Only,
+                   const BytesReady& Ready) {
     TRACE_PROC("TableEngine.ParseFileImage", static_cast<long long>(Data.size()), HIDDEN(Pasw));
+    // Only a sealed body is opened behind the outer layer; anything else waits for all of it.
+    if (Ready && ImageKind(Data) != kImageSealed)
+        Ready(Data.size());
     const auto* nl =
         static_cast<const char*>(std::memchr(Data.constData(), '\n', static_cast<std::size_t>(Data.size())));
     qsizetype sigLen = nl ? nl - Data.constData() : Data.size();
@@ -35,7 +39,7 @@ int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, co
     } else if (sig == QByteArrayView(kSignatureEnc) && nl) {
         if (!db.Key)
             db.Key = std::make_shared<KeyCache>();
-        r = OpenInPlace(Data, bodyAt, Pasw, db.Key.get());
+        r = OpenInPlace(Data, bodyAt, Pasw, db.Key.get(), Ready);
         if (r > 0)
             r = ParseBody(Data, 0, db, Only);
     } else {

@@ -5,6 +5,7 @@
 
 #include <sodium.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -167,16 +168,69 @@ bool SealInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, bool
     return true;
 }
 
-int OpenInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, KeyCache* Cache) {
+namespace {
+
+// XChaCha20-Poly1305 (IETF) opened block by block behind Ready, from libsodium's parts; the
+// same construction as crypto_aead_xchacha20poly1305_ietf_decrypt_detached: a subkey from
+// HChaCha20, the Poly1305 key from block 0, the body from block 1 on. The body is
+// deciphered as it goes and is the caller's to wipe when the tag does not agree.
+bool openBehind(unsigned char* Body, qsizetype BodyLen, const unsigned char* Tag, const unsigned char* Ad,
+                qsizetype AdLen, const unsigned char* Nonce, const std::uint8_t* Key, const BytesReady& Ready,
+                qsizetype BodyAt) {
+    TRACE_PROC("TableEngine.OpenBehind", static_cast<long long>(BodyLen));
+    unsigned char subkey[crypto_stream_chacha20_ietf_KEYBYTES];
+    crypto_core_hchacha20(subkey, Nonce, Key, nullptr);
+    unsigned char nonce2[crypto_stream_chacha20_ietf_NONCEBYTES] = {0};
+    std::memcpy(nonce2 + 4, Nonce + crypto_core_hchacha20_INPUTBYTES, 8);
+    unsigned char block0[64];
+    crypto_stream_chacha20_ietf(block0, sizeof block0, nonce2, subkey);
+    crypto_onetimeauth_poly1305_state st;
+    crypto_onetimeauth_poly1305_init(&st, block0);
+    sodium_memzero(block0, sizeof block0);
+    static const unsigned char zeros[16] = {0};
+    crypto_onetimeauth_poly1305_update(&st, Ad, static_cast<unsigned long long>(AdLen));
+    crypto_onetimeauth_poly1305_update(&st, zeros, (0x10 - AdLen) & 0xf);
+    // Blocks of a multiple of 64 bytes, so that each starts on a block of the stream.
+    constexpr qsizetype kStep = 256 * 1024;
+    for (qsizetype at = 0; at < BodyLen; at += kStep) {
+        const qsizetype n = std::min(kStep, BodyLen - at);
+        Ready(BodyAt + at + n);
+        crypto_onetimeauth_poly1305_update(&st, Body + at, static_cast<unsigned long long>(n));
+        crypto_stream_chacha20_ietf_xor_ic(Body + at, Body + at, static_cast<unsigned long long>(n), nonce2,
+                                           static_cast<std::uint32_t>(1 + at / 64), subkey);
+    }
+    crypto_onetimeauth_poly1305_update(&st, zeros, (0x10 - BodyLen) & 0xf);
+    unsigned char lens[16];
+    for (int i = 0; i < 8; ++i) {
+        lens[i] = static_cast<unsigned char>(static_cast<quint64>(AdLen) >> (8 * i));
+        lens[8 + i] = static_cast<unsigned char>(static_cast<quint64>(BodyLen) >> (8 * i));
+    }
+    crypto_onetimeauth_poly1305_update(&st, lens, sizeof lens);
+    unsigned char mac[crypto_onetimeauth_poly1305_BYTES];
+    crypto_onetimeauth_poly1305_final(&st, mac);
+    sodium_memzero(subkey, sizeof subkey);
+    sodium_memzero(&st, sizeof st);
+    Ready(BodyAt + BodyLen + crypto_onetimeauth_poly1305_BYTES);
+    return crypto_verify_16(mac, Tag) == 0;
+}
+
+} // namespace
+
+int OpenInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, KeyCache* Cache,
+                const BytesReady& Ready) {
     TRACE_PROC("TableEngine.OpenInPlace", HeaderAt, HIDDEN(Pasw));
     initSodium();
-    auto fail = [&File](int code) {
+    auto fail = [&File, &Ready](int code) {
+        if (Ready)
+            Ready(File.size());
         WipeBytes(File);
         File.clear();
         return code;
     };
     if (Pasw.isEmpty() || File.size() < HeaderAt + kSealHeaderSize + kSealTagSize)
         return fail(-4);
+    if (Ready)
+        Ready(HeaderAt + kSealHeaderSize);
     const char* h = File.constData() + HeaderAt;
     const auto flags = static_cast<std::uint8_t>(h[1]);
     const std::uint32_t passes = getLe32(h + kHdrPasses);
@@ -205,10 +259,16 @@ int OpenInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, KeyCa
     const qsizetype bodyLen = File.size() - bodyAt - kSealTagSize;
     TRACE_LOCAL(bodyLen);
     auto* body = reinterpret_cast<unsigned char*>(File.data() + bodyAt);
-    const int rc = crypto_aead_xchacha20poly1305_ietf_decrypt_detached(
-        body, nullptr, body, static_cast<unsigned long long>(bodyLen), body + bodyLen,
-        reinterpret_cast<const unsigned char*>(File.constData()), static_cast<unsigned long long>(bodyAt),
-        reinterpret_cast<const unsigned char*>(File.constData() + HeaderAt + kHdrNonce), key);
+    const auto* ad = reinterpret_cast<const unsigned char*>(File.constData());
+    const auto* nonce = reinterpret_cast<const unsigned char*>(File.constData() + HeaderAt + kHdrNonce);
+    int rc;
+    if (Ready) {
+        rc = openBehind(body, bodyLen, body + bodyLen, ad, bodyAt, nonce, key, Ready, bodyAt) ? 0 : -1;
+    } else {
+        rc = crypto_aead_xchacha20poly1305_ietf_decrypt_detached(
+            body, nullptr, body, static_cast<unsigned long long>(bodyLen), body + bodyLen, ad,
+            static_cast<unsigned long long>(bodyAt), nonce, key);
+    }
     if (rc != 0) {
         sodium_memzero(key, sizeof key);
         sodium_memzero(tag, sizeof tag);

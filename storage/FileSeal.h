@@ -19,6 +19,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <functional>
 
 // Cost of a new key: 2 passes over 19 MiB (about 40 ms here). Files carry their own cost;
 // reading accepts 1..8 passes and 8..128 MiB, so a damaged header cannot ask for more.
@@ -52,7 +53,13 @@ bool SealInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, bool
 // success File becomes the plain body and the result is 1. A wrong password, any changed
 // byte or a header out of bounds give -4, a body that does not unpack -3; File is wiped
 // and emptied then.
-int OpenInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, KeyCache* Cache);
+//
+// Ready, when given, lets another thread still be taking the outer layer off File: it
+// returns once the first N bytes are final, and the opening goes on behind it, block by
+// block. It is called with File's whole size before anything leaves the body's place.
+using BytesReady = std::function<void(qsizetype N)>;
+int OpenInPlace(QByteArray& File, qsizetype HeaderAt, const QString& Pasw, KeyCache* Cache,
+                const BytesReady& Ready = {});
 
 // Overwrites the bytes of a buffer that held a secret (detaching it first).
 void WipeBytes(QByteArray& Bytes);

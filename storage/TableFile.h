@@ -22,6 +22,7 @@
 // "\" becomes "\\", the byte 0x87 "\s" (UTF-8 text holds it: "Ї" is D0 87), CR "\r" and
 // LF "\n". A backslash before any other byte stands for itself.
 
+#include "storage/FileSeal.h"
 #include "storage/TableEngine.h"
 
 #include <QByteArray>
@@ -71,6 +72,7 @@ int ImageKind(const QByteArray& Data);
 
 // Reads a whole file image: signature, protection, body. Data is consumed: the tables
 // read hold its bytes, and it is wiped when nothing could be read from it.
-int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, const QSet<QString>* Only);
+int ParseFileImage(QByteArray& Data, const QString& Pasw, DatabaseRecord& db, const QSet<QString>* Only,
+                   const BytesReady& Ready = {});
 // The complete file image of db; empty when the key could not be made.
 QByteArray BuildFileImage(const DatabaseRecord& db, const QString& Pasw, bool Compress);

@@ -18,7 +18,10 @@
 #include <sodium.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <memory>
+#include <thread>
 
 namespace {
 
@@ -38,13 +41,46 @@ void applyOuterLayer(const QString& Key, char* Data, qsizetype Len) {
     rc4.Apply(Data, Len);
 }
 
-QByteArray digestOf(const QByteArray& Bytes) {
-    QByteArray d(crypto_generichash_BYTES, Qt::Uninitialized);
-    crypto_generichash(reinterpret_cast<unsigned char*>(d.data()), crypto_generichash_BYTES,
-                       reinterpret_cast<const unsigned char*>(Bytes.constData()),
-                       static_cast<unsigned long long>(Bytes.size()), nullptr, 0);
-    return d;
-}
+// Takes the outer layer off a large file in a thread of its own, block by block, while the
+// reader opens the seal behind it (OpenInPlace's Ready): the two passes over the bytes then
+// take the time of one. A small file, or a machine of one core, does it at once.
+class OuterLayerBehind {
+public:
+    OuterLayerBehind(const QString& Key, char* Data, qsizetype Len) {
+        QByteArray key = Key.toUtf8();
+        auto rc4 = std::make_shared<Rc4>(key);
+        sodium_memzero(key.data(), static_cast<std::size_t>(key.size()));
+        constexpr qsizetype kBehindFrom = 1 << 20;
+        if (Len < kBehindFrom || std::thread::hardware_concurrency() < 2) {
+            rc4->Apply(Data, Len);
+            m_done.store(Len);
+            return;
+        }
+        m_thread = std::thread([this, rc4, Data, Len] {
+            constexpr qsizetype kStep = 256 * 1024;
+            for (qsizetype at = 0; at < Len; at += kStep) {
+                rc4->Apply(Data + at, std::min(kStep, Len - at));
+                m_done.store(std::min(at + kStep, Len), std::memory_order_release);
+                m_done.notify_all();
+            }
+        });
+    }
+    ~OuterLayerBehind() {
+        if (m_thread.joinable())
+            m_thread.join();
+    }
+    OuterLayerBehind(const OuterLayerBehind&) = delete;
+    OuterLayerBehind& operator=(const OuterLayerBehind&) = delete;
+    void WaitFor(qsizetype N) {
+        for (qsizetype done = m_done.load(std::memory_order_acquire); done < N;
+             done = m_done.load(std::memory_order_acquire))
+            m_done.wait(done, std::memory_order_acquire);
+    }
+
+private:
+    std::atomic<qsizetype> m_done{0};
+    std::thread m_thread;
+};
 
 // Holds a lock for one operation of the object that owns it.
 class HeldLock {
@@ -95,21 +131,27 @@ int clsUserFile::Read(const QString& Path, const QString& Key, DatabaseRecord& O
     TRACE_PROC("modMain.ReadUserFile", Path, HIDDEN(Key));
     QByteArray bytes;
     Out = DatabaseRecord();
-    if (!ReadFileWithIdentity(Path, bytes, Id))
+    // Only a sealed file is read as a user file: its identity is its size and ends.
+    if (!ReadFileWithIdentity(Path, bytes, Id, true))
         return Id.Exists ? tbeIoError : tbeNoFile;
-    applyOuterLayer(Key, bytes.data(), bytes.size());
+    // Detached before the outer layer's thread gets its pointer: nothing reallocates it.
+    bytes.detach();
+    OuterLayerBehind outer(Key, bytes.data(), bytes.size());
     // The first line deciphers only with the right key. A user file is sealed: a plain
     // one is forged (the outer layer alone proves nothing), and a sealed one that fails
     // its check after a first line that opened is damaged, not a wrong password.
+    outer.WaitFor(std::min<qsizetype>(bytes.size(), sizeof(kSignatureEnc) + 1));
     const int kind = ImageKind(bytes);
     if (kind != kImageSealed) {
+        outer.WaitFor(bytes.size());
         WipeBytes(bytes);
         return kind == kImagePlain ? tbeBadFormat : tbeBadKey;
     }
     DatabaseRecord db;
     db.Key = Cache ? std::move(Cache) : std::make_shared<KeyCache>();
-    // ParseFileImage consumes the bytes and wipes them when nothing could be read.
-    const int r = ParseFileImage(bytes, Key, db, nullptr);
+    // ParseFileImage consumes the bytes and wipes them when nothing could be read; it waits
+    // for the outer layer before anything but the seal's opening touches them.
+    const int r = ParseFileImage(bytes, Key, db, nullptr, [&outer](qsizetype N) { outer.WaitFor(N); });
     if (r < 0 || !UserTablesCheckOut(db))
         return tbeBadFormat;
     db.Path = Path;
@@ -150,7 +192,8 @@ bool clsUserFile::Write(const QString& Path, const DatabaseRecord& Db, const QSt
         // The change time is left unknown: the rename moves it on, so the first check after
         // the save reads the file once more, and takes it from there.
         Written.Exists = true;
-        Written.Digest = digestOf(image);
+        Written.Sealed = true;
+        Written.Digest = FileDigest(image.constData(), image.size(), true);
         Written.TakenNs = QDateTime::currentMSecsSinceEpoch() * 1000000LL;
     }
     if (!ok)
@@ -280,7 +323,7 @@ int clsUserFile::writeLocked(clsDatabase& DB, const QString& WriteKey) {
     NoteSaveNum(m_path, num);
     // The identity of the bytes just written, without reading them back; should it be
     // missing, the file is read as any other.
-    SetState(DB.DBView(), written.Exists ? written : ReadFileIdentity(m_path));
+    SetState(DB.DBView(), written.Exists ? written : ReadFileIdentity(m_path, true));
     return usSaved;
 }
 

@@ -1,4 +1,5 @@
 #include "diagnostics/ErrorTrap.h"
+#include "storage/FileSeal.h"
 #include "storage/Md5.h"
 #include "storage/Rc4.h"
 #include "tests/common/TestEnv.h"
@@ -103,6 +104,57 @@ private slots:
         QVERIFY_THROWS_EXCEPTION(VbError, EncryptFile(in, out, false, "k"));
         QVERIFY(!EncryptFile(in, out + "/x", true, "k"));
         QCOMPARE(readAllOf(out), QByteArray("keep"));
+    }
+
+    // A sealed body opened block by block behind a layer still coming off (as a reading
+    // does while the outer layer's thread runs) gives what the one-shot opening gives, and
+    // reads no byte before it is final: bytes past the point made ready are still masked,
+    // and reading one would fail the tag.
+    void sealOpensBehindALayer_data() {
+        QTest::addColumn<int>("bodyLen");
+        QTest::addColumn<int>("flipAt"); // a byte of the sealed file changed; -1 none
+        for (int n : {0, 1, 63, 64, 65, 256 * 1024 - 1, 256 * 1024, 256 * 1024 + 1, 1024 * 1024 + 17})
+            QTest::newRow(qPrintable(QStringLiteral("body of %1").arg(n))) << n << -1;
+        QTest::newRow("changed header") << 1000 << 20;
+        QTest::newRow("changed body, second block") << 600 * 1024 << 300 * 1024;
+        QTest::newRow("changed tag") << 1000 << 15 + kSealHeaderSize + 1000 + 3;
+    }
+    void sealOpensBehindALayer() {
+        QFETCH(int, bodyLen);
+        QFETCH(int, flipAt);
+        const QByteArray body = randomBytes(bodyLen, static_cast<quint32>(bodyLen) + 7);
+        QByteArray sealed = QByteArray("wqpdhxMeM.ENC\r\n") + QByteArray(kSealHeaderSize, '\0') + body;
+        KeyCache cache;
+        QVERIFY(SealInPlace(sealed, 15, "engine key", false, &cache));
+        if (flipAt >= 0)
+            sealed[flipAt] = static_cast<char>(sealed[flipAt] ^ 0x40);
+
+        QByteArray oneShot = sealed;
+        const int r1 = OpenInPlace(oneShot, 15, "engine key", &cache);
+
+        const QByteArray mask = randomBytes(sealed.size(), 99);
+        QByteArray behind = sealed;
+        for (qsizetype i = 0; i < behind.size(); ++i)
+            behind[i] = static_cast<char>(behind[i] ^ mask[i]);
+        qsizetype ready = 0;
+        bool backwards = false;
+        const BytesReady unmask = [&](qsizetype n) {
+            backwards = backwards || n < ready;
+            for (; ready < n; ++ready)
+                behind[ready] = static_cast<char>(behind[ready] ^ mask[ready]);
+        };
+        const int r2 = OpenInPlace(behind, 15, "engine key", &cache, unmask);
+
+        QCOMPARE(r2, r1);
+        QVERIFY(!backwards);
+        QCOMPARE(ready, sealed.size());
+        if (flipAt < 0) {
+            QCOMPARE(r2, 1);
+            QCOMPARE(behind, body);
+        } else {
+            QCOMPARE(r2, -4);
+            QVERIFY(behind.isEmpty());
+        }
     }
 };
 

@@ -129,7 +129,7 @@ private slots:
         QCOMPARE(TestUsPasw(path, dan), 1);
         QCOMPARE(load(dan), 2);
         QCOMPARE(CurUsDB->Name(), QString("Dan"));
-        QVERIFY(CurUsDB->FileId() == ReadFileIdentity(path));
+        QVERIFY(CurUsDB->FileId() == ReadFileIdentity(path, true));
         // Another key than the check's.
         QCOMPARE(TestUsPasw(path, dan), 1);
         QCOMPARE(load(eve), -4);
@@ -140,7 +140,7 @@ private slots:
         QCOMPARE(TestUsPasw(path, eve), 1);
         QCOMPARE(load(eve), 2);
         QCOMPARE(CurUsDB->Name(), QString("Eve"));
-        QVERIFY(CurUsDB->FileId() == ReadFileIdentity(path));
+        QVERIFY(CurUsDB->FileId() == ReadFileIdentity(path, true));
         QCOMPARE(MDFM->GetLoadedDBNum(), 0);
         QCOMPARE(leftoverTempFiles(), QStringList());
     }
