@@ -7,6 +7,7 @@
 // clears it after the delay of settings entry 23 if it is still there, and ends; it
 // also ends when something else is copied. argentpm itself holds no GUI code.
 
+#include "cli/CliFields.h"
 #include "cli/CliScript.h"
 #include "cli/CliShared.h"
 
@@ -123,8 +124,8 @@ int CmdClip(const CliOptions& Opt, const QStringList& Args) {
     Args[1].toInt(&isNum);
     if (!isNum)
         return badArguments(Opt);
-    if (int rc = checkFieldOption(Opt))
-        return rc;
+    if (Opt.has("field") && Opt.value("field").isEmpty())
+        return usage(Opt, QStringLiteral("--field takes the name of a field"));
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
         say(QStringLiteral(
             "there is no desktop clipboard here (neither DISPLAY nor WAYLAND_DISPLAY is set)"));
@@ -145,7 +146,10 @@ int CmdClip(const CliOptions& Opt, const QStringList& Args) {
     if (int rc = findRow(id, rec))
         return rc;
     const QString field = Opt.value("field", QStringLiteral("password"));
-    QString value = CurUsDB->GetTblFldValNm(tbl, rec, fieldColumn(field));
+    QString value;
+    int rc;
+    if (!recordFieldValue(id, rec, field, true, value, rc))
+        return rc;
     QByteArray secret = value.toUtf8();
     WipeString(value);
     const int seconds = ClipClearDelay();
@@ -157,9 +161,9 @@ int CmdClip(const CliOptions& Opt, const QStringList& Args) {
     }
     if (seconds > 0)
         std::fprintf(stderr, "Copied the %s of %s to the clipboard; it is cleared in %d s.\n",
-                     field.toLower().toUtf8().constData(), id.toUtf8().constData(), seconds);
+                     field.toUtf8().constData(), id.toUtf8().constData(), seconds);
     else
-        std::fprintf(stderr, "Copied the %s of %s to the clipboard.\n", field.toLower().toUtf8().constData(),
+        std::fprintf(stderr, "Copied the %s of %s to the clipboard.\n", field.toUtf8().constData(),
                      id.toUtf8().constData());
     return cliOk;
 }

@@ -1,6 +1,7 @@
 // The table of argentpm's commands: each one's arguments, summary, help and own options.
 
 #include "cli/CliCommands.h"
+#include "cli/CliFields.h"
 
 namespace {
 
@@ -79,11 +80,14 @@ const char kMkdirHelp[] = "Usage: argentpm [--databases DIR] mkdir NAME PARENT_I
 const char kAddHelp[] =
     "Usage: argentpm [--databases DIR] add NAME PARENT_ID --title TITLE [--login LOGIN]\n"
     "                [--desc TEXT] [--generate LENGTH | --ask-password] [--password-stdin]\n"
+    "                [--url URL] [--totp SEED] [--field NAME=VALUE]... [--hidden-field NAME]...\n"
     "\n"
     "Adds a record to user NAME, in the folder PARENT_ID (0 for the top), and prints its\n"
     "identifier. Its password is made by the password generator (--generate), asked\n"
     "for (--ask-password: twice on the terminal, or with --password-stdin the second\n"
-    "line of standard input, after the user's password), or left empty.\n";
+    "line of standard input, after the user's password), or left empty. --url, --totp,\n"
+    "--field and --hidden-field set its web address, TOTP seed and custom fields, as\n"
+    "with 'argentpm edit'.\n";
 
 const char kRenameHelp[] = "Usage: argentpm [--databases DIR] rename NAME ID TITLE [--password-stdin]\n"
                            "\n"
@@ -156,8 +160,9 @@ const char kFindHelp[] =
 const char kClipHelp[] = "Usage: argentpm [--databases DIR] clip NAME ID [--field FIELD] [--password-stdin]\n"
                          "\n"
                          "Copies a field of record ID of user NAME to the desktop clipboard (X11, or\n"
-                         "Wayland through XWayland): the password, or the field named by --field\n"
-                         "title|login|password|description. The value is marked as secret, so clipboard\n"
+                         "Wayland through XWayland): the password, or the field named by --field:\n"
+                         "title, login, password, description, url, totp (the current one-time code)\n"
+                         "or a custom field by its name. The value is marked as secret, so clipboard\n"
                          "managers leave it out of their history, and is taken off the clipboard after the\n"
                          "delay of the settings (entry 23, 10 seconds unless changed in the options; 0\n"
                          "keeps it) unless something else was copied meanwhile. A small keeper process,\n"
@@ -277,8 +282,8 @@ const CliCommand kCommands[] = {
      kMkdirHelp,
      {},
      CmdMkdir},
-    {"add", "NAME PARENT_ID", "a user name and a parent identifier", "add a record", kAddHelp, recordFields(),
-     CmdAdd},
+    {"add", "NAME PARENT_ID", "a user name and a parent identifier", "add a record", kAddHelp,
+     recordFields() + cli::extraFieldOptions(), CmdAdd},
     {"rename",
      "NAME ID TITLE",
      "a user name, an identifier and the new title",
@@ -303,13 +308,9 @@ const CliCommand kCommands[] = {
     {"edit", "NAME ID", "a user name and an identifier", "change a folder's or record's fields or look",
      kEditHelp,
      recordFields() +
-         QList<QCommandLineOption>{
-             opt("color", "the title's colour in the tree", "COLOR"),
-             opt("bold", "whether the title is bold", "on|off"), opt("url", "the web address", "URL"),
-             opt("totp", "the TOTP seed (otpauth:// URI or base32)", "SEED"),
-             opt("field", "a custom field", "NAME=VALUE"), opt("hidden-field", "hide a custom field", "NAME"),
-             opt("visible-field", "show a custom field again", "NAME"),
-             opt("remove-field", "remove a custom field", "NAME")},
+         QList<QCommandLineOption>{opt("color", "the title's colour in the tree", "COLOR"),
+                                   opt("bold", "whether the title is bold", "on|off")} +
+         cli::extraFieldOptions(),
      CmdEdit},
     {"field",
      "NAME ID FIELD",

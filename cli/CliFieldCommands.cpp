@@ -173,6 +173,59 @@ void addExtrasJson(QJsonObject& Obj, const QString& Id, bool ShowProtected) {
     Obj.insert(QStringLiteral("history"), history);
 }
 
+bool recordFieldValue(const QString& Id, int Rec, const QString& Name, bool AsCode, QString& Value, int& Rc) {
+    TRACE_PROC("modCli.RecordFieldValue", Id, Name, AsCode);
+    Rc = cliOk;
+    const QString column = fieldColumn(Name);
+    if (!column.isEmpty()) {
+        Value = CurUsDB->GetTblFldValNm(CurUsDB->FindTable(QStringLiteral("DataTable")), Rec, column);
+        return true;
+    }
+    const RecExtras ex = extrasOf(Id);
+    const QString lower = Name.toLower();
+    const bool otp = lower == QLatin1String("totp") || lower == QLatin1String("otp");
+    if (const RecCustomField* f = ex.Field(Name)) {
+        Value = f->Value;
+    } else if (lower == QLatin1String("url")) {
+        Value = ex.Url;
+    } else if (otp && !AsCode) {
+        Value = ex.Otp;
+    } else if (otp) {
+        TotpParams p;
+        QString why;
+        if (ex.Otp.isEmpty()) {
+            say(QStringLiteral("%1 has no TOTP seed (set one with 'argentpm edit NAME ID --totp SEED')")
+                    .arg(Id));
+            Rc = cliNoRecord;
+            return false;
+        }
+        if (!ParseTotp(ex.Otp, p, &why)) {
+            say(QStringLiteral("the TOTP seed of %1 gives no codes: %2").arg(Id, why));
+            Rc = cliDamaged;
+            return false;
+        }
+        Value = TotpCode(p, QDateTime::currentSecsSinceEpoch());
+    } else {
+        say(QStringLiteral("%1 has no field %2").arg(Id, quoted(Name)));
+        Rc = cliNoRecord;
+        return false;
+    }
+    return true;
+}
+
+QList<QCommandLineOption> extraFieldOptions() {
+    auto opt = [](const char* Name, const char* Help, const char* Value) {
+        return QCommandLineOption(QString::fromLatin1(Name), QString::fromLatin1(Help),
+                                  QString::fromLatin1(Value));
+    };
+    return {opt("url", "the web address", "URL"),
+            opt("totp", "the TOTP seed (otpauth:// URI or base32)", "SEED"),
+            opt("field", "a custom field", "NAME=VALUE"),
+            opt("hidden-field", "hide a custom field", "NAME"),
+            opt("visible-field", "show a custom field again", "NAME"),
+            opt("remove-field", "remove a custom field", "NAME")};
+}
+
 } // namespace cli
 
 using namespace cli;
@@ -183,21 +236,11 @@ int CmdField(const CliOptions& Opt, const QStringList& Args) {
     int rec;
     if (int rc = openRecord(Opt, Args, id, rec))
         return rc;
-    const QString name = Args[2];
-    const QString column = fieldColumn(name);
-    if (!column.isEmpty())
-        return printValue(
-            CurUsDB->GetTblFldValNm(CurUsDB->FindTable(QStringLiteral("DataTable")), rec, column));
-    const RecExtras ex = extrasOf(id);
-    if (const RecCustomField* f = ex.Field(name))
-        return printValue(f->Value);
-    const QString lower = name.toLower();
-    if (lower == QLatin1String("url"))
-        return printValue(ex.Url);
-    if (lower == QLatin1String("totp") || lower == QLatin1String("otp"))
-        return printValue(ex.Otp);
-    say(QStringLiteral("%1 has no field %2").arg(id, quoted(name)));
-    return cliNoRecord;
+    QString value;
+    int rc;
+    if (!recordFieldValue(id, rec, Args[2], false, value, rc))
+        return rc;
+    return printValue(value);
 }
 
 int CmdTotp(const CliOptions& Opt, const QStringList& Args) {

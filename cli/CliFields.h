@@ -19,7 +19,9 @@
 #include "cli/CliShared.h"
 
 #include <QByteArray>
+#include <QCommandLineOption>
 #include <QJsonObject>
+#include <QList>
 
 namespace cli {
 
@@ -30,5 +32,12 @@ int applyExtraEdits(const CliOptions& Opt, const QString& Id);
 // The lines 'show' prints after the four fields.
 void appendExtrasText(QByteArray& Out, const QString& Id, bool ShowProtected);
 void addExtrasJson(QJsonObject& Obj, const QString& Id, bool ShowProtected);
+// The value of field Name of record Id (row Rec of DataTable): one of the four, "url",
+// "totp" (the seed; AsCode: the current one-time code) or a custom field by its
+// name. False, with the reason on standard error and the exit status in Rc, when there
+// is none.
+bool recordFieldValue(const QString& Id, int Rec, const QString& Name, bool AsCode, QString& Value, int& Rc);
+// The options that set them, for 'add' and 'edit'.
+QList<QCommandLineOption> extraFieldOptions();
 
 } // namespace cli

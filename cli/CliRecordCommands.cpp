@@ -91,6 +91,8 @@ int CmdAdd(const CliOptions& Opt, const QStringList& Args) {
         return usage(Opt, QStringLiteral("a record needs a title: --title TEXT"));
     if (int rc = checkFieldEdits(Opt))
         return rc;
+    if (int rc = checkExtraEdits(Opt))
+        return rc;
     if (int rc = openUserForChange(Opt, Args[0]))
         return rc;
     if (int rc = existingFolder(parent))
@@ -105,6 +107,9 @@ int CmdAdd(const CliOptions& Opt, const QStringList& Args) {
     const QString id =
         AddRecordToDB(*CurUsDB, parent, Opt.value("title"), Opt.value("login"), pasw, Opt.value("desc"));
     WipeString(pasw);
+    if (editsExtras(Opt))
+        if (int rc = applyExtraEdits(Opt, id))
+            return rc;
     if (int rc = saveUserChange())
         return rc;
     printLine(id);

@@ -63,7 +63,8 @@ _argentpm() {
             users | ls | backups) own="--json" ;;
             show) own="--field --json --show-protected" ;;
             clip) own="--field" ;;
-            add) own="--title --login --desc --generate --ask-password" ;;
+            add) own="--title --login --desc --generate --ask-password --url --totp --field --hidden-field
+                --visible-field --remove-field" ;;
             edit) own="--title --login --desc --generate --ask-password --color --bold --url --totp
                 --field --hidden-field --visible-field --remove-field" ;;
             find) own="--titles-only --case-sensitive --json" ;;

@@ -197,6 +197,16 @@ private slots:
         QCOMPARE(cli.as(kPw, {"field", "anna", "1", "PIN"}).code, 6);
         QCOMPARE(cli({"restore", "anna_1.bdb.BACKUP", "--yes"}).code, 0);
         QCOMPARE(cli.as(kPw, {"field", "anna", "1", "PIN"}).out, QString("9876"));
+
+        // A record gets its fields as it is added; a bad one adds no record.
+        QCOMPARE(cli.as(kPw, {"add", "anna", "0", "--title", "Shop", "--field", "broken"}).code, 2);
+        QCOMPARE(cli.as(kPw, {"add", "anna", "0", "--title", "Shop", "--url", "https://shop.example",
+                              "--field", "Card=4111", "--hidden-field", "Card"})
+                     .out,
+                 QString("2\n"));
+        QCOMPARE(cli.as(kPw, {"field", "anna", "2", "url"}).out, QString("https://shop.example"));
+        show = cli.as(kPw, {"show", "anna", "2"});
+        QVERIFY2(show.out.contains("Card: [hidden]\n"), qPrintable(show.out));
         // The portable copy copies user files byte for byte (maintenance/PortableTest).
     }
 };

@@ -4,6 +4,7 @@
 #include "tests/records/CliRunner.h"
 
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTest>
 
 namespace {
@@ -78,6 +79,16 @@ private slots:
         QCOMPARE(cli.as(pw, {"clip", "anna", "1", "--field", "login"}).code, 0);
         QCOMPARE(xclipRead(), QStringLiteral("ann"));
         QCOMPARE(cli.as(pw, {"clip", "anna", "7"}).code, 6);
+        // Fields beyond the four: a custom one by its name, and the one-time code (not its seed).
+        QCOMPARE(cli.as(pw, {"edit", "anna", "1", "--field", "PIN=2468", "--hidden-field", "PIN", "--totp",
+                             "JBSWY3DPEHPK3PXP"})
+                     .code,
+                 0);
+        QCOMPARE(cli.as(pw, {"clip", "anna", "1", "--field", "PIN"}).code, 0);
+        QCOMPARE(xclipRead(), QStringLiteral("2468"));
+        QCOMPARE(cli.as(pw, {"clip", "anna", "1", "--field", "totp"}).code, 0);
+        QVERIFY2(QRegularExpression("^[0-9]{6}$").match(xclipRead()).hasMatch(), qPrintable(xclipRead()));
+        QCOMPARE(cli.as(pw, {"clip", "anna", "1", "--field", "Nope"}).code, 6);
         // Without a display there is no clipboard to copy to.
         const QByteArray display = qgetenv("DISPLAY");
         qunsetenv("DISPLAY");
