@@ -98,3 +98,9 @@ std::size_t LockedSecretBytes() {
     std::lock_guard<std::mutex> guard(r.Lock);
     return r.Pages.size() * pageSize();
 }
+
+bool SecretIsLocked(const void* Data) {
+    Registry& r = registry();
+    std::lock_guard<std::mutex> guard(r.Lock);
+    return r.Ranges.count(reinterpret_cast<std::uintptr_t>(Data)) > 0;
+}

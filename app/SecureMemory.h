@@ -18,3 +18,5 @@ void UnlockSecret(const void* Data);
 bool LockSecretText(QString& Text);
 // Bytes of this process locked by these functions (pages), for the tests.
 std::size_t LockedSecretBytes();
+// Whether a range starting at Data is locked now, for the tests.
+bool SecretIsLocked(const void* Data);

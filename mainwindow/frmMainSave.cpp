@@ -103,6 +103,8 @@ int frmMain::SaveWithFileKey() {
 
 void frmMain::ShowFileTakenIn(const QString& Message) {
     RebuildTreeKeepingState();
+    if (CurUsDB)
+        SplitTablesBehind(CurUsDB->DBView());
     sbStatusBar->showMessage(Message, 10000);
 }
 

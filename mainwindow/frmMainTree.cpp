@@ -158,6 +158,7 @@ void frmMain::ShowUsDB(clsDatabase& UsDB) {
     UpdateTitle();
     m_toldFileState = 0;
     SyncWatch();
+    SplitTablesBehind(UsDB.DBView());
 }
 
 void frmMain::ShowUsDBInTreeView(clsDatabase& UsDB) {

@@ -100,6 +100,8 @@ public:
     QByteArrayView unreadLines(int N) const;
     // True while the rows are still unsplit lines.
     bool isUnread() const;
+    // Splits them now (once; any thread may, the store and its copies wait for it).
+    void splitLines() const { readLines(); }
     // Appends row Row in its file form: escaped values separated by the byte 0x87.
     void writeRow(QByteArray& Out, int Row) const;
     // The bytes a save writes for all rows, without line ends: a size estimate.

@@ -10,6 +10,7 @@
 
 #include <QFileInfo>
 #include <QSet>
+#include <QThreadPool>
 
 #include <algorithm>
 #include <array>
@@ -137,6 +138,13 @@ TableEngine& TableEngine::operator=(const TableEngine& Other) {
     if (this != &Other)
         m_folded.reset();
     return *this;
+}
+
+void SplitTablesBehind(const DatabaseRecord& Db) {
+    TRACE_PROC("TableEngine.SplitTablesBehind");
+    for (const TableEntry& t : Db.Tables)
+        if (t.Records.isUnread())
+            QThreadPool::globalInstance()->start([rows = t.Records] { rows.splitLines(); });
 }
 
 void TableEngine::TableChanged(int TblNum, int From, int To) {

@@ -73,6 +73,11 @@ struct DatabaseRecord {
     int HTabNum() const { return static_cast<int>(HTables.size()); }
 };
 
+// Splits the tables of Db still kept as their lines in a thread of the pool, so that the
+// first look at them (the window's first record shown) does not: for a program that will
+// look, right after a reading. Each holds a copy of its table until done.
+void SplitTablesBehind(const DatabaseRecord& Db);
+
 // Selects the records that TablesToString writes: with FldNum 0 every record, else the
 // records whose field FldNum equals FldVal (exactly, or by case folding).
 struct TblsFilter {

@@ -7,6 +7,7 @@
 
 #include <QRandomGenerator>
 #include <QTest>
+#include <QThreadPool>
 
 namespace {
 
@@ -134,6 +135,41 @@ private slots:
         QCOMPARE(back.Tables[0].Records, big.Tables[0].Records);
         TableEngine e;
         QCOMPARE(e.LoadDatabase(back, env.root() + "/missing.bdb", "k"), -2);
+    }
+
+    // A program that will look at the other tables splits them in a thread of the pool
+    // right after the reading; the owner meanwhile reads, changes and copies the table, and
+    // each sees the rows the file holds with its own changes.
+    void tablesSplitBehindWhileInUse() {
+        TestEnv env;
+        QStringList values;
+        for (int i = 0; i < 20000; ++i)
+            values.append(QStringLiteral("value %1 \u0407").arg(i));
+        const DatabaseRecord db = withExtras(values);
+        const QByteArray bytes = save(env, db, QString());
+        for (int round = 0; round < 12; ++round) {
+            DatabaseRecord back;
+            QCOMPARE(loadBytes(env, bytes, QString(), back), 1);
+            QVERIFY(back.Tables[1].Records.isUnread());
+            SplitTablesBehind(back);
+            RecordStore& rows = back.Tables[1].Records;
+            const RecordStore before = rows;
+            if (round % 3 == 0)
+                rows.setValue(5, 1, "mine");
+            else if (round % 3 == 1)
+                QCOMPARE(rows.value(19999, 1), values[19999]);
+            else
+                rows.removeAt(0);
+            QThreadPool::globalInstance()->waitForDone();
+            QVERIFY(!rows.isUnread());
+            QCOMPARE(before, db.Tables[1].Records);
+            RecordStore expected = db.Tables[1].Records;
+            if (round % 3 == 0)
+                expected.setValue(5, 1, "mine");
+            else if (round % 3 == 2)
+                expected.removeAt(0);
+            QCOMPARE(rows, expected);
+        }
     }
 
     // The records are split into rows when a file is read; the rows of other tables only when
