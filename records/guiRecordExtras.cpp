@@ -110,8 +110,8 @@ int RecordExtrasPanel::AddTo(QGridLayout* Grid, int Row) {
 }
 
 void RecordExtrasPanel::ShowFormLang() {
-    lblUrlCap->setText(Texts(400) + u':');
-    lblOtpCap->setText(Texts(401) + u':');
+    lblUrlCap->setText(Texts(551));
+    lblOtpCap->setText(Texts(552));
     txtOtp->setPlaceholderText(Texts(415));
     tblFields->setHorizontalHeaderLabels({Texts(404), Texts(405), Texts(406)});
     tblHistory->setHorizontalHeaderLabels({Texts(410), QString()});
