@@ -118,6 +118,8 @@ void RecordExtrasPanel::ShowFormLang() {
     cmdAddField->setText(Texts(407));
     cmdRemoveField->setText(Texts(408));
     tabMore->setTabText(0, Texts(403));
+    tblFields->setAccessibleName(Texts(403));
+    tblHistory->setAccessibleName(Texts(409));
     if (m_withHistory)
         tabMore->setTabText(1, Texts(409));
     for (int r = 0; r < tblHistory->rowCount(); ++r)

@@ -18,11 +18,13 @@
 #include "users/frmChangeUsPasw.h"
 
 #include <QAbstractButton>
+#include <QAbstractItemView>
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
 #include <QGroupBox>
+#include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
@@ -85,11 +87,12 @@ QStringList keyFaults(QWidget* Win) {
     for (QWidget* w : Win->findChildren<QWidget*>()) {
         const bool field = qobject_cast<QLineEdit*>(w) || qobject_cast<QTextEdit*>(w) ||
                            qobject_cast<QPlainTextEdit*>(w) || qobject_cast<QComboBox*>(w) ||
-                           qobject_cast<QAbstractSpinBox*>(w);
-        if (field && w->isVisibleTo(Win) && !qobject_cast<QComboBox*>(w->parentWidget()) &&
+                           qobject_cast<QAbstractSpinBox*>(w) ||
+                           (qobject_cast<QAbstractItemView*>(w) && !qobject_cast<QHeaderView*>(w));
+        if (field && w->isVisibleTo(Win) && !qobject_cast<QComboBox*>(w->parentWidget()) && !qobject_cast<QComboBox*>(w->window()) &&
             !qobject_cast<QAbstractSpinBox*>(w->parentWidget()) && w->accessibleName().isEmpty() &&
             !labelOf.contains(w))
-            faults << QStringLiteral("unnamed field ") + w->objectName();
+            faults << QStringLiteral("unnamed field ") + w->metaObject()->className() + u' ' + w->objectName();
     }
     return faults;
 }
