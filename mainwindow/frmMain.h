@@ -40,8 +40,12 @@ public:
     bool Dragging() const { return state() == DraggingState; }
 signals:
     void nodeDropped(const QModelIndex& Node, const QModelIndex& Target);
+    // The Menu key asked for the context menu (of the selected row, not the one under
+    // the mouse).
+    void keyboardMenuRequested();
 
 protected:
+    bool event(QEvent* e) override;
     void dropEvent(QDropEvent* e) override;
     void dragMoveEvent(QDragMoveEvent* e) override;
 };

@@ -9,12 +9,23 @@
 #include "options/PanePassword.h"
 
 #include <QCheckBox>
+#include <QContextMenuEvent>
 #include <QMenu>
 #include <QMenuBar>
 #include <QSplitter>
 #include <QTextEdit>
 #include <QToolBar>
 #include <QVBoxLayout>
+
+bool UsTreeView::event(QEvent* e) {
+    if (e->type() == QEvent::ContextMenu &&
+        static_cast<QContextMenuEvent*>(e)->reason() == QContextMenuEvent::Keyboard) {
+        emit keyboardMenuRequested();
+        e->accept();
+        return true;
+    }
+    return QTreeView::event(e);
+}
 
 void frmMain::BuildKeyboard() {
     TRACE_PROC("frmMain.BuildKeyboard");
@@ -60,10 +71,17 @@ void frmMain::BuildKeyboard() {
     connect(keyNew, &QAction::triggered, mnuEditAddRec, &QAction::trigger);
     addAction(keyNew);
 
+    // F10 opens the first menu of the menu bar (the GNOME habit; Alt+letter works too).
+    auto* keyMenuBar = new QAction(this);
+    keyMenuBar->setShortcut(QKeySequence(Qt::Key_F10));
+    connect(keyMenuBar, &QAction::triggered, this, [this] { menuBar()->setActiveAction(mnufile->menuAction()); });
+    addAction(keyMenuBar);
+
     auto* keyMenu = new QAction(trvDatabase);
     keyMenu->setShortcut(QKeySequence(Qt::SHIFT | Qt::Key_F10));
     keyMenu->setShortcutContext(Qt::WidgetShortcut);
     connect(keyMenu, &QAction::triggered, this, &frmMain::ShowTreeMenuForCurrent);
+    connect(trvDatabase, &UsTreeView::keyboardMenuRequested, this, &frmMain::ShowTreeMenuForCurrent);
     trvDatabase->addAction(keyMenu);
 
     for (QAction* a : tlbToolbar->actions()) {

@@ -275,7 +275,8 @@ def drive_records(app, main):
     wait_for(lambda: "changed-login" in argentpm("show", USER, str(rec["id"])), "the new login in the file")
 
     focus(main)
-    keys("F2", "ctrl+a")
+    # Rename through the Edit menu (Alt+E, N), the others by their keys.
+    keys("alt+e", "n", "ctrl+a")
     type_text("Renamed")
     keys("Return")
     wait_for(lambda: "Renamed" in items(), "the new title in the file")
@@ -325,18 +326,20 @@ def check_tree(app, main):
         if not desc:
             fault(f"the row {name!r} has no description")
     # The menu is a pop-up, which the bus does not list: its first item (Add folder) is
-    # chosen by keys and the folder it adds is looked for in the file, then deleted.
-    focus(main)
+    # chosen by keys and the folder it adds is looked for in the file, then deleted. The
+    # Menu key must open the selected row's menu wherever the pointer is.
     count = len(items())
-    keys("Home", "Down", "shift+F10", "Down", "Return")
-    wait_for(lambda: len(items()) == count + 1, "a folder added from the context menu")
-    keys("Escape")
-    before = windows(app)
-    keys("Delete")
-    box = new_window(app, before, "the delete question")
-    focus(box)
-    keys("Return")
-    wait_for(lambda: len(items()) == count, "the added folder to leave the file")
+    for menu_key in ("shift+F10", "Menu"):
+        focus(main)
+        keys("Home", "Down", menu_key, "Down", "Return")
+        wait_for(lambda: len(items()) == count + 1, f"a folder added from the context menu ({menu_key})")
+        keys("Escape")
+        before = windows(app)
+        keys("Delete")
+        box = new_window(app, before, "the delete question")
+        focus(box)
+        keys("Return")
+        wait_for(lambda: len(items()) == count, "the added folder to leave the file")
     focus(main)
 
 

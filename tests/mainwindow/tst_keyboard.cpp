@@ -23,6 +23,7 @@
 #include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
+#include <QContextMenuEvent>
 #include <QGroupBox>
 #include <QHeaderView>
 #include <QLabel>
@@ -224,6 +225,18 @@ private slots:
         QTRY_VERIFY(w.mnuContextTrv->isVisible());
         QVERIFY(w.mnuContextTrvAddRec->isEnabled());
         w.mnuContextTrv->hide();
+        // The Menu key's request (the platform sends it with the pointer anywhere): the
+        // menu of the selected row.
+        QContextMenuEvent menuKey(QContextMenuEvent::Keyboard, QPoint(1, 1));
+        w.trvDatabase->setCurrentIndex(w.NodeByKey("4key"));
+        QApplication::sendEvent(w.trvDatabase, &menuKey);
+        QTRY_VERIFY(w.mnuContextTrv->isVisible());
+        QVERIFY(w.mnuContextTrvCopyPasw->isEnabled());
+        w.mnuContextTrv->hide();
+        w.trvDatabase->setCurrentIndex(w.NodeByKey("1key"));
+        QTest::keyClick(w.trvDatabase, Qt::Key_F10);
+        QTRY_VERIFY(w.mnufile->isVisible());
+        w.mnufile->hide();
 
         w.trvDatabase->setCurrentIndex(w.NodeByKey("4key"));
         QTest::keyClick(w.trvDatabase, Qt::Key_Delete);
