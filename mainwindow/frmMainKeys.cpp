@@ -74,7 +74,8 @@ void frmMain::BuildKeyboard() {
     // F10 opens the first menu of the menu bar (the GNOME habit; Alt+letter works too).
     auto* keyMenuBar = new QAction(this);
     keyMenuBar->setShortcut(QKeySequence(Qt::Key_F10));
-    connect(keyMenuBar, &QAction::triggered, this, [this] { menuBar()->setActiveAction(mnufile->menuAction()); });
+    connect(keyMenuBar, &QAction::triggered, this,
+            [this] { menuBar()->setActiveAction(mnufile->menuAction()); });
     addAction(keyMenuBar);
 
     auto* keyMenu = new QAction(trvDatabase);

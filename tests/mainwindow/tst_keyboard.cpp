@@ -1,7 +1,7 @@
+#include "maintenance/frmRestore.h"
 #include "mainwindow/frmAbout.h"
 #include "mainwindow/frmMain.h"
 #include "mainwindow/guiTreeModel.h"
-#include "maintenance/frmRestore.h"
 #include "options/PanePassword.h"
 #include "options/frmOptions.h"
 #include "records/frmAddRecord.h"
@@ -90,10 +90,11 @@ QStringList keyFaults(QWidget* Win) {
                            qobject_cast<QPlainTextEdit*>(w) || qobject_cast<QComboBox*>(w) ||
                            qobject_cast<QAbstractSpinBox*>(w) ||
                            (qobject_cast<QAbstractItemView*>(w) && !qobject_cast<QHeaderView*>(w));
-        if (field && w->isVisibleTo(Win) && !qobject_cast<QComboBox*>(w->parentWidget()) && !qobject_cast<QComboBox*>(w->window()) &&
-            !qobject_cast<QAbstractSpinBox*>(w->parentWidget()) && w->accessibleName().isEmpty() &&
-            !labelOf.contains(w))
-            faults << QStringLiteral("unnamed field ") + w->metaObject()->className() + u' ' + w->objectName();
+        if (field && w->isVisibleTo(Win) && !qobject_cast<QComboBox*>(w->parentWidget()) &&
+            !qobject_cast<QComboBox*>(w->window()) && !qobject_cast<QAbstractSpinBox*>(w->parentWidget()) &&
+            w->accessibleName().isEmpty() && !labelOf.contains(w))
+            faults << QStringLiteral("unnamed field ") + w->metaObject()->className() + u' ' +
+                          w->objectName();
     }
     return faults;
 }
