@@ -219,6 +219,7 @@ private:
     // Keyboard use (frmMainKeys.cpp): the Edit menu, the tree's keys and Shift+F10, tool
     // bar buttons as Tab stops; their texts, and their states after SetCommandStates.
     void BuildKeyboard();
+    void BuildShowPaswToggle();
     void ShowKeyboardLang();
     void SetEditMenuStates();
     void ShowTreeMenuForCurrent();

@@ -89,11 +89,16 @@ void frmMain::BuildKeyboard() {
         if (QWidget* w = tlbToolbar->widgetForAction(a); w && !a->isSeparator())
             w->setFocusPolicy(Qt::TabFocus);
     }
+    BuildShowPaswToggle();
+}
 
-    // The value pane with the toggle below it; the toggle is there only while the option
-    // hides a record's password.
+// The value pane with the toggle below it; the toggle is there only while the option hides
+// a record's password.
+void frmMain::BuildShowPaswToggle() {
     auto* pane = new QWidget;
     pane->setObjectName(QStringLiteral("pnlValue"));
+    // The pane takes the splitter's stretch and policy that the value pane had.
+    pane->setSizePolicy(txtValue->sizePolicy());
     splMain->replaceWidget(1, pane);
     auto* lay = new QVBoxLayout(pane);
     lay->setContentsMargins(0, 0, 0, 0);
