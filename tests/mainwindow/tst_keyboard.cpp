@@ -113,23 +113,20 @@ QStringList allPagesKeyFaults(QWidget* Win) {
     return faults;
 }
 
-QStringList menuFaults(QMenuBar* Bar) {
+// Each menu's items (submenus included) and the menu bar's titles: every one underlines a
+// letter of its own.
+QStringList itemFaults(const QList<QAction*>& Items, const QString& Where) {
     QStringList faults;
-    QHash<QChar, QString> titles;
-    for (QAction* m : Bar->actions()) {
-        const QChar t = mnemonic(m->text());
-        if (t.isNull() || titles.contains(t))
-            faults << QStringLiteral("menu title ") + m->text();
-        titles.insert(t, m->text());
-        QHash<QChar, QString> items;
-        for (QAction* a : m->menu()->actions()) {
-            if (a->isSeparator())
-                continue;
-            const QChar k = mnemonic(a->text());
-            if (k.isNull() || items.contains(k))
-                faults << m->text() + QStringLiteral(" > ") + a->text();
-            items.insert(k, a->text());
-        }
+    QHash<QChar, QString> seen;
+    for (QAction* a : Items) {
+        if (a->isSeparator() || !a->isVisible())
+            continue;
+        const QChar k = mnemonic(a->text());
+        if (k.isNull() || seen.contains(k))
+            faults << Where + QStringLiteral(" > ") + a->text();
+        seen.insert(k, a->text());
+        if (a->menu())
+            faults += itemFaults(a->menu()->actions(), Where + QStringLiteral(" > ") + a->text());
     }
     return faults;
 }
@@ -260,7 +257,12 @@ private slots:
         frmMain w;
         w.Form_Load();
         openUser();
-        QCOMPARE(menuFaults(w.menuBar()), QStringList());
+        QCOMPARE(itemFaults(w.menuBar()->actions(), "menu bar"), QStringList());
+        for (QMenu* m : {w.mnuContextTrv, w.mnuContextVal, w.mnuTray}) {
+            w.SetDropHighlight(w.NodeByKey("4key"));
+            emit m->aboutToShow();
+            QCOMPARE(itemFaults(m->actions(), m->objectName()), QStringList());
+        }
         w.trvDatabase->setCurrentIndex(w.NodeByKey("4key"));
         QCOMPARE(keyFaults(&w), QStringList());
         std::vector<std::unique_ptr<QDialog>> dialogs;
