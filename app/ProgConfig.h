@@ -38,6 +38,8 @@ inline constexpr int kCfgClipDelay = 23;    // clipboard cleared after a secret 
 inline constexpr int kCfgPortableOrigin = 24;
 inline constexpr int kCfgPaswHistory = 25; // earlier passwords kept per record (0 none; 10)
 inline constexpr int kCfgHealthAge = 26;   // password health: "old" from this many months (12)
+// The value pane shows the password as dots until asked ("1"/"0"; 0).
+inline constexpr int kCfgHidePanePasw = 32;
 
 extern StrMass ProgConfig;
 extern QString ProgCfgPath;

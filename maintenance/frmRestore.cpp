@@ -61,7 +61,7 @@ void frmRestore::ShowFormLang() {
     TRACE_PROC("frmRestore.ShowFormLang");
     setWindowTitle(Texts(218));
     lblListCap->setText(Texts(219));
-    lstRestorDBs->setAccessibleName(Texts(219));
+    lstRestorDBs->setAccessibleName(QString(Texts(219)).remove(u'&'));
     cmdRestore->setText(Texts(220));
     cmdDelete->setText(Texts(221));
     cmdRefresh->setText(Texts(144));

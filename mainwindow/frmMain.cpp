@@ -96,6 +96,7 @@ frmMain::frmMain(QWidget* parent) : QMainWindow(parent) {
 
     BuildMenus();
     BuildToolbar();
+    BuildKeyboard();
     m_valueExtras = new ValueExtras(
         this, txtValue, mnuContextVal, mnuContextTrv, [this] { return m_curRecord; },
         [this] {
@@ -296,19 +297,6 @@ void frmMain::BuildMenus() {
     on(mnuTraySelectUser, &frmMain::mnuFileSelectUser_Click);
     on(mnuTrayGenPasw, &frmMain::mnuToolsGenerator_Click);
     on(mnuTrayUnloadUser, &frmMain::mnuFileUnloadUser_Click);
-    // F2 renames and Delete deletes the selected node, from the keyboard.
-    auto* keyRename = new QAction(trvDatabase);
-    keyRename->setShortcut(QKeySequence(Qt::Key_F2));
-    keyRename->setShortcutContext(Qt::WidgetShortcut);
-    connect(keyRename, &QAction::triggered, this, &frmMain::mnuContextTrvRename_Click);
-    auto* keyDelete = new QAction(trvDatabase);
-    keyDelete->setShortcut(QKeySequence::Delete);
-    keyDelete->setShortcutContext(Qt::WidgetShortcut);
-    connect(keyDelete, &QAction::triggered, this, [this] {
-        m_dropHighlight = CurrentNode();
-        mnuContextTrvDelFolder_Click();
-    });
-    trvDatabase->addActions({keyRename, keyDelete});
     // Ctrl+C copies the selected record's password and Ctrl+B its login, in the tree.
     mnuContextTrvCopyPasw->setShortcut(QKeySequence::Copy);
     mnuContextTrvCopyLog->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_B));
@@ -416,6 +404,7 @@ void frmMain::ShowFormLang() {
     tlbToolbar->setWindowTitle(Texts(161));
     tlbToolbar->setAccessibleName(Texts(161));
     sbStatusBar->setAccessibleName(Texts(162));
+    ShowKeyboardLang();
     m_valueExtras->ShowFormLang();
 }
 

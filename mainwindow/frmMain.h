@@ -16,6 +16,7 @@
 #include <memory>
 
 class QAction;
+class QCheckBox;
 class QFileSystemWatcher;
 class QLabel;
 class QMenu;
@@ -39,8 +40,12 @@ public:
     bool Dragging() const { return state() == DraggingState; }
 signals:
     void nodeDropped(const QModelIndex& Node, const QModelIndex& Target);
+    // The Menu key asked for the context menu (of the selected row, not the one under
+    // the mouse).
+    void keyboardMenuRequested();
 
 protected:
+    bool event(QEvent* e) override;
     void dropEvent(QDropEvent* e) override;
     void dragMoveEvent(QDragMoveEvent* e) override;
 };
@@ -67,6 +72,8 @@ public:
     void ShowUsDBInTreeView(clsDatabase& UsDB);
     void ShowDataInTextBox(clsDatabase& UsDB, int TblNum, int RecNum);
     void AddColoredTxt(const QString& Text, int col, int flags);
+    // The value pane again for the selected node (after the options changed).
+    void RefreshValuePane();
     // The node of a row (or "0key" for the root), made when its folders were never
     // opened; invalid when the tree does not show the row.
     QModelIndex NodeByKey(const QString& Key) const;
@@ -144,6 +151,13 @@ public:
     QAction *mnuContextValCopyDesc, *mnuContextValCopyLog, *mnuContextValCopyPasw, *mnuContextValCopyTit;
     QAction *mnuTraySelectUser, *mnuTrayExit, *mnuTrayGenPasw, *mnuTraySaveDB, *mnuTrayShow,
         *mnuTrayUnloadUser;
+    // The Edit menu: the tree's commands on the selected node, with their keys (the two
+    // copies are the context menu's own items).
+    QMenu* mnuEdit = nullptr;
+    QAction *mnuEditAddFolder = nullptr, *mnuEditAddRec = nullptr, *mnuEditEdit = nullptr,
+            *mnuEditRename = nullptr, *mnuEditDelete = nullptr, *mnuEditFind = nullptr;
+    // Shows or hides the password in the value pane (when the option hides it).
+    QCheckBox* chkShowPasw = nullptr;
     // Tool bar keys, in the order of the bar.
     QAction *btnSelectUser, *btnAddUser, *btnDelUser, *btnAddFolder, *btnDelFolder, *btnAddRec, *btnDelRec,
         *btnRename, *btnFind;
@@ -202,6 +216,13 @@ protected:
 private:
     void BuildMenus();
     void BuildToolbar();
+    // Keyboard use (frmMainKeys.cpp): the Edit menu, the tree's keys and Shift+F10, tool
+    // bar buttons as Tab stops; their texts, and their states after SetCommandStates.
+    void BuildKeyboard();
+    void BuildShowPaswToggle();
+    void ShowKeyboardLang();
+    void SetEditMenuStates();
+    void ShowTreeMenuForCurrent();
     void ApplyOnTop(bool OnTop);
     // Saving on the way out: the database, geometry and settings. False when the
     // database could not be written (the window then stays).

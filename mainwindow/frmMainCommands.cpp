@@ -167,6 +167,8 @@ void frmMain::mnuToolsOptions_Click() {
     TRACE_PROC("frmMain.mnuToolsOptions_Click");
     frmOptions options(this);
     ShowModal(options);
+    // The value pane may now hide the password, or show it again.
+    RefreshValuePane();
 }
 
 void frmMain::mnuToolsClearClip_Click() {

@@ -66,6 +66,7 @@ void frmMain::SetCommandStates() {
     for (QAction* a :
          {mnuContextValCopyPasw, mnuContextValCopyLog, mnuContextValCopyTit, mnuContextValCopyDesc})
         a->setEnabled(loaded && m_curRecord != 0);
+    SetEditMenuStates();
 }
 
 void frmMain::tmrTimer_Timer() {

@@ -8,11 +8,13 @@
 #include "diagnostics/Trace.h"
 #include "mainwindow/guiTreeModel.h"
 #include "mainwindow/guiValueExtras.h"
+#include "options/PanePassword.h"
 #include "records/RecordTree.h"
 #include "storage/clsDatabase.h"
 #include "users/UsDBTree.h"
 #include "users/UserAccounts.h"
 
+#include <QCheckBox>
 #include <QDragMoveEvent>
 #include <QDropEvent>
 #include <QLabel>
@@ -196,7 +198,10 @@ void frmMain::ShowDataInTextBox(clsDatabase& UsDB, int TblNum, int RecNum) {
         if (tbl.FldTypes.value(i) & 4)
             continue;
         AddColoredTxt(GetTblTrueCapText(tbl.FldNames[i]) + QStringLiteral(":\r\n"), 0xFF6400, 4);
-        AddColoredTxt(row.value(i) + QStringLiteral("\r\n\r\n"), 0, 0);
+        // The option that hides the password shows dots until the toggle shows it.
+        const bool hide = tbl.FldNames[i] == QLatin1String("Password") && !row.value(i).isEmpty() &&
+                          PaneHidesPassword() && !chkShowPasw->isChecked();
+        AddColoredTxt((hide ? QString(8, QChar(0x2022)) : row.value(i)) + QStringLiteral("\r\n\r\n"), 0, 0);
     }
     m_valueExtras->Show(UsDB, UsDB.GetTblFldValNm(TblNum, RecNum, QStringLiteral("IndNum")));
 }

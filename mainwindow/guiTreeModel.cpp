@@ -1,6 +1,7 @@
 #include "mainwindow/guiTreeModel.h"
 
 #include "app/VbConv.h"
+#include "app/modLang.h"
 #include "diagnostics/Trace.h"
 #include "records/RecordTree.h"
 #include "storage/clsDatabase.h"
@@ -491,9 +492,24 @@ QVariant UsTreeModel::data(const QModelIndex& index, int role) const {
         return root ? QStringLiteral("0key") : UsDBCell(*t, n->row0, m_index.fIndNum) + QStringLiteral("key");
     case TagRole:
         return root ? QString() : UsDBCell(*t, n->row0, m_index.fType);
+    case Qt::AccessibleDescriptionRole:
+        return describe(n, root ? QString() : UsDBCell(*t, n->row0, m_index.fType));
     default:
         return {};
     }
+}
+
+// What a screen reader says beyond the title: folder or record, the level (the root is
+// level 1) and, for a folder, how many folders and records it holds.
+QString UsTreeModel::describe(const Node* n, const QString& Tag) const {
+    int level = 1;
+    for (const Node* p = n->parent; p; p = p->parent)
+        ++level;
+    if (Tag == QStringLiteral("2"))
+        return Texts(548).arg(level);
+    int folds = 0, recs = 0;
+    m_index.ChildCounts(n->id, folds, recs);
+    return Texts(547).arg(level).arg(folds).arg(recs);
 }
 
 bool UsTreeModel::setData(const QModelIndex& index, const QVariant& value, int role) {

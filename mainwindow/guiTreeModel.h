@@ -100,6 +100,7 @@ private:
         std::vector<std::unique_ptr<Node>> kids;
     };
     Node* nodeOf(const QModelIndex& i) const;
+    QString describe(const Node* n, const QString& Tag) const;
     QModelIndex indexOf(Node* n) const;
     std::unique_ptr<Node> makeNode(Node* parent, int row0);
     void applyRow(Node* n);

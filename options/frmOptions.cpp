@@ -10,6 +10,7 @@
 #include "diagnostics/Trace.h"
 #include "options/AutorunManagement.h"
 #include "options/guiFolderChooser.h"
+#include "options/guiPanePasswordBox.h"
 #include "records/RecordExtras.h"
 #include "tray/guiModTray.h"
 
@@ -109,6 +110,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     general->setObjectName(QStringLiteral("pageGeneral"));
     auto* generalLay = new QVBoxLayout(general);
     generalLay->addLayout(grid);
+    generalLay->addWidget(NewPanePasswordBox(general));
     generalLay->addWidget(lblDBPathCap);
     generalLay->addLayout(pathRow);
     generalLay->addLayout(langRow);

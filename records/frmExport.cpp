@@ -42,6 +42,8 @@ frmExport::frmExport(QWidget* Parent, const QString& FolderID, const QString& Fo
     format->addButton(optXml);
     format->addButton(optCsv);
     optXml->setChecked(true);
+    // Its mnemonic leads to the formats (arrow keys choose among them).
+    lblFormat->setBuddy(optXml);
 
     cmdOk = new QPushButton;
     cmdOk->setObjectName(QStringLiteral("cmdOk"));

@@ -86,6 +86,7 @@ frmPasswordHealth::frmPasswordHealth(QWidget* Parent, HealthReport Report)
 void frmPasswordHealth::ShowFormLang() {
     TRACE_PROC("frmPasswordHealth.ShowFormLang");
     setWindowTitle(Texts(425));
+    trvHealth->setAccessibleName(Texts(425));
     lblAgeCap->setText(Texts(430));
     lblHint->setText(Texts(434));
     cmdClose->setText(Texts(433));

@@ -110,14 +110,16 @@ int RecordExtrasPanel::AddTo(QGridLayout* Grid, int Row) {
 }
 
 void RecordExtrasPanel::ShowFormLang() {
-    lblUrlCap->setText(Texts(400) + u':');
-    lblOtpCap->setText(Texts(401) + u':');
+    lblUrlCap->setText(Texts(551));
+    lblOtpCap->setText(Texts(552));
     txtOtp->setPlaceholderText(Texts(415));
     tblFields->setHorizontalHeaderLabels({Texts(404), Texts(405), Texts(406)});
     tblHistory->setHorizontalHeaderLabels({Texts(410), QString()});
     cmdAddField->setText(Texts(407));
     cmdRemoveField->setText(Texts(408));
     tabMore->setTabText(0, Texts(403));
+    tblFields->setAccessibleName(Texts(403));
+    tblHistory->setAccessibleName(Texts(409));
     if (m_withHistory)
         tabMore->setTabText(1, Texts(409));
     for (int r = 0; r < tblHistory->rowCount(); ++r)

@@ -4,6 +4,8 @@ ARGENT_PACKAGES="cmake ninja-build g++ pkgconf qt6-base-dev libsodium-dev libxml
 # Only the tests need these (test.sh adds them): keepassxc-cli for the import/export round trip,
 # oathtool for the one-time codes.
 ARGENT_TEST_PACKAGES="keepassxc oathtool"
+# The keyboard and screen reader test: AT-SPI from Python on a private D-Bus session.
+ARGENT_TEST_PACKAGES="$ARGENT_TEST_PACKAGES python3-pyatspi at-spi2-core dbus-daemon"
 
 argent_ensure_deps() {
     local missing=""

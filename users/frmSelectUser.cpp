@@ -67,7 +67,7 @@ void frmSelectUser::ShowFormLang() {
     TRACE_PROC("frmSelectUser.ShowFormLang");
     setWindowTitle(Texts(170));
     lblUsersCap->setText(Texts(171));
-    lstUsers->setAccessibleName(Texts(171));
+    lstUsers->setAccessibleName(QString(Texts(171)).remove(u'&'));
     cmdChooseUser->setText(Texts(172));
     cmdAddUser->setText(Texts(173));
     cmdDelUser->setText(Texts(174));
