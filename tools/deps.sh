@@ -4,6 +4,9 @@ ARGENT_PACKAGES="cmake ninja-build g++ pkgconf qt6-base-dev libsodium-dev libxml
 # Only the tests need these (test.sh adds them): keepassxc-cli for the import/export round trip,
 # oathtool for the one-time codes.
 ARGENT_TEST_PACKAGES="keepassxc oathtool"
+# The browser tests: a client of the extension's protocol in Python with libsodium's
+# bindings, and Firefox ESR with the packaged KeePassXC-Browser extension.
+ARGENT_TEST_PACKAGES="$ARGENT_TEST_PACKAGES python3 python3-nacl firefox-esr webext-keepassxc-browser"
 
 argent_ensure_deps() {
     local missing=""

@@ -201,6 +201,10 @@ def main():
                                 "url": "https://exact.example/"})
     check(s is not None and s.get("success") == "true", "set-login: update, asked first")
     check(c.logins("https://exact.example/")["entries"][0]["password"] == "p2", "the updated password is given")
+    s = c.request("set-login", {"id": c.id, "uuid": exact_uuid, "login": "refuse", "password": "p3",
+                                "url": "https://exact.example/"})
+    check(error_code(s) == "6", "set-login: an update the user refuses")
+    check(c.logins("https://exact.example/")["entries"][0]["login"] == "e1", "the refused update changed nothing")
     s = c.request("set-login", {"id": c.id, "login": "keepold", "password": "zz", "url": "https://plain.example/"})
     check(s is not None and s.get("success") == "true", "set-login: another login on a known site is a new record")
 
