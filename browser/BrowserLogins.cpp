@@ -31,20 +31,6 @@ QString cell(int Row, const char* Field) {
     return CurUsDB->GetTblFldValNm(dataTbl(), Row, QLatin1String(Field));
 }
 
-// Folder titles by identifier, "0" being the root.
-QHash<QString, QString> folderTitles() {
-    QHash<QString, QString> t;
-    const int tbl = dataTbl();
-    const TableEntry& table = CurUsDB->DBView().Tables[tbl - 1];
-    const int id = CurUsDB->FindField(tbl, QStringLiteral("IndNum")) - 1;
-    const int type = CurUsDB->FindField(tbl, QStringLiteral("Type")) - 1;
-    const int title = CurUsDB->FindField(tbl, QStringLiteral("Title")) - 1;
-    for (int r = 0; r < table.RecNum(); ++r)
-        if (!table.Records.valueIs(r, type, QStringLiteral("2")))
-            t.insert(table.Records.value(r, id), table.Records.value(r, title));
-    return t;
-}
-
 QString browserFolderName() {
     const QString t = Texts(507);
     return t.isEmpty() || t.startsWith(u'#') ? QStringLiteral("Browser") : t;
@@ -118,7 +104,6 @@ QJsonObject clsBrowserClient::getLogins(const QJsonObject& Msg, int& Error) {
                      QString::number(asked.size()) + QStringLiteral(" record(s)"));
         }
     }
-    const QHash<QString, QString> folders = folderTitles();
     QJsonArray entries;
     for (const BrMatch& m : found) {
         const QString title = cell(m.Row, "Title");
@@ -126,7 +111,7 @@ QJsonObject clsBrowserClient::getLogins(const QJsonObject& Msg, int& Error) {
                                    {QStringLiteral("name"), title},
                                    {QStringLiteral("password"), cell(m.Row, "Password")},
                                    {QStringLiteral("uuid"), m.IndNum},
-                                   {QStringLiteral("group"), folders.value(cell(m.Row, "Parent"))},
+                                   {QStringLiteral("group"), m_index.FolderTitle(cell(m.Row, "Parent"))},
                                    {QStringLiteral("expired"), QStringLiteral("false")},
                                    {QStringLiteral("skipAutoSubmit"), QStringLiteral("false")},
                                    {QStringLiteral("stringFields"), QJsonArray()}});

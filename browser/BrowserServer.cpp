@@ -7,6 +7,7 @@
 #include "browser/BrowserProtocol.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
+#include "users/UserAccounts.h"
 
 #include <QDir>
 #include <QFile>
@@ -186,6 +187,8 @@ void clsBrowserServer::tick() {
         for (const auto& c : m_conns)
             send(*c, BrNotice(!open));
     }
+    if (open && !m_busy && m_queue.isEmpty())
+        m_index.Refresh(*CurUsDB); // while nothing waits, so that a request seldom pays for it
     if (m_parked.isEmpty() || m_busy)
         return;
     const QList<Pending> parked = std::move(m_parked);

@@ -11,13 +11,7 @@
 
 namespace {
 
-struct Parsed {
-    QString Scheme, Host, Path;
-    int Port = -1;
-    bool Ok = false;
-};
-
-Parsed parse(const QString& Text, bool Stored) {
+template <class Parsed> Parsed parse(const QString& Text, bool Stored) {
     Parsed p;
     QString t = Text.trimmed();
     if (t.isEmpty())
@@ -53,6 +47,8 @@ bool schemeFits(const QString& Record, const QString& Page) {
 
 void clsSiteIndex::Clear() {
     m_byHost.clear();
+    m_folders.clear();
+    m_parsed.clear();
     m_db = nullptr;
     m_generation = 0;
 }
@@ -60,6 +56,7 @@ void clsSiteIndex::Clear() {
 void clsSiteIndex::rebuild(const clsDatabase& Db) {
     TRACE_PROC("modBrowser.SiteIndexRebuild");
     m_byHost.clear();
+    m_folders.clear();
     m_db = &Db;
     m_generation = Db.Generation();
     const DatabaseRecord& view = Db.DBView();
@@ -74,19 +71,30 @@ void clsSiteIndex::rebuild(const clsDatabase& Db) {
     if (data == 0)
         return;
     const TableEntry& table = view.Tables[data - 1];
-    int id = 0, type = 2;
+    int id = 0, type = 2, title = 3;
     for (qsizetype i = 0; i < table.FldNames.size(); ++i) {
+        if (table.FldNames[i].compare(QLatin1String("Title"), Qt::CaseInsensitive) == 0)
+            title = static_cast<int>(i);
         if (table.FldNames[i].compare(QLatin1String("IndNum"), Qt::CaseInsensitive) == 0)
             id = static_cast<int>(i);
         if (table.FldNames[i].compare(QLatin1String("Type"), Qt::CaseInsensitive) == 0)
             type = static_cast<int>(i);
     }
+    QHash<QString, Parsed> parsed;
+    parsed.reserve(urls.size());
     for (int r = 0; r < table.RecNum(); ++r) {
         const QString ind = table.Records.value(r, id);
-        const auto u = urls.constFind(ind);
-        if (u == urls.cend() || u->isEmpty() || !table.Records.valueIs(r, type, QStringLiteral("2")))
+        if (!table.Records.valueIs(r, type, QStringLiteral("2"))) {
+            m_folders.insert(ind, table.Records.value(r, title));
             continue;
-        const Parsed p = parse(u->last().Value, true);
+        }
+        const auto u = urls.constFind(ind);
+        if (u == urls.cend() || u->isEmpty())
+            continue;
+        const QString& text = u->last().Value;
+        const auto known = m_parsed.constFind(text);
+        const Parsed p = known != m_parsed.cend() ? *known : parse<Parsed>(text, true);
+        parsed.insert(text, p);
         if (!p.Ok)
             continue;
         Entry e{ind, r + 1, p.Scheme, p.Port, p.Path, {}};
@@ -94,11 +102,17 @@ void clsSiteIndex::rebuild(const clsDatabase& Db) {
             e.Allowed.append(a.Name);
         m_byHost[p.Host].append(std::move(e));
     }
+    m_parsed = std::move(parsed);
+}
+
+void clsSiteIndex::Refresh(const clsDatabase& Db) {
+    if (m_db != &Db || m_generation != Db.Generation())
+        rebuild(Db);
 }
 
 void clsSiteIndex::findFor(const QString& Url, QList<QPair<int, const Entry*>>& Out,
                            QSet<const Entry*>& Seen) const {
-    const Parsed page = parse(Url, false);
+    const Parsed page = parse<Parsed>(Url, false);
     if (!page.Ok)
         return;
     QString host = page.Host;
@@ -126,8 +140,7 @@ void clsSiteIndex::findFor(const QString& Url, QList<QPair<int, const Entry*>>& 
 }
 
 QList<BrMatch> clsSiteIndex::Find(const clsDatabase& Db, const QString& Url, const QString& SubmitUrl) {
-    if (m_db != &Db || m_generation != Db.Generation())
-        rebuild(Db);
+    Refresh(Db);
     QList<QPair<int, const Entry*>> found;
     QSet<const Entry*> seen;
     findFor(Url, found, seen);

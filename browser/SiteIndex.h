@@ -36,6 +36,11 @@ public:
     // Forgets everything (a user closed).
     void Clear();
     int Hosts() const { return static_cast<int>(m_byHost.size()); }
+    // The title of folder IndNum ("" for the root or none), as of the last Find.
+    QString FolderTitle(const QString& IndNum) const { return m_folders.value(IndNum); }
+    // Makes the index current now (the server does so while it waits, so that a request
+    // seldom pays for it).
+    void Refresh(const clsDatabase& Db);
 
 private:
     struct Entry {
@@ -49,7 +54,14 @@ private:
     void rebuild(const clsDatabase& Db);
     void findFor(const QString& Url, QList<QPair<int, const Entry*>>& Out, QSet<const Entry*>& Seen) const;
 
+    struct Parsed {
+        QString Scheme, Host, Path;
+        int Port = -1;
+        bool Ok = false;
+    };
     QHash<QString, QList<Entry>> m_byHost;
+    QHash<QString, QString> m_folders;
+    QHash<QString, Parsed> m_parsed; // stored addresses already read, kept across rebuilds
     const clsDatabase* m_db = nullptr;
     quint64 m_generation = 0;
 };
