@@ -187,8 +187,14 @@ void clsBrowserServer::tick() {
         for (const auto& c : m_conns)
             send(*c, BrNotice(!open));
     }
-    if (open && !m_busy && m_queue.isEmpty())
-        m_index.Refresh(*CurUsDB); // while nothing waits, so that a request seldom pays for it
+    // The index is made current once the database has been left alone for a moment, and
+    // nothing waits, so that a request seldom pays for it.
+    if (open && CurUsDB->Generation() != m_seenGeneration) {
+        m_seenGeneration = CurUsDB->Generation();
+        m_seenSince = m_clock.elapsed();
+    } else if (open && !m_busy && m_queue.isEmpty() && m_clock.elapsed() - m_seenSince >= 2000) {
+        m_index.Refresh(*CurUsDB);
+    }
     if (m_parked.isEmpty() || m_busy)
         return;
     const QList<Pending> parked = std::move(m_parked);

@@ -66,6 +66,8 @@ private:
     QList<Pending> m_queue, m_parked;
     bool m_busy = false;
     bool m_wasOpen = false;
+    quint64 m_seenGeneration = 0; // of the open database, at the last tick
+    qint64 m_seenSince = 0;
     QTimer m_timer;
     QElapsedTimer m_clock;
     clsSiteIndex m_index;
