@@ -5,6 +5,7 @@
 #include "cli/CliCommands.h"
 
 #include "app/ProgConfig.h"
+#include "app/modMain.h"
 #include "browser/BrowserChannel.h"
 #include "browser/BrowserManifests.h"
 #include "browser/BrowserServer.h"
@@ -26,10 +27,14 @@ QString stateName(const BrManifestStatus& S) {
     }
 }
 
+// Into the settings the next start reads: on a first run the program keeps writing to
+// DataBases/config.dat, which nothing reads afterwards.
 bool saveSettings() {
-    if (TrySaveConfig(ProgCfgPath))
+    const QString portable = Pt(AppPath()) + QStringLiteral("config.dat");
+    const QString path = ProgCfgPath == portable ? portable : Pt(UserFolderPath()) + QStringLiteral("config.dat");
+    if (TrySaveConfig(path))
         return true;
-    say(QStringLiteral("the settings could not be written to %1").arg(ProgCfgPath));
+    say(QStringLiteral("the settings could not be written to %1").arg(path));
     return false;
 }
 
