@@ -45,12 +45,14 @@ struct Extension {
 
     QByteArray request(const QString& Url) const {
         const QByteArray nonce = BrRandomNonce();
-        const QJsonObject msg{{QStringLiteral("action"), QStringLiteral("get-logins")},
-                              {QStringLiteral("id"), QStringLiteral("bench")},
-                              {QStringLiteral("url"), Url},
-                              {QStringLiteral("keys"), QJsonArray{QJsonObject{{QStringLiteral("id"), QStringLiteral("bench")},
-                                                                              {QStringLiteral("key"), IdKey}}}}};
-        const QByteArray box = BrSeal(QJsonDocument(msg).toJson(QJsonDocument::Compact), nonce, Server, Keys.Secret);
+        const QJsonObject msg{
+            {QStringLiteral("action"), QStringLiteral("get-logins")},
+            {QStringLiteral("id"), QStringLiteral("bench")},
+            {QStringLiteral("url"), Url},
+            {QStringLiteral("keys"), QJsonArray{QJsonObject{{QStringLiteral("id"), QStringLiteral("bench")},
+                                                            {QStringLiteral("key"), IdKey}}}}};
+        const QByteArray box =
+            BrSeal(QJsonDocument(msg).toJson(QJsonDocument::Compact), nonce, Server, Keys.Secret);
         return QJsonDocument(QJsonObject{{QStringLiteral("action"), QStringLiteral("get-logins")},
                                          {QStringLiteral("message"), QString::fromLatin1(box.toBase64())},
                                          {QStringLiteral("nonce"), QString::fromLatin1(nonce.toBase64())}})
@@ -88,8 +90,9 @@ int main(int argc, char** argv) {
             if (db.GetTblFldValNm(tbl, r, QStringLiteral("Type")) != QLatin1String("2") || r % 2)
                 continue;
             RecExtras ex;
-            ex.Url = QStringLiteral("https://") + (r % 3 ? QStringLiteral("login.") : QString()) + QStringLiteral("host") +
-                     QString::number(r % 20000) + QStringLiteral(".example/path") + QString::number(r % 7);
+            ex.Url = QStringLiteral("https://") + (r % 3 ? QStringLiteral("login.") : QString()) +
+                     QStringLiteral("host") + QString::number(r % 20000) + QStringLiteral(".example/path") +
+                     QString::number(r % 7);
             AppendNewRecExtras(db, db.GetTblFldValNm(tbl, r, QStringLiteral("IndNum")), ex);
             ++withUrl;
         }
@@ -100,29 +103,35 @@ int main(int argc, char** argv) {
         clsBrowserClient client(host, index);
         QByteArray reply;
         const QByteArray nonce = BrRandomNonce();
-        client.Handle(QJsonDocument(QJsonObject{{QStringLiteral("action"), QStringLiteral("change-public-keys")},
-                                                {QStringLiteral("publicKey"), QString::fromLatin1(ext.Keys.Public.toBase64())},
-                                                {QStringLiteral("nonce"), QString::fromLatin1(nonce.toBase64())}})
-                          .toJson(QJsonDocument::Compact),
-                      reply);
-        ext.Server = QByteArray::fromBase64(QJsonDocument::fromJson(reply).object().value("publicKey").toString().toLatin1());
+        client.Handle(
+            QJsonDocument(
+                QJsonObject{{QStringLiteral("action"), QStringLiteral("change-public-keys")},
+                            {QStringLiteral("publicKey"), QString::fromLatin1(ext.Keys.Public.toBase64())},
+                            {QStringLiteral("nonce"), QString::fromLatin1(nonce.toBase64())}})
+                .toJson(QJsonDocument::Compact),
+            reply);
+        ext.Server = QByteArray::fromBase64(
+            QJsonDocument::fromJson(reply).object().value("publicKey").toString().toLatin1());
         std::printf("rows: %d (2,110 of them folders), records with a web address: %d\n", rows, withUrl);
 
         QElapsedTimer t;
         t.start();
         client.Handle(ext.request(QStringLiteral("https://login.host42.example/path1/x")), reply);
-        std::printf("get-logins, first (builds the host index of %d hosts): %.1f ms\n", index.Hosts(), BenchMs(t));
+        std::printf("get-logins, first (builds the host index of %d hosts): %.1f ms\n", index.Hosts(),
+                    BenchMs(t));
         std::vector<double> times;
         int entries = 0;
         for (int i = 0; i < 200; ++i) {
-            const QByteArray req = ext.request(QStringLiteral("https://login.host") + QString::number(i * 97 % 20000) +
-                                               QStringLiteral(".example/path3/login"));
+            const QByteArray req =
+                ext.request(QStringLiteral("https://login.host") + QString::number(i * 97 % 20000) +
+                            QStringLiteral(".example/path3/login"));
             t.restart();
             client.Handle(req, reply);
             times.push_back(BenchMs(t));
             entries += reply.contains("\"message\"") ? 1 : 0;
         }
-        std::printf("get-logins with the index (median of 200, %d answered): %.2f ms\n", entries, BenchMedian(times));
+        std::printf("get-logins with the index (median of 200, %d answered): %.2f ms\n", entries,
+                    BenchMedian(times));
         db.SetTblFldValNm(tbl, 3, QStringLiteral("Title"), QStringLiteral("changed"));
         t.restart();
         client.Handle(ext.request(QStringLiteral("https://login.host43.example/")), reply);
@@ -130,7 +139,8 @@ int main(int argc, char** argv) {
         db.SetTblFldValNm(tbl, 3, QStringLiteral("Title"), QStringLiteral("changed again"));
         t.restart();
         index.Refresh(db);
-        std::printf("the index made current between requests (the server does it while idle): %.1f ms\n", BenchMs(t));
+        std::printf("the index made current between requests (the server does it while idle): %.1f ms\n",
+                    BenchMs(t));
         rc = 0;
     });
     return rc;

@@ -23,7 +23,7 @@ inline constexpr std::uint32_t kBrMaxMessage = 1024 * 1024;
 
 inline QString BrChannelFolder() {
     const QByteArray rt = qgetenv("XDG_RUNTIME_DIR");
-    struct stat st{};
+    struct stat st {};
     if (!rt.isEmpty() && ::stat(rt.constData(), &st) == 0 && S_ISDIR(st.st_mode))
         return QString::fromLocal8Bit(rt) + QStringLiteral("/argentpm-browser");
     return QStringLiteral("/tmp/argentpm-browser-") + QString::number(::getuid());
@@ -35,7 +35,7 @@ inline QString BrChannelPath() {
 
 // True when Folder is a real folder (no link) of this user that nobody else may enter.
 inline bool BrChannelFolderPrivate(const QString& Folder) {
-    struct stat st{};
+    struct stat st {};
     const QByteArray f = Folder.toLocal8Bit();
     return ::lstat(f.constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::getuid() &&
            (st.st_mode & 077) == 0;

@@ -48,8 +48,8 @@ QByteArray BrSeal(const QByteArray& Plain, const QByteArray& Nonce, const QByteA
 
 bool BrOpen(const QByteArray& Sealed, const QByteArray& Nonce, const QByteArray& TheirPublic,
             const QByteArray& OurSecret, QByteArray& Plain) {
-    if (Nonce.size() != kBrNonceBytes || TheirPublic.size() != kBrKeyBytes || OurSecret.size() != kBrKeyBytes ||
-        Sealed.size() < static_cast<qsizetype>(crypto_box_MACBYTES))
+    if (Nonce.size() != kBrNonceBytes || TheirPublic.size() != kBrKeyBytes ||
+        OurSecret.size() != kBrKeyBytes || Sealed.size() < static_cast<qsizetype>(crypto_box_MACBYTES))
         return false;
     Plain.resize(Sealed.size() - static_cast<qsizetype>(crypto_box_MACBYTES));
     return crypto_box_open_easy(reinterpret_cast<unsigned char*>(Plain.data()),

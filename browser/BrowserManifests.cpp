@@ -135,8 +135,8 @@ BrManifestState BrInstallManifest(const BrBrowser& B, bool TakeOver, QString& Wh
         Why = QStringLiteral("cannot make ") + folderOf(B);
         return now.State;
     }
-    if (!WriteFileChecked(now.Path, manifestBytes(B), kPrivateFilePerms | QFileDevice::ReadGroup |
-                                                         QFileDevice::ReadOther)) {
+    if (!WriteFileChecked(now.Path, manifestBytes(B),
+                          kPrivateFilePerms | QFileDevice::ReadGroup | QFileDevice::ReadOther)) {
         Why = QStringLiteral("cannot write ") + now.Path;
         return now.State;
     }

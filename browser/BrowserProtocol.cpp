@@ -24,7 +24,8 @@ QString b64(const QByteArray& B) {
 }
 
 QByteArray unb64(const QJsonValue& V) {
-    const auto r = QByteArray::fromBase64Encoding(V.toString().toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
+    const auto r =
+        QByteArray::fromBase64Encoding(V.toString().toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
     return r ? *r : QByteArray();
 }
 
@@ -34,18 +35,30 @@ QByteArray json(const QJsonObject& O) {
 
 const char* errorText(int Code) {
     switch (Code) {
-    case brDatabaseNotOpened: return "Database not opened";
-    case brClientKeyNotReceived: return "Client public key not received";
-    case brCannotDecrypt: return "Cannot decrypt message";
-    case brActionDenied: return "Action cancelled or denied";
-    case brPublicKeyNotFound: return "Message encryption failed";
-    case brAssociationFailed: return "Association failed";
-    case brKeyChangeFailed: return "Key exchange was not successful";
-    case brIncorrectAction: return "Incorrect action";
-    case brEmptyMessage: return "Empty message received";
-    case brNoUrl: return "No URL provided";
-    case brNoLogins: return "No logins found";
-    default: return "Unknown error";
+    case brDatabaseNotOpened:
+        return "Database not opened";
+    case brClientKeyNotReceived:
+        return "Client public key not received";
+    case brCannotDecrypt:
+        return "Cannot decrypt message";
+    case brActionDenied:
+        return "Action cancelled or denied";
+    case brPublicKeyNotFound:
+        return "Message encryption failed";
+    case brAssociationFailed:
+        return "Association failed";
+    case brKeyChangeFailed:
+        return "Key exchange was not successful";
+    case brIncorrectAction:
+        return "Incorrect action";
+    case brEmptyMessage:
+        return "Empty message received";
+    case brNoUrl:
+        return "No URL provided";
+    case brNoLogins:
+        return "No logins found";
+    default:
+        return "Unknown error";
     }
 }
 
@@ -211,7 +224,8 @@ QJsonObject clsBrowserClient::associate(const QJsonObject& Msg, int& Error) {
         Error = brAssociationFailed;
         return {};
     }
-    QString name = QStringLiteral("Browser ") + QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm"));
+    QString name = QStringLiteral("Browser ") +
+                   QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm"));
     if (!m_host.AskConnect(name) || name.trimmed().isEmpty() || !m_host.DatabaseOpen()) {
         DbgPrint(QStringLiteral("Browser: connection refused"));
         Error = brAssociationFailed;

@@ -26,9 +26,9 @@ class QLocalServer;
 class QLocalSocket;
 class clsBrowserClient;
 
-inline constexpr int kCfgBrowserOn = 30;       // serve browser extensions ("1"/"0"; 0)
-inline constexpr int kCfgBrowserList = 31;     // browsers served: keys, comma-separated (firefox)
-inline constexpr int kBrUnlockWaitMs = 60000;  // a request waits this long for an unlock
+inline constexpr int kCfgBrowserOn = 30;      // serve browser extensions ("1"/"0"; 0)
+inline constexpr int kCfgBrowserList = 31;    // browsers served: keys, comma-separated (firefox)
+inline constexpr int kBrUnlockWaitMs = 60000; // a request waits this long for an unlock
 
 class clsBrowserServer : public QObject {
     Q_OBJECT

@@ -29,8 +29,9 @@ template <class Parsed> Parsed parse(const QString& Text, bool Stored) {
     p.Port = u.port();
     if (!Stored && p.Port < 0)
         p.Port = p.Scheme == QLatin1String("http") ? 80 : p.Scheme == QLatin1String("https") ? 443 : -1;
-    if (Stored && p.Port >= 0 && ((p.Scheme == QLatin1String("http") && p.Port == 80) ||
-                                  (p.Scheme == QLatin1String("https") && p.Port == 443)))
+    if (Stored && p.Port >= 0 &&
+        ((p.Scheme == QLatin1String("http") && p.Port == 80) ||
+         (p.Scheme == QLatin1String("https") && p.Port == 443)))
         p.Port = -1; // the scheme's own port is no restriction
     p.Path = u.path();
     p.Ok = true;
@@ -126,8 +127,8 @@ void clsSiteIndex::findFor(const QString& Url, QList<QPair<int, const Entry*>>& 
                     continue;
                 Seen.insert(&e);
                 const QString path = e.Path.endsWith(u'/') ? e.Path : e.Path + u'/';
-                const bool inPath = e.Path.isEmpty() || e.Path == QLatin1String("/") ||
-                                    (page.Path + u'/').startsWith(path);
+                const bool inPath =
+                    e.Path.isEmpty() || e.Path == QLatin1String("/") || (page.Path + u'/').startsWith(path);
                 // Higher ranks first: a longer matching path, then a nearer host.
                 const int rank = (inPath ? static_cast<int>(e.Path.size()) + 1 : 0) * 64 - depth;
                 Out.append({rank, &e});
@@ -146,7 +147,8 @@ QList<BrMatch> clsSiteIndex::Find(const clsDatabase& Db, const QString& Url, con
     findFor(Url, found, seen);
     if (!SubmitUrl.isEmpty() && BrSiteOf(SubmitUrl) != BrSiteOf(Url))
         findFor(SubmitUrl, found, seen);
-    std::stable_sort(found.begin(), found.end(), [](const auto& A, const auto& B) { return A.first > B.first; });
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto& A, const auto& B) { return A.first > B.first; });
     const QString site = BrSiteOf(Url);
     QList<BrMatch> out;
     out.reserve(found.size());

@@ -24,7 +24,7 @@ class clsDatabase;
 
 struct BrMatch {
     QString IndNum;
-    int Row = 0; // in DataTable, from 1
+    int Row = 0;          // in DataTable, from 1
     bool Allowed = false; // the page's site is one the record may be filled into unasked
 };
 

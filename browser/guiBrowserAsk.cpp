@@ -37,7 +37,8 @@ frmBrowserConnect::frmBrowserConnect(QWidget* Parent, const QString& Name) : QDi
     ApplyDialogOnTop(this);
 }
 
-frmBrowserSite::frmBrowserSite(QWidget* Parent, const QString& Site, const QStringList& Titles) : QDialog(Parent) {
+frmBrowserSite::frmBrowserSite(QWidget* Parent, const QString& Site, const QStringList& Titles)
+    : QDialog(Parent) {
     setObjectName(QStringLiteral("frmBrowserSite"));
     setWindowTitle(Texts(519));
     lblAsk = new QLabel(Texts(503).replace(QStringLiteral("%1"), Site));
@@ -86,7 +87,9 @@ BrSiteAnswer BrAskSite(QWidget* Parent, const QString& Site, const QStringList& 
 }
 
 bool BrAskOverwrite(const QString& Site, const QString& Title, const QString& Login) {
-    const QString text =
-        Texts(508).replace(QStringLiteral("%1"), Title).replace(QStringLiteral("%2"), Login).replace(QStringLiteral("%3"), Site);
+    const QString text = Texts(508)
+                             .replace(QStringLiteral("%1"), Title)
+                             .replace(QStringLiteral("%2"), Login)
+                             .replace(QStringLiteral("%3"), Site);
     return MsgBox(text, vbYesNo | vbQuestion) == vbYes;
 }

@@ -28,10 +28,14 @@ QString chosenKeys() {
 
 QString stateText(const BrManifestStatus& S) {
     switch (S.State) {
-    case brmOurs: return Texts(520);
-    case brmOursKept: return Texts(521);
-    case brmOther: return Texts(514);
-    default: return QString();
+    case brmOurs:
+        return Texts(520);
+    case brmOursKept:
+        return Texts(521);
+    case brmOther:
+        return Texts(514);
+    default:
+        return QString();
     }
 }
 
@@ -102,8 +106,8 @@ void guiBrowserPage::refresh() {
     const bool open = CurUsDB && CurUsDB->TabNum() != 0 && !CurUser.isEmpty();
     if (open)
         for (const BrAssociation& a : BrAssociations(CurUsDB->DBView()))
-            lstConnected->addTopLevelItem(new QTreeWidgetItem(
-                {a.Id, QLocale().toString(a.When.toLocalTime(), QLocale::ShortFormat)}));
+            lstConnected->addTopLevelItem(
+                new QTreeWidgetItem({a.Id, QLocale().toString(a.When.toLocalTime(), QLocale::ShortFormat)}));
     cmdRemove->setEnabled(open && lstConnected->topLevelItemCount() > 0);
     lblNote->setText(open ? QString() : Texts(518));
 }

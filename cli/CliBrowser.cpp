@@ -20,10 +20,14 @@ namespace {
 
 QString stateName(const BrManifestStatus& S) {
     switch (S.State) {
-    case brmOurs: return QStringLiteral("set up");
-    case brmOursKept: return QStringLiteral("set up (KeePassXC's manifest kept to put back)");
-    case brmOther: return QStringLiteral("KeePassXC's manifest (") + S.OtherPath + QStringLiteral("), left alone");
-    default: return QStringLiteral("not set up");
+    case brmOurs:
+        return QStringLiteral("set up");
+    case brmOursKept:
+        return QStringLiteral("set up (KeePassXC's manifest kept to put back)");
+    case brmOther:
+        return QStringLiteral("KeePassXC's manifest (") + S.OtherPath + QStringLiteral("), left alone");
+    default:
+        return QStringLiteral("not set up");
     }
 }
 
@@ -31,7 +35,8 @@ QString stateName(const BrManifestStatus& S) {
 // DataBases/config.dat, which nothing reads afterwards.
 bool saveSettings() {
     const QString portable = Pt(AppPath()) + QStringLiteral("config.dat");
-    const QString path = ProgCfgPath == portable ? portable : Pt(UserFolderPath()) + QStringLiteral("config.dat");
+    const QString path =
+        ProgCfgPath == portable ? portable : Pt(UserFolderPath()) + QStringLiteral("config.dat");
     if (TrySaveConfig(path))
         return true;
     say(QStringLiteral("the settings could not be written to %1").arg(path));
@@ -101,9 +106,10 @@ int remove() {
             say(b.Name + QStringLiteral(": ") + why);
             rc = cliFailed;
         } else if (was == brmOurs || was == brmOursKept) {
-            writeOut((b.Name + (was == brmOursKept ? QStringLiteral(": removed, KeePassXC's manifest put back\n")
-                                                   : QStringLiteral(": removed\n")))
-                         .toUtf8());
+            writeOut(
+                (b.Name + (was == brmOursKept ? QStringLiteral(": removed, KeePassXC's manifest put back\n")
+                                              : QStringLiteral(": removed\n")))
+                    .toUtf8());
         }
     }
     SetCfgExtra(kCfgBrowserOn, QStringLiteral("0"));

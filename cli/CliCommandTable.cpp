@@ -415,7 +415,8 @@ const CliCommand kCommands[] = {
      "setup, status or remove",
      "set up the browser extension's connection",
      kBrowserHelp,
-     {opt("browser", "the browsers, comma-separated", "LIST"), opt("take-over", "replace KeePassXC's manifest")},
+     {opt("browser", "the browsers, comma-separated", "LIST"),
+      opt("take-over", "replace KeePassXC's manifest")},
      CmdBrowser},
 };
 

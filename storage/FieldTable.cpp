@@ -313,7 +313,8 @@ QHash<QString, QList<RecFlaggedRow>> ReadFlaggedRows(const DatabaseRecord& Db, i
     return out;
 }
 
-void AddFlaggedRow(clsDatabase& Db, const QString& IndNum, int Flag, const QString& Name, const QString& Value) {
+void AddFlaggedRow(clsDatabase& Db, const QString& IndNum, int Flag, const QString& Name,
+                   const QString& Value) {
     TRACE_PROC("modFields.AddFlaggedRow", IndNum, Flag);
     TableEntry& t = Db.EditTable(fieldTableOf(Db));
     const Columns c(t);

@@ -107,7 +107,8 @@ struct RecFlaggedRow {
 };
 QHash<QString, QList<RecFlaggedRow>> ReadFlaggedRows(const DatabaseRecord& Db, int Flag);
 // Appends a row of Flag (an internal one, kRffInternal) to record IndNum.
-void AddFlaggedRow(clsDatabase& Db, const QString& IndNum, int Flag, const QString& Name, const QString& Value);
+void AddFlaggedRow(clsDatabase& Db, const QString& IndNum, int Flag, const QString& Name,
+                   const QString& Value);
 
 // The search of every column: the DataTable rows (from 1, ascending) whose web address or a
 // custom field that is not hidden contains Text (CaseSens false: by case folding).

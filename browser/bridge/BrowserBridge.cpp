@@ -150,7 +150,8 @@ bool fromWindow(QByteArray& Buf) {
             return false;
         if (got == 0)
             return true;
-        const QString action = QJsonDocument::fromJson(msg).object().value(QStringLiteral("action")).toString();
+        const QString action =
+            QJsonDocument::fromJson(msg).object().value(QStringLiteral("action")).toString();
         for (qsizetype i = 0; i < g_waiting.size(); ++i)
             if (g_waiting[i].first == action) {
                 g_waiting.removeAt(i);

@@ -68,7 +68,8 @@ class BrowserProtocolTest : public QObject {
     Q_OBJECT
 private slots:
     void extensionThroughTheBridge() {
-        if (QProcess::execute(QStringLiteral("/usr/bin/python3"), {QStringLiteral("-c"), QStringLiteral("import nacl")}) != 0)
+        if (QProcess::execute(QStringLiteral("/usr/bin/python3"),
+                              {QStringLiteral("-c"), QStringLiteral("import nacl")}) != 0)
             QSKIP("python3-nacl is not installed (/usr/bin/python3)");
         TestEnv env;
         ChooseConfiguration();
@@ -136,8 +137,9 @@ private slots:
         QEventLoop loop;
         connect(&client, &QProcess::finished, &loop, &QEventLoop::quit);
         QTimer::singleShot(90000, &loop, &QEventLoop::quit);
-        client.start("/usr/bin/python3", {QStringLiteral(ARGENT_SOURCE_DIR "/tests/browser/browser_client.py"),
-                                          QStringLiteral(ARGENT_BIN_DIR "/argentpm-browser")});
+        client.start("/usr/bin/python3",
+                     {QStringLiteral(ARGENT_SOURCE_DIR "/tests/browser/browser_client.py"),
+                      QStringLiteral(ARGENT_BIN_DIR "/argentpm-browser")});
         QVERIFY(client.waitForStarted(10000));
         loop.exec();
         if (client.state() != QProcess::NotRunning) {
@@ -176,7 +178,8 @@ private slots:
         const int made = CurUsDB->GetRecNumFromVal(tbl, CurUsDB->FindField(tbl, "Title"), "new.example", 1);
         QVERIFY(made > 0);
         const QString folder = CurUsDB->GetTblFldValNm(tbl, made, "Parent");
-        QCOMPARE(CurUsDB->GetTblFldValNm(tbl, FindDataRow(*CurUsDB, folder), "Title"), QStringLiteral("Browser"));
+        QCOMPARE(CurUsDB->GetTblFldValNm(tbl, FindDataRow(*CurUsDB, folder), "Title"),
+                 QStringLiteral("Browser"));
         // Fills are logged by site and title, never with a password.
         const QByteArray log = readAllOf(DbgFilePath());
         QVERIFY(log.contains("Browser fill: exact.example <- Exact"));

@@ -45,7 +45,8 @@ class BrowserSetupTest : public QObject {
 private slots:
     void commandLine() {
         TestEnv env;
-        const QString ff = QDir::homePath() + "/.mozilla/native-messaging-hosts/org.keepassxc.keepassxc_browser.json";
+        const QString ff =
+            QDir::homePath() + "/.mozilla/native-messaging-hosts/org.keepassxc.keepassxc_browser.json";
         const QString chromium = qEnvironmentVariable("XDG_CONFIG_HOME") +
                                  "/chromium/NativeMessagingHosts/org.keepassxc.keepassxc_browser.json";
         QVERIFY(QDir().mkpath(QFileInfo(chromium).path()));

@@ -75,7 +75,8 @@ private slots:
         QVERIFY(!BrSiteAllowed(CurUsDB->DBView(), id, "other.example"));
         const QString other = site("Other", QString());
         BrAllowSite(*CurUsDB, other, "zzz.example");
-        QVERIFY(RowsWithMatchingExtras(CurUsDB->DBView(), CurUsDB->FindTable("DataTable"), "zzz", false).isEmpty());
+        QVERIFY(RowsWithMatchingExtras(CurUsDB->DBView(), CurUsDB->FindTable("DataTable"), "zzz", false)
+                    .isEmpty());
         DropRecExtras(*CurUsDB, {id});
         QVERIFY(!BrSiteAllowed(CurUsDB->DBView(), id, "mail.example"));
     }
@@ -145,7 +146,8 @@ private slots:
         QVERIFY(!QFile::exists(path));
 
         // KeePassXC's manifest: left alone, taken over only when asked, put back as it was.
-        const QByteArray theirs = R"({"name":"org.keepassxc.keepassxc_browser","path":"/usr/bin/keepassxc-proxy"})";
+        const QByteArray theirs =
+            R"({"name":"org.keepassxc.keepassxc_browser","path":"/usr/bin/keepassxc-proxy"})";
         writeFileText(path, theirs);
         QCOMPARE(BrInstallManifest(firefox, false, why), brmOther);
         QCOMPARE(readAllOf(path), theirs);

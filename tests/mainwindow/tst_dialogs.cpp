@@ -382,7 +382,8 @@ private slots:
             return s.contains("SampleUser") || s.contains("anna") || s.endsWith(": Mail") ||
                    s.contains("Box") || s.contains(": OK") || s.contains("KeePass") || s.endsWith("(Mail)") ||
                    s.contains("Bitwarden") || s.endsWith(": Argent Password Manager") ||
-                   QRegularExpression(": (Firefox|LibreWolf|Chromium|Google Chrome|Brave|Vivaldi|Microsoft Edge)$")
+                   QRegularExpression(
+                       ": (Firefox|LibreWolf|Chromium|Google Chrome|Brave|Vivaldi|Microsoft Edge)$")
                        .match(s)
                        .hasMatch();
         });
