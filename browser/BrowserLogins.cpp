@@ -80,13 +80,15 @@ QJsonObject clsBrowserClient::getLogins(const QJsonObject& Msg, int& Error) {
     }
     QList<BrMatch> found = m_index.Find(*CurUsDB, url, Msg.value(QStringLiteral("submitUrl")).toString());
     const QString site = BrSiteOf(url);
+    const clsDatabase* asking = CurUsDB.get();
     QStringList asked;
     for (const BrMatch& m : found)
         if (!m.Allowed)
             asked.append(cell(m.Row, "Title"));
     if (!asked.isEmpty()) {
         const BrSiteAnswer a = m_host.AskSite(site, asked);
-        if (!m_host.DatabaseOpen()) {
+        // Locked, or another user opened, while the question was open: not this answer's.
+        if (!m_host.DatabaseOpen() || CurUsDB.get() != asking) {
             Error = brDatabaseNotOpened;
             return {};
         }
@@ -165,7 +167,8 @@ QJsonObject clsBrowserClient::setLogin(const QJsonObject& Msg, int& Error) {
         const QString id = cell(row, "IndNum"), title = cell(row, "Title");
         if (cell(row, "Login") == login && cell(row, "Password") == pasw)
             return done;
-        if (!m_host.AskOverwrite(site, title, login) || !m_host.DatabaseOpen()) {
+        const clsDatabase* asking = CurUsDB.get();
+        if (!m_host.AskOverwrite(site, title, login) || !m_host.DatabaseOpen() || CurUsDB.get() != asking) {
             Error = brActionDenied;
             return {};
         }

@@ -226,7 +226,9 @@ QJsonObject clsBrowserClient::associate(const QJsonObject& Msg, int& Error) {
     }
     QString name = QStringLiteral("Browser ") +
                    QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm"));
-    if (!m_host.AskConnect(name) || name.trimmed().isEmpty() || !m_host.DatabaseOpen()) {
+    const clsDatabase* asking = CurUsDB.get();
+    if (!m_host.AskConnect(name) || name.trimmed().isEmpty() || !m_host.DatabaseOpen() ||
+        CurUsDB.get() != asking) {
         DbgPrint(QStringLiteral("Browser: connection refused"));
         Error = brAssociationFailed;
         return {};
