@@ -256,6 +256,20 @@ const char kHealthHelp[] =
     "   \"old\": [{\"id\": N, \"path\": TEXT, \"set\": \"YYYY-MM-DD\"}, ...],\n"
     "   \"older_than\": \"YYYY-MM-DD\", \"unknown_age\": N, \"empty\": [{\"id\": N, \"path\": TEXT}, ...]}\n";
 
+const char kBrowserHelp[] =
+    "Usage: argentpm browser setup [--browser LIST] [--take-over]\n"
+    "       argentpm browser status\n"
+    "       argentpm browser remove\n"
+    "\n"
+    "Lets the KeePassXC-Browser extension fill logins from the program's window, as the\n"
+    "window's options page \"Browser\" does. setup writes the native-messaging manifest\n"
+    "of each browser in LIST (comma-separated: firefox, librewolf, chromium, chrome,\n"
+    "brave, vivaldi, edge; the browsers chosen before when not given) under your home\n"
+    "and turns the connection on. A manifest of KeePassXC found there is left alone\n"
+    "unless --take-over is given; it is then kept and put back by remove. status\n"
+    "tells what is set up and whether the window listens; remove takes the manifests\n"
+    "away and turns the connection off.\n";
+
 const CliCommand kCommands[] = {
     {"users", "", "no arguments", "list the users", kUsersHelp, {json()}, CmdUsers},
     {"add-user", "NAME", "one user name", "create a user", kAddUserHelp, {}, CmdAddUser},
@@ -397,6 +411,14 @@ const CliCommand kCommands[] = {
      kHealthHelp,
      {opt("older-than", "passwords older than this many days", "DAYS"), json()},
      CmdHealth},
+    {"browser",
+     "ACTION",
+     "setup, status or remove",
+     "set up the browser extension's connection",
+     kBrowserHelp,
+     {opt("browser", "the browsers, comma-separated", "LIST"),
+      opt("take-over", "replace KeePassXC's manifest")},
+     CmdBrowser},
 };
 
 qsizetype countWords(const char* Args, bool Optional) {

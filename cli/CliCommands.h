@@ -74,3 +74,6 @@ int CmdExport(const CliOptions& Opt, const QStringList& Args);
 
 // The password health report (CliHealth.cpp).
 int CmdHealth(const CliOptions& Opt, const QStringList& Args);
+
+// The browsers' connection to the KeePassXC-Browser extension (CliBrowser.cpp).
+int CmdBrowser(const CliOptions& Opt, const QStringList& Args);

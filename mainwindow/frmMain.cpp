@@ -11,6 +11,7 @@
 #include "diagnostics/Globals.h"
 #include "diagnostics/Trace.h"
 #include "mainwindow/guiActivitySource.h"
+#include "mainwindow/guiBrowserLink.h"
 #include "mainwindow/guiEndSession.h"
 #include "mainwindow/guiSessionWatch.h"
 #include "mainwindow/guiValueExtras.h"
@@ -462,6 +463,7 @@ void frmMain::Form_Load() {
     trvDatabase->setIndentation(18);
     DbgPrint(QStringLiteral("TESTPOINT 2"));
     AutorunManagement(CBool(ProgConfig[kCfgAutostart]));
+    ConnectBrowser(*this);
     DoConfig();
     setWindowIcon(QIcon(Pt(AppPath()) + QStringLiteral("mainicon.png")));
     ShowFormLang();
@@ -546,6 +548,7 @@ void frmMain::FinishUnload() {
 }
 
 frmMain::~frmMain() {
+    DisconnectBrowser();
     argent::diag::dropVars(this);
     if (UserView() == this)
         SetUserView(nullptr);

@@ -7,6 +7,7 @@
 #include "app/guiApplication.h"
 #include "app/modLang.h"
 #include "app/modMain.h"
+#include "browser/guiBrowserPage.h"
 #include "diagnostics/Trace.h"
 #include "options/AutorunManagement.h"
 #include "options/guiFolderChooser.h"
@@ -143,6 +144,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     // Escape closes the dialog like Cancel (QDialog's reject).
 
     ShowFormLang();
+    AddPage(new guiBrowserPage, Texts(509));
     ApplyDialogOnTop(this);
 }
 

@@ -1,6 +1,7 @@
 # Installation (cmake --install, GNUInstallDirs) and the Debian package (cpack -G DEB).
 #
-#   bin/                                   ArgentPasswordMngr, argentpm, argentpm-clipkeeper
+#   bin/                                   ArgentPasswordMngr, argentpm, argentpm-clipkeeper,
+#                                          argentpm-browser
 #   share/argentpm/                        start.dat, SampleUser.bdb, Languages/, icons, readme.txt
 #   share/applications/                    the menu entry
 #   share/icons/hicolor/{16..256,scalable} the program's icon
@@ -14,7 +15,7 @@ set(ARGENT_DESKTOP_DIR ${CMAKE_SOURCE_DIR}/resources/desktop)
 set(ARGENT_GEN_DIR ${CMAKE_BINARY_DIR}/generated)
 
 # argentpm starts the clipboard keeper from its own folder.
-install(TARGETS ArgentPasswordMngr argentpm argentpm-clipkeeper RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS ArgentPasswordMngr argentpm argentpm-clipkeeper argentpm-browser RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 # The data folder: what build/bin holds beside the programs.
 install(FILES resources/start.dat resources/readme.txt resources/mainicon.ico resources/mainicon.png

@@ -48,6 +48,8 @@ int flagsOf(const RecordStore& R, int Row, const Columns& C) {
 // Adds row Row (of record IndNum) to Ex.
 void takeRow(RecExtras& Ex, const RecordStore& R, int Row, const Columns& C) {
     const int flags = flagsOf(R, Row, C);
+    if (flags & kRffInternal)
+        return;
     if (flags & rffHistory) {
         RecOldPasw h{R.value(Row, C[cValue]), QDateTime::fromString(R.value(Row, C[cDate]), Qt::ISODate),
                      R.value(Row, C[cKey])};
@@ -175,7 +177,7 @@ public:
             if (m_t.Records.escaped(row, m_c[cInd]) != id)
                 continue;
             const int flags = flagsOf(m_t.Records, row, m_c);
-            if (flags & rffHistory)
+            if (flags & (rffHistory | kRffInternal))
                 continue;
             const int w = match(want, placed, row, flags);
             if (w < 0) {
@@ -297,6 +299,34 @@ void AppendNewRecExtras(clsDatabase& Db, const QString& IndNum, const RecExtras&
         add(rffHistory, QString(), h.Pasw, h.When.isValid() ? dateText(h.When) : QString());
 }
 
+QHash<QString, QList<RecFlaggedRow>> ReadFlaggedRows(const DatabaseRecord& Db, int Flag) {
+    QHash<QString, QList<RecFlaggedRow>> out;
+    const int t = FieldTableNum(Db);
+    if (t == 0)
+        return out;
+    const TableEntry& table = Db.Tables[t - 1];
+    const Columns c(table);
+    for (int row = 0; row < table.RecNum(); ++row)
+        if (flagsOf(table.Records, row, c) & Flag)
+            out[table.Records.value(row, c[cInd])].append(
+                {table.Records.value(row, c[cName]), table.Records.value(row, c[cValue])});
+    return out;
+}
+
+void AddFlaggedRow(clsDatabase& Db, const QString& IndNum, int Flag, const QString& Name,
+                   const QString& Value) {
+    TRACE_PROC("modFields.AddFlaggedRow", IndNum, Flag);
+    TableEntry& t = Db.EditTable(fieldTableOf(Db));
+    const Columns c(t);
+    QStringList row(std::max<qsizetype>(cCount, t.FldNames.size()));
+    row[c[cKey]] = newKey();
+    row[c[cInd]] = IndNum;
+    row[c[cFlags]] = QString::number(Flag);
+    row[c[cName]] = Name;
+    row[c[cValue]] = Value;
+    t.Records.append(row);
+}
+
 int DropRecExtras(clsDatabase& Db, const QSet<QString>& IndNums) {
     TRACE_PROC("modFields.DropRecExtras", IndNums.size());
     const int tn = FieldTableNum(Db.DBView());
@@ -388,7 +418,7 @@ QList<int> RowsWithMatchingExtras(const DatabaseRecord& Db, int DataTblNum, cons
     QSet<QByteArray> ids;
     for (int r = 0; r < table.RecNum(); ++r) {
         const int flags = flagsOf(table.Records, r, c);
-        if (flags & (rffHidden | rffOtp | rffHistory))
+        if (flags & (rffHidden | rffOtp | rffHistory | kRffInternal))
             continue;
         QString v = table.Records.value(r, c[cValue]);
         QString n = table.Records.value(r, c[cName]);

@@ -8,7 +8,9 @@
 //            across renames and value changes (the merge keys other tables by column 1)
 //   IndNum   the record's identifier (the merge renumbers it with the record, and drops
 //            the rows of a record that is gone)
-//   Flags    bits: 1 hidden, 2 web address, 4 TOTP seed, 8 an earlier password
+//   Flags    bits: 1 hidden, 2 web address, 4 TOTP seed, 8 an earlier password,
+//            16 a site the browser may fill this record into without asking (Name: the
+//            site); such rows are the program's own, never a custom field
 //   Name     a custom field's name (empty for the others)
 //   Value    the value
 //   Date     an earlier password: when it was replaced (ISO 8601, UTC); else empty
@@ -32,7 +34,9 @@ class clsDatabase;
 
 inline const QString kFieldTable = QStringLiteral("FieldTable");
 
-enum RecFieldFlag { rffHidden = 1, rffUrl = 2, rffOtp = 4, rffHistory = 8 };
+enum RecFieldFlag { rffHidden = 1, rffUrl = 2, rffOtp = 4, rffHistory = 8, rffSiteAllowed = 16 };
+// Rows that are the program's own: never read as custom fields, kept by WriteRecExtras.
+inline constexpr int kRffInternal = rffSiteAllowed;
 
 struct RecCustomField {
     QString Name;
@@ -95,6 +99,16 @@ int KeepLostPasswords(DatabaseRecord& Ours, const TableEntry& OursBefore, const 
 // For the merge: the records (IndNum as stored) whose FieldTable rows Side added, changed
 // or removed against Base.
 QSet<QByteArray> RecordsWithChangedExtras(const DatabaseRecord& Side, const DatabaseRecord& Base);
+
+// The rows of every record that carry Flag: record IndNum -> (Name, Value) in table order.
+// One pass over the table (the browser's site index reads web addresses and sites so).
+struct RecFlaggedRow {
+    QString Name, Value;
+};
+QHash<QString, QList<RecFlaggedRow>> ReadFlaggedRows(const DatabaseRecord& Db, int Flag);
+// Appends a row of Flag (an internal one, kRffInternal) to record IndNum.
+void AddFlaggedRow(clsDatabase& Db, const QString& IndNum, int Flag, const QString& Name,
+                   const QString& Value);
 
 // The search of every column: the DataTable rows (from 1, ascending) whose web address or a
 // custom field that is not hidden contains Text (CaseSens false: by case folding).

@@ -8,6 +8,7 @@
 #include "diagnostics/Globals.h"
 #include "diagnostics/Trace.h"
 
+#include <atomic>
 #include <climits>
 
 namespace {
@@ -20,6 +21,7 @@ std::int16_t toInt16(int v) {
 
 clsDatabase::clsDatabase() {
     TRACE_PROC("clsDatabase.Class_Initialize");
+    Changed();
     TRACE_SELF();
     // The variables a report shows for the database its failing procedure works on.
     static const bool registered = [this] {
@@ -39,6 +41,14 @@ clsDatabase::clsDatabase() {
     lDBMngr.ResetDatabase(lDB);
 }
 
+namespace {
+std::atomic<quint64> g_lastGeneration{0};
+} // namespace
+
+void clsDatabase::Changed() {
+    lGeneration = ++g_lastGeneration;
+}
+
 void clsDatabase::Touch() {
     lDBLastAccess = CLng(GetQueryPerf());
 }
@@ -50,6 +60,7 @@ DatabaseRecord clsDatabase::DB() const {
 }
 
 void clsDatabase::SetDB(const DatabaseRecord& NewDB) {
+    Changed();
     TRACE_PROP("clsDatabase.DB", NewDB);
     TRACE_SELF();
     lDB = NewDB;
@@ -135,6 +146,7 @@ QString clsDatabase::Version() const {
 }
 
 void clsDatabase::SetTblName(int TblNum, const QString& NewName) {
+    Changed();
     TRACE_PROC("clsDatabase.SetTblName", TblNum, NewName);
     TRACE_SELF();
     if (TblOk(TblNum))
@@ -186,6 +198,7 @@ QString clsDatabase::GetTblTag(int TblNum) const {
 }
 
 void clsDatabase::SetTblTag(int TblNum, const QString& newval) {
+    Changed();
     TRACE_PROC("clsDatabase.SetTblTag", TblNum, newval);
     TRACE_SELF();
     if (TblOk(TblNum))
@@ -229,6 +242,7 @@ QString clsDatabase::GetTblFldValNm(int TblNum, int RecNum, const QString& FldNa
 }
 
 void clsDatabase::SetTblFldVal(int TblNum, int RecNum, int FldNum, const QString& newval) {
+    Changed();
     TRACE_PROC("clsDatabase.SetTblFldVal", TblNum, RecNum, FldNum, HIDDEN(newval));
     TRACE_SELF();
     if (!TblOk(TblNum))
@@ -246,10 +260,12 @@ void clsDatabase::SetTblFldValNm(int TblNum, int RecNum, const QString& FldName,
     TRACE_PROC("clsDatabase.SetTblFldValNm", TblNum, RecNum, FldName, HIDDEN(newval));
     TRACE_SELF();
     Touch();
+    Changed();
     lDBMngr.SetTblFldValNm(lDB, TblNum, RecNum, FldName, newval);
 }
 
 void clsDatabase::SetTblRecord(int TblNum, int RecNum, const QStringList& NewRec) {
+    Changed();
     TRACE_PROC("clsDatabase.SetTblRecord", TblNum, RecNum, HIDDEN(NewRec));
     TRACE_SELF();
     if (!TblOk(TblNum))
@@ -297,6 +313,7 @@ int clsDatabase::GetRecNumFromVal(int TblNum, int FldNum, const QString& FldVal,
 }
 
 int clsDatabase::LoadDB(const QString& Path, const QString& Pasw) {
+    Changed();
     TRACE_PROC("clsDatabase.LoadDB", Path, HIDDEN(Pasw));
     TRACE_SELF();
     Touch();
@@ -331,6 +348,7 @@ QString clsDatabase::GetHelpVal(int TblNum, const QString& FName, int RecNum) {
 }
 
 int clsDatabase::AddRecord(int TblNum) {
+    Changed();
     TRACE_PROC("clsDatabase.AddRecord", TblNum);
     TRACE_SELF();
     Touch();
@@ -354,6 +372,7 @@ void clsDatabase::GetTable(int Num, TableEntry& BufTbl) const {
 }
 
 int clsDatabase::DeleteRec(int TblNum, int RecNum) {
+    Changed();
     TRACE_PROC("clsDatabase.DeleteRec", TblNum, RecNum);
     TRACE_SELF();
     Touch();
@@ -361,6 +380,7 @@ int clsDatabase::DeleteRec(int TblNum, int RecNum) {
 }
 
 void clsDatabase::SetFldAllRecsVal(int TblNum, int FldNum, const QString& lVal, int& buf) {
+    Changed();
     TRACE_PROC("clsDatabase.SetFldAllRecsVal", TblNum, FldNum, HIDDEN(lVal));
     TRACE_SELF();
     buf = 0;
@@ -398,6 +418,7 @@ int clsDatabase::FindRecord(int TblNum, int FldNum, const QString& SText, int St
 }
 
 int clsDatabase::DeleteRecs(int TblNum, const QList<int>& RecNums) {
+    Changed();
     TRACE_PROC("clsDatabase.DeleteRecs", TblNum);
     TRACE_SELF();
     Touch();
@@ -432,6 +453,7 @@ bool clsDatabase::HasUnsavedChanges() const {
 }
 
 void clsDatabase::ReplaceDB(DatabaseRecord NewDB) {
+    Changed();
     TRACE_PROC("clsDatabase.ReplaceDB");
     NewDB.Path = lDB.Path;
     if (!NewDB.Key)
@@ -441,6 +463,7 @@ void clsDatabase::ReplaceDB(DatabaseRecord NewDB) {
 }
 
 TableEntry& clsDatabase::EditTable(int TblNum) {
+    Changed();
     if (!TblOk(TblNum))
         RaiseError(vbErrSubscript);
     lDBMngr.TableChanged(TblNum, 1);
@@ -448,6 +471,7 @@ TableEntry& clsDatabase::EditTable(int TblNum) {
 }
 
 int clsDatabase::AppendTable(TableEntry Table) {
+    Changed();
     lDB.Tables.append(std::move(Table));
     return lDB.TabNum();
 }

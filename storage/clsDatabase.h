@@ -104,13 +104,18 @@ public:
     // the engine forgets what it kept of it. AppendTable answers the new table's number.
     TableEntry& EditTable(int TblNum);
     int AppendTable(TableEntry Table);
+    // Changes with every change of the tables (a number no other database had before), so
+    // that an index built from them knows when it is out of date.
+    quint64 Generation() const { return lGeneration; }
 
 private:
     void Touch();
+    void Changed();
     bool TblOk(int TblNum) const { return TblNum >= 1 && TblNum <= lDB.TabNum(); }
 
     DatabaseRecord lDB;
     int lDBLastAccess = 0;
+    quint64 lGeneration = 0;
     TableEngine lDBMngr;
     std::shared_ptr<clsUserFile> lFile;
 };

@@ -6,6 +6,9 @@ ARGENT_PACKAGES="cmake ninja-build g++ pkgconf qt6-base-dev libsodium-dev libxml
 ARGENT_TEST_PACKAGES="keepassxc oathtool"
 # The keyboard and screen reader test: AT-SPI from Python on a private D-Bus session.
 ARGENT_TEST_PACKAGES="$ARGENT_TEST_PACKAGES python3-pyatspi at-spi2-core dbus-daemon"
+# The browser tests: a client of the extension's protocol in Python with libsodium's
+# bindings, and Firefox ESR with the packaged KeePassXC-Browser extension.
+ARGENT_TEST_PACKAGES="$ARGENT_TEST_PACKAGES python3 python3-nacl firefox-esr webext-keepassxc-browser"
 
 argent_ensure_deps() {
     local missing=""

@@ -17,7 +17,7 @@ _argentpm() {
     cur="${COMP_WORDS[COMP_CWORD]}"
     prev="${COMP_WORDS[COMP_CWORD - 1]}"
     local commands="users add-user passwd delete-user ls show mkdir add rename mv rm edit field totp
-        move-note-fields find clip generate backup backups restore delete-backup install-portable import export health help"
+        move-note-fields find clip generate backup backups restore delete-backup install-portable import export health browser help"
     local common="--databases --password-stdin --yes --help --version"
 
     case "$prev" in
@@ -71,6 +71,7 @@ _argentpm() {
             import) own="--format --into --map" ;;
             export) own="--format --folder --output" ;;
             health) own="--older-than --json" ;;
+            browser) own="--browser --take-over" ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$common $own" -- "$cur")
         return
@@ -95,6 +96,8 @@ _argentpm() {
                 compopt -o filenames 2>/dev/null
                 mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             fi ;;
+        browser)
+            [ "$argn" -eq 0 ] && mapfile -t COMPREPLY < <(compgen -W "setup status remove" -- "$cur") ;;
         restore | delete-backup)
             if [ "$argn" -eq 0 ]; then
                 local IFS=$'\n'

@@ -13,7 +13,7 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 cmake --install "$build" --prefix "$tmp/usr" >/dev/null
 share=$tmp/usr/share
 id=org.argentpm.ArgentPasswordMngr
-for f in bin/ArgentPasswordMngr bin/argentpm bin/argentpm-clipkeeper share/argentpm/start.dat share/argentpm/SampleUser.bdb \
+for f in bin/ArgentPasswordMngr bin/argentpm bin/argentpm-clipkeeper bin/argentpm-browser share/argentpm/start.dat share/argentpm/SampleUser.bdb \
          share/argentpm/Languages/English.lng share/argentpm/Languages/Russian.lng \
          share/applications/$id.desktop share/metainfo/$id.metainfo.xml \
          share/icons/hicolor/scalable/apps/$id.svg share/icons/hicolor/48x48/apps/$id.png \
