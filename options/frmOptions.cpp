@@ -11,6 +11,7 @@
 #include "options/AutorunManagement.h"
 #include "options/guiFolderChooser.h"
 #include "records/RecordExtras.h"
+#include "secrets/guiSecretsPage.h"
 #include "tray/guiModTray.h"
 
 #include <QCheckBox>
@@ -116,6 +117,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     generalLay->addStretch(1);
     tabPages = named(new QTabWidget, "tabPages");
     tabPages->addTab(general, QString());
+    AddPage(new guiSecretsPage, Texts(470));
     auto* lay = new QVBoxLayout(this);
     lay->addWidget(tabPages, 1);
     lay->addLayout(buttons);
