@@ -6,7 +6,7 @@
 //    again), and after the provider stored an item (the index is updated in place).
 // Each figure is the median of several runs.
 //
-//   bench_secrets [ROWS]
+//   bench_secrets [ROWS [ITEMS]]    (ITEMS of the ROWS records are in the folder; all by default)
 
 #include "app/DiagnosticsHookup.h"
 #include "app/ProgConfig.h"
@@ -49,10 +49,9 @@ int main(int argc, char** argv) {
     ConnectDiagnostics();
     int rc = 1;
     argent::diag::trapped([&] {
-        int n = 100000;
-        for (const QString& a : QCoreApplication::arguments().mid(1))
-            if (a.toInt() > 0)
-                n = a.toInt();
+        const QStringList args = QCoreApplication::arguments();
+        const int n = args.size() > 1 && args[1].toInt() > 0 ? args[1].toInt() : 100000;
+        const int inFolder = args.size() > 2 && args[2].toInt() > 0 ? std::min(n, args[2].toInt()) : n;
         QTemporaryDir dir;
         SetAppPath(dir.path());
         SetExeFolderPath(dir.path());
@@ -66,7 +65,8 @@ int main(int argc, char** argv) {
         const QString folder = GetNewIndNum(db);
         AddFolderToDB(SecretFolderName(), 0, folder);
         for (int i = 0; i < n; ++i) {
-            const QString id = AddRecordToDB(db, folder, QStringLiteral("item %1").arg(i), QString(),
+            const QString id = AddRecordToDB(db, i < inFolder ? folder : QStringLiteral("0"),
+                                             QStringLiteral("item %1").arg(i), QString(),
                                              QStringLiteral("secret %1").arg(i), QString());
             RecExtras ex;
             ex.Custom = {{QStringLiteral("service"), QStringLiteral("svc%1").arg(i), false, {}},
@@ -75,9 +75,9 @@ int main(int argc, char** argv) {
                          {QStringLiteral("argent:program"), QStringLiteral("/usr/bin/example"), false, {}}};
             AppendNewRecExtras(db, id, ex);
         }
-        std::printf("items: %d\n", n);
+        std::printf("records: %d, items: %d\n", n, inFolder);
         SecretItems items;
-        const SecretAttrs one{{QStringLiteral("service"), QStringLiteral("svc%1").arg(n / 2)}};
+        const SecretAttrs one{{QStringLiteral("service"), QStringLiteral("svc%1").arg(inFolder / 2)}};
         const SecretAttrs two{{QStringLiteral("user"), QStringLiteral("u7")},
                               {QStringLiteral("xdg:schema"), QStringLiteral("org.example.Password")}};
         QElapsedTimer e;
@@ -85,10 +85,10 @@ int main(int argc, char** argv) {
         const int found = static_cast<int>(items.Search(one).size());
         std::printf("first search (index built): %.1f ms, %d found\n", BenchMs(e), found);
         int hits = 0;
-        std::printf("search by one attribute: %.3f ms\n",
-                    Median(21, [&] { hits = items.Search(one).size(); }));
-        std::printf("search by two attributes: %.3f ms (%d found)\n",
-                    Median(21, [&] { hits = static_cast<int>(items.Search(two).size()); }), hits);
+        const double byOne = Median(21, [&] { hits = static_cast<int>(items.Search(one).size()); });
+        std::printf("search by one attribute: %.4f ms (%d found)\n", byOne, hits);
+        const double byTwo = Median(21, [&] { hits = static_cast<int>(items.Search(two).size()); });
+        std::printf("search by two attributes: %.4f ms (%d found)\n", byTwo, hits);
         const int tbl = db.FindTable(QStringLiteral("DataTable"));
         std::printf("search after a record changed elsewhere: %.1f ms\n", Median(5, [&] {
                         db.SetTblFldValNm(tbl, 2, QStringLiteral("Title"), QStringLiteral("renamed"));

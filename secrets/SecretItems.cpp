@@ -101,24 +101,27 @@ struct SecretItems::Index {
 
 namespace {
 
-SecretMeta MetaOf(int Row, const RecExtras& Ex) {
-    SecretMeta m;
-    m.Row = Row;
-    for (const RecCustomField& f : Ex.Custom) {
-        if (f.Name == kProgram)
-            m.Program = f.Value;
-        else if (f.Name == kCreated)
-            m.Created = f.Value.toLongLong();
-        else if (f.Name == kModified)
-            m.Modified = f.Value.toLongLong();
-        else if (f.Name == kType)
-            m.Type = f.Value;
-        else if (f.Name == kEncoding)
-            m.Base64 = f.Value == QLatin1String("base64");
-        else if (!SecretItems::IsOwnField(f.Name))
-            m.Attrs.insert(f.Name, f.Value);
-    }
-    return m;
+// One custom field of an item into what the index keeps of it.
+void TakeField(SecretMeta& M, const QString& Name, const QString& Value) {
+    if (Name == kProgram)
+        M.Program = Value;
+    else if (Name == kCreated)
+        M.Created = Value.toLongLong();
+    else if (Name == kModified)
+        M.Modified = Value.toLongLong();
+    else if (Name == kType)
+        M.Type = Value;
+    else if (Name == kEncoding)
+        M.Base64 = Value == QLatin1String("base64");
+    else if (!SecretItems::IsOwnField(Name))
+        M.Attrs.insert(Name, Value);
+}
+
+int ColumnOf(const TableEntry& T, const char* Name, int Default) {
+    for (qsizetype i = 0; i < T.FldNames.size(); ++i)
+        if (T.FldNames[i].compare(QLatin1String(Name), Qt::CaseInsensitive) == 0)
+            return static_cast<int>(i);
+    return Default;
 }
 
 // The custom fields of an item: its attributes, then this program's own.
@@ -167,36 +170,65 @@ void SecretItems::Ensure() {
     ix.Snapshot(db);
     const RecordStore& r = ix.Data;
     const QString name = SecretFolderName();
+    long long folder = 0;
     for (int row = 0; row < r.size() && ix.Folder.isEmpty(); ++row)
         if (r.valueIs(row, cParent, QStringLiteral("0")) && !r.valueIs(row, cType, QStringLiteral("2")) &&
-            r.valueIs(row, cTitle, name))
+            r.valueIs(row, cTitle, name) && r.intValue(row, cInd, folder))
             ix.Folder = r.value(row, cInd);
     ix.Valid = true;
     if (ix.Folder.isEmpty())
         return;
     // Everything below the folder, in table order: a child may come before its parent
-    // (moved there later), so the parents are resolved until nothing changes.
-    QSet<QString> inside{ix.Folder};
+    // (moved there later), so the parents are resolved until nothing changes. Identifiers
+    // are read as numbers: no text is made for rows that are not items.
+    QSet<long long> inside{folder};
     std::vector<bool> taken(static_cast<size_t>(r.size()), false);
     for (bool grew = true; grew;) {
         grew = false;
-        for (int row = 0; row < r.size(); ++row)
-            if (!taken[static_cast<size_t>(row)] && inside.contains(r.value(row, cParent))) {
+        for (int row = 0; row < r.size(); ++row) {
+            long long parent = 0, id = 0;
+            if (!taken[static_cast<size_t>(row)] && r.intValue(row, cParent, parent) &&
+                inside.contains(parent) && r.intValue(row, cInd, id)) {
                 taken[static_cast<size_t>(row)] = true;
-                inside.insert(r.value(row, cInd));
+                inside.insert(id);
                 grew = true;
             }
+        }
     }
-    const QHash<QString, RecExtras> extras = ReadAllRecExtras(db.DBView());
+    QList<long long> nums;
     for (int row = 0; row < r.size(); ++row) {
-        if (!taken[static_cast<size_t>(row)] || !r.valueIs(row, cType, QStringLiteral("2")))
+        long long num = 0;
+        if (!taken[static_cast<size_t>(row)] || !r.valueIs(row, cType, QStringLiteral("2")) ||
+            !r.intValue(row, cInd, num))
             continue;
         const QString id = r.value(row, cInd);
-        SecretMeta m = MetaOf(row, extras.value(id));
-        ix.AddPairs(id, m.Attrs);
-        ix.Items.insert(id, std::move(m));
+        ix.Items[id].Row = row;
         ix.Order.append(id);
+        nums.append(num);
     }
+    // Pointers into the finished hash (nothing is inserted after this).
+    QHash<long long, SecretMeta*> byNum;
+    byNum.reserve(nums.size());
+    for (qsizetype i = 0; i < nums.size(); ++i)
+        byNum.insert(nums[i], &ix.Items[ix.Order[i]]);
+    // The custom fields of the items, in one pass over the field table (a later row of a
+    // name wins, as the merge leaves them).
+    if (const TableEntry* ft = TableOf(db.DBView(), kFieldTable)) {
+        const int cI = ColumnOf(*ft, "IndNum", 1), cF = ColumnOf(*ft, "Flags", 2),
+                  cN = ColumnOf(*ft, "Name", 3), cV = ColumnOf(*ft, "Value", 4);
+        const RecordStore& f = ft->Records;
+        for (int row = 0; row < f.size(); ++row) {
+            long long num = 0, flags = 0;
+            if (!f.intValue(row, cI, num))
+                continue;
+            SecretMeta* m = byNum.value(num);
+            f.intValue(row, cF, flags);
+            if (m && !(flags & (rffUrl | rffOtp | rffHistory)))
+                TakeField(*m, f.value(row, cN), f.value(row, cV));
+        }
+    }
+    for (auto it = ix.Items.cbegin(); it != ix.Items.cend(); ++it)
+        ix.AddPairs(it.key(), it->Attrs);
 }
 
 QStringList SecretItems::All() {
