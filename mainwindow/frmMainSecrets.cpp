@@ -13,6 +13,22 @@
 #include <QPointer>
 #include <QTimer>
 
+namespace {
+
+// The unlock a client asked for, once no password question is showing (the one of the
+// start, say): the answer given there may have unlocked already.
+void UnlockWhenFree(QPointer<frmMain> Window, std::function<void(bool)> Done) {
+    if (!Window)
+        return Done(false);
+    if (FrmPaswShown) {
+        QTimer::singleShot(200, Window, [Window, Done] { UnlockWhenFree(Window, Done); });
+        return;
+    }
+    Done(Window->UnlockForClient());
+}
+
+} // namespace
+
 void frmMain::StartSecretService() {
     if (SecretProvider())
         return;
@@ -20,7 +36,7 @@ void frmMain::StartSecretService() {
     SecretHooks hooks;
     hooks.Unlock = [self](std::function<void(bool)> Done) {
         // Out of the bus call first: the question waits for the user.
-        QTimer::singleShot(0, self, [self, Done] { Done(self && self->UnlockForClient()); });
+        QTimer::singleShot(0, self, [self, Done] { UnlockWhenFree(self, Done); });
     };
     hooks.Lock = [self] {
         if (self)
@@ -43,7 +59,7 @@ void frmMain::StartSecretService() {
 
 bool frmMain::UnlockForClient() {
     if (FrmPaswShown)
-        return false;
+        return !m_locked && UserLoaded();
     if (m_locked) {
         mnuTrayShow_Click();
         Form_Paint();
