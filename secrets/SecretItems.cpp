@@ -169,12 +169,14 @@ void SecretItems::Ensure() {
     ix.User = CurUser;
     ix.Snapshot(db);
     const RecordStore& r = ix.Data;
-    const QString name = SecretFolderName();
+    // The folder of the language in use; else the one an English program made (a user
+    // who changes the language keeps the items).
     long long folder = 0;
-    for (int row = 0; row < r.size() && ix.Folder.isEmpty(); ++row)
-        if (r.valueIs(row, cParent, QStringLiteral("0")) && !r.valueIs(row, cType, QStringLiteral("2")) &&
-            r.valueIs(row, cTitle, name) && r.intValue(row, cInd, folder))
-            ix.Folder = r.value(row, cInd);
+    for (const QString& name : {SecretFolderName(), QStringLiteral("Secret Service")})
+        for (int row = 0; row < r.size() && ix.Folder.isEmpty(); ++row)
+            if (r.valueIs(row, cParent, QStringLiteral("0")) && !r.valueIs(row, cType, QStringLiteral("2")) &&
+                r.valueIs(row, cTitle, name) && r.intValue(row, cInd, folder))
+                ix.Folder = r.value(row, cInd);
     ix.Valid = true;
     if (ix.Folder.isEmpty())
         return;

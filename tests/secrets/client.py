@@ -57,6 +57,10 @@ def main():
         print('locked=%s' % coll.is_locked())
         print('dismissed=%s' % coll.unlock())
         print('locked=%s' % coll.is_locked())
+    elif cmd == 'lock':
+        coll = secretstorage.get_default_collection(conn)
+        coll.lock()
+        print('locked=%s' % coll.is_locked())
     elif cmd == 'prompt-and-exit':
         unlocked, prompt = call(conn, service(conn), 'Unlock', 'ao', [ROOT + '/aliases/default'])
         addr = DBusAddress(prompt, bus_name=SS, interface='org.freedesktop.Secret.Prompt')

@@ -4,6 +4,7 @@
 
 #include "mainwindow/frmMain.h"
 #include "options/frmOptions.h"
+#include "secrets/SecretAccess.h"
 #include "secrets/guiSecretQuestion.h"
 #include "secrets/guiSecretsPage.h"
 #include "tests/common/TestMain.h"
@@ -14,7 +15,9 @@
 #include <QDBusConnectionInterface>
 #include <QFile>
 #include <QLabel>
+#include <QListWidget>
 #include <QProcess>
+#include <QPushButton>
 #include <QTest>
 
 namespace {
@@ -72,8 +75,9 @@ private slots:
         QTRY_VERIFY(childTexts(w.NodeByKey("0key")).contains("Secret Service"));
         QTRY_VERIFY(!w.HasUnsavedChanges());
 
-        // Locked by the window: a client's unlock is the window's password question.
-        w.LockNow();
+        // Locked by a client (as the window's own lock does); its unlock is the window's
+        // password question.
+        QCOMPARE(runPy({"lock"}), QStringLiteral("locked=True"));
         QVERIFY(w.IsLocked());
         QCOMPARE(runTool({"lookup", "ssid", "home"}), QString());
         s.passwords = {kUserPasw};
@@ -81,11 +85,20 @@ private slots:
         QVERIFY(!w.IsLocked());
         QCOMPARE(runTool({"lookup", "ssid", "home"}), QStringLiteral("pw-1"));
 
-        // The options page: switched off, the name is free; on again, it is ours.
+        // The options page lists the programs always allowed, and withdraws them.
+        SetAlwaysAllowed("anna", "/usr/bin/example", true);
+        SetAlwaysAllowed("bert", "/usr/bin/other", true);
         frmOptions o(&w);
         auto* page = o.findChild<guiSecretsPage*>();
         QVERIFY(page);
         QCOMPARE(page->lblState->text(), Texts(472));
+        QCOMPARE(page->lstAlways->count(), 1);
+        page->lstAlways->item(0)->setSelected(true);
+        page->cmdWithdraw->click();
+        QCOMPARE(page->lstAlways->count(), 0);
+        QVERIFY(AlwaysAllowed("anna").isEmpty());
+        QCOMPARE(AlwaysAllowed("bert"), QStringList{"/usr/bin/other"});
+        // Switched off, the name is free; on again, it is ours.
         page->chkServe->setChecked(false);
         QVERIFY(!nameOwned());
         QCOMPARE(page->lblState->text(), Texts(474));
