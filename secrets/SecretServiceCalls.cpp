@@ -158,6 +158,19 @@ void SecretService::SearchItems(const QDBusMessage& M, bool OnService) {
     QString why;
     if (!GoodAttrs(query, why))
         return Error(M, secret_err::kInvalidArgs, why);
+    // A program looking for its secret while the user is locked: the window asks for the
+    // password first (as a keyring's unlock prompt does), then the search answers.
+    if (OnService && Locked() && !KnownUser().isEmpty() && m_unlockWaiters.size() < kMaxPending) {
+        QDBusMessage later = M;
+        later.setDelayedReply(true);
+        return RunUnlock([this, later, query](bool Ok) {
+            QStringList found;
+            if (Ok && !Locked())
+                for (const QString& id : m_items.Search(query))
+                    found.append(ItemPath(id));
+            Reply(later, {Paths(found), Paths({})});
+        });
+    }
     QStringList found;
     if (!Locked())
         for (const QString& id : m_items.Search(query))

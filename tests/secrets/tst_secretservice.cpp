@@ -239,7 +239,10 @@ private slots:
     void lockedUserThroughPrompt() {
         UsSession().Lock();
         QVERIFY(!SecretItems::Available());
+        // A lookup while locked asks for the password first; declined, it finds nothing.
+        m_script->passwords = {""};
         QCOMPARE(run("/usr/bin/secret-tool", {"lookup", "owner", "py"}).Out, QString());
+        QVERIFY(!SecretItems::Available());
         // Declined: the prompt is dismissed and the collection stays locked.
         m_script->passwords = {"wrong", ""};
         Run r = py({"unlock"});
@@ -252,6 +255,10 @@ private slots:
         UsSession().Lock();
         m_script->passwords = {kUserPasw};
         QCOMPARE(run("/usr/bin/secret-tool", {"store", "--label=While locked", "n", "2"}, "wl").Code, 0);
+        QCOMPARE(run("/usr/bin/secret-tool", {"lookup", "n", "2"}).Out, QStringLiteral("wl"));
+        // Answered, the lookup gets its secret.
+        UsSession().Lock();
+        m_script->passwords = {kUserPasw};
         QCOMPARE(run("/usr/bin/secret-tool", {"lookup", "n", "2"}).Out, QStringLiteral("wl"));
     }
 

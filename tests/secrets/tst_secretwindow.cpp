@@ -79,7 +79,11 @@ private slots:
         // password question.
         QCOMPARE(runPy({"lock"}), QStringLiteral("locked=True"));
         QVERIFY(w.IsLocked());
-        QCOMPARE(runTool({"lookup", "ssid", "home"}), QString());
+        // A lookup while locked: the question first, then the secret.
+        s.passwords = {kUserPasw};
+        QCOMPARE(runTool({"lookup", "ssid", "home"}), QStringLiteral("pw-1"));
+        QVERIFY(!w.IsLocked());
+        w.LockNow();
         s.passwords = {kUserPasw};
         QCOMPARE(runPy({"unlock"}), QStringLiteral("locked=True\ndismissed=False\nlocked=False"));
         QVERIFY(!w.IsLocked());
