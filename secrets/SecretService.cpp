@@ -391,8 +391,9 @@ QString SecretService::introspect(const QString& Path) const {
     return x;
 }
 
-void SecretService::NoteRead(const QString& Reader, const QString& Title, const char* Outcome) {
-    DbgPrint(QStringLiteral("Secret Service: %1 reads \"%2\": %3")
-                 .arg(Reader.isEmpty() ? QStringLiteral("(unknown program)") : Reader, Title,
+void SecretService::NoteRead(const QString& Reader, const QString& Title, const char* Outcome, bool Change) {
+    DbgPrint(QStringLiteral("Secret Service: %1 %2 \"%3\": %4")
+                 .arg(Reader.isEmpty() ? QStringLiteral("(unknown program)") : Reader,
+                      Change ? QStringLiteral("changes") : QStringLiteral("reads"), Title,
                       QString::fromLatin1(Outcome)));
 }

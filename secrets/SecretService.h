@@ -34,6 +34,7 @@ struct SecretReadAsk {
     QString Owner;  // the program that stored the item ("" by hand)
     QString Title;  // the item's label
     QString User;
+    bool Change = false; // it wants to change or delete the item, not read it
 };
 
 struct SecretHooks {
@@ -100,6 +101,9 @@ private:
         QStringList Allowed;
         std::function<void()> Cancel;
         bool Asking = false;
+        // A change of one item (set, delete) waiting for the answer: run when allowed;
+        // it replies itself.
+        std::function<void()> Change;
     };
     enum class Kind { None, Service, Collection, Item, Session, Prompt };
     struct Target {
@@ -143,7 +147,9 @@ private:
     QString NewPrompt(const QString& Sender, std::function<void(const QString& PromptPath)> Run);
     void CompletePrompt(const QString& Id, bool Dismissed, const QVariant& Result);
     void ItemsChanged();
-    void NoteRead(const QString& Reader, const QString& Title, const char* Outcome);
+    void NoteRead(const QString& Reader, const QString& Title, const char* Outcome, bool Change = false);
+    // Runs Apply for the call M on item Id once its owner, or the user, allows it.
+    void StartChange(const QDBusMessage& M, const QString& Id, std::function<void()> Apply);
 
     QDBusConnection m_bus;
     SecretHooks m_hooks;

@@ -240,7 +240,10 @@ void SecretService::CreateItem(const QDBusMessage& M) {
         if (replace)
             for (const QString& c : m_items.Search(It.Attrs)) {
                 SecretItem old;
-                if (m_items.Read(c, old, false) && old.Attrs == It.Attrs) {
+                // Only an item of the same program is replaced: another's is left alone and a
+                // new item made beside it.
+                if (m_items.Read(c, old, false) && old.Attrs == It.Attrs && old.Program == It.Program &&
+                    !It.Program.isEmpty()) {
                     id = c;
                     break;
                 }
@@ -298,16 +301,21 @@ void SecretService::OnItem(const QDBusMessage& M, const QString& Id) {
         QString type;
         if (!SecretIn(M, a[0], plain, type))
             return;
-        m_items.SetSecret(Id, plain, type, QString());
-        sodium_memzero(plain.data(), static_cast<size_t>(plain.size()));
-        ItemsChanged();
-        Signal(CollectionPath(), secret_if::kCollection, QStringLiteral("ItemChanged"),
-               {QVariant::fromValue(QDBusObjectPath(ItemPath(Id)))});
-        return Reply(M, {});
+        // Changing or deleting what another program stored is asked about, as reading is.
+        return StartChange(M, Id, [this, M, Id, plain, type]() mutable {
+            m_items.SetSecret(Id, plain, type, QString());
+            sodium_memzero(plain.data(), static_cast<size_t>(plain.size()));
+            ItemsChanged();
+            Signal(CollectionPath(), secret_if::kCollection, QStringLiteral("ItemChanged"),
+                   {QVariant::fromValue(QDBusObjectPath(ItemPath(Id)))});
+            Reply(M, {});
+        });
     }
-    m_items.Delete(Id);
-    ItemsChanged();
-    Signal(CollectionPath(), secret_if::kCollection, QStringLiteral("ItemDeleted"),
-           {QVariant::fromValue(QDBusObjectPath(ItemPath(Id)))});
-    Reply(M, {QVariant::fromValue(NoPath())});
+    StartChange(M, Id, [this, M, Id] {
+        m_items.Delete(Id);
+        ItemsChanged();
+        Signal(CollectionPath(), secret_if::kCollection, QStringLiteral("ItemDeleted"),
+               {QVariant::fromValue(QDBusObjectPath(ItemPath(Id)))});
+        Reply(M, {QVariant::fromValue(NoPath())});
+    });
 }

@@ -32,6 +32,20 @@ void SecretService::StartRead(const QDBusMessage& M, const QStringList& Ids, con
     ContinueRead(r);
 }
 
+void SecretService::StartChange(const QDBusMessage& M, const QString& Id, std::function<void()> Apply) {
+    if (m_reads.size() >= kMaxPending)
+        return Error(M, secret_err::kLimits, QStringLiteral("Too many calls wait for an answer"));
+    auto r = std::make_shared<PendingRead>();
+    r->Msg = M;
+    r->Msg.setDelayedReply(true);
+    r->Sender = M.service();
+    r->Reader = ProgramOf(M.service());
+    r->Ids = {Id};
+    r->Change = std::move(Apply);
+    m_reads.append(r);
+    ContinueRead(r);
+}
+
 void SecretService::ContinueRead(const std::shared_ptr<PendingRead>& R) {
     while (R->Next < R->Ids.size()) {
         const QString id = R->Ids[R->Next];
@@ -41,7 +55,8 @@ void SecretService::ContinueRead(const std::shared_ptr<PendingRead>& R) {
             continue;
         }
         if (!ReadNeedsQuestion(CurUser, R->Reader, it.Program)) {
-            NoteRead(R->Reader, it.Label, it.Program == R->Reader ? "its own item" : "always allowed");
+            NoteRead(R->Reader, it.Label, it.Program == R->Reader ? "its own item" : "always allowed",
+                     bool(R->Change));
             R->Allowed.append(id);
             ++R->Next;
             continue;
@@ -50,31 +65,32 @@ void SecretService::ContinueRead(const std::shared_ptr<PendingRead>& R) {
         if (m_reads.isEmpty() || m_reads.front() != R || R->Asking)
             return;
         if (!m_hooks.AskRead) {
-            NoteRead(R->Reader, it.Label, "denied (no one to ask)");
+            NoteRead(R->Reader, it.Label, "denied (no one to ask)", bool(R->Change));
             ++R->Next;
             continue;
         }
         R->Asking = true;
         const std::weak_ptr<PendingRead> weak = R;
         const QString title = it.Label;
-        R->Cancel =
-            m_hooks.AskRead({R->Reader, it.Program, it.Label, CurUser}, [this, weak, title](int Answer) {
-                const auto r = weak.lock();
-                if (!r || !m_reads.contains(r))
-                    return;
-                r->Asking = false;
-                r->Cancel = nullptr;
-                if (Answer == saAllowAlways)
-                    SetAlwaysAllowed(CurUser, r->Reader, true);
-                NoteRead(r->Reader, title,
-                         Answer == saAllowAlways ? "allowed always"
-                         : Answer == saAllowOnce ? "allowed once"
-                                                 : "denied");
-                if (Answer == saAllowOnce || Answer == saAllowAlways)
-                    r->Allowed.append(r->Ids[r->Next]);
-                ++r->Next;
-                ContinueRead(r);
-            });
+        R->Cancel = m_hooks.AskRead({R->Reader, it.Program, it.Label, CurUser, bool(R->Change)},
+                                    [this, weak, title](int Answer) {
+                                        const auto r = weak.lock();
+                                        if (!r || !m_reads.contains(r))
+                                            return;
+                                        r->Asking = false;
+                                        r->Cancel = nullptr;
+                                        if (Answer == saAllowAlways)
+                                            SetAlwaysAllowed(CurUser, r->Reader, true);
+                                        NoteRead(r->Reader, title,
+                                                 Answer == saAllowAlways ? "allowed always"
+                                                 : Answer == saAllowOnce ? "allowed once"
+                                                                         : "denied",
+                                                 bool(r->Change));
+                                        if (Answer == saAllowOnce || Answer == saAllowAlways)
+                                            r->Allowed.append(r->Ids[r->Next]);
+                                        ++r->Next;
+                                        ContinueRead(r);
+                                    });
         return;
     }
     FinishRead(R);
@@ -83,7 +99,16 @@ void SecretService::ContinueRead(const std::shared_ptr<PendingRead>& R) {
 void SecretService::FinishRead(const std::shared_ptr<PendingRead>& R) {
     const bool wasFront = !m_reads.isEmpty() && m_reads.front() == R;
     m_reads.removeOne(R);
-    if (!R->Many) {
+    if (R->Change) {
+        if (R->Allowed.isEmpty())
+            Error(R->Msg, Locked() ? secret_err::kIsLocked : secret_err::kAccessDenied,
+                  Locked() ? QStringLiteral("The collection is locked")
+                           : QStringLiteral("The user did not allow this program to change the item"));
+        else if (Locked() || !m_items.Has(R->Allowed.front()))
+            Error(R->Msg, secret_err::kNoSuchObject, QStringLiteral("No such item"));
+        else
+            R->Change();
+    } else if (!R->Many) {
         QVariant out;
         if (R->Allowed.isEmpty())
             Error(R->Msg, Locked() ? secret_err::kIsLocked : secret_err::kAccessDenied,
@@ -235,26 +260,31 @@ void SecretService::OnProperties(const QDBusMessage& M, const Target& T) {
         return Error(M, secret_err::kIsLocked, QStringLiteral("The collection is locked"));
     if (!m_items.Has(T.Id))
         return Error(M, secret_err::kNoSuchObject, QStringLiteral("No such item"));
-    if (name == QLatin1String("Label")) {
-        if (v.metaType() != QMetaType::fromType<QString>() || v.toString().size() > kMaxLabel)
-            return Error(M, secret_err::kInvalidArgs,
-                         QStringLiteral("Label: a text of up to 4096 characters"));
-        m_items.SetLabel(T.Id, v.toString());
-    } else {
+    if (name == QLatin1String("Label") &&
+        (v.metaType() != QMetaType::fromType<QString>() || v.toString().size() > kMaxLabel))
+        return Error(M, secret_err::kInvalidArgs, QStringLiteral("Label: a text of up to 4096 characters"));
+    SecretStringMap attrs;
+    if (name == QLatin1String("Attributes")) {
         if (!v.canConvert<QDBusArgument>() ||
             v.value<QDBusArgument>().currentSignature() != QLatin1String("a{ss}"))
             return Error(M, secret_err::kInvalidArgs, QStringLiteral("Attributes: a{ss}"));
-        const SecretStringMap attrs = qdbus_cast<SecretStringMap>(v);
+        attrs = qdbus_cast<SecretStringMap>(v);
         if (attrs.size() > kMaxAttrs)
             return Error(M, secret_err::kInvalidArgs, QStringLiteral("Too many attributes"));
         for (auto it = attrs.cbegin(); it != attrs.cend(); ++it)
             if (it.key().isEmpty() || SecretItems::IsOwnField(it.key()) || it.value().size() > kMaxAttrText)
                 return Error(M, secret_err::kInvalidArgs,
                              QStringLiteral("A reserved, empty or long attribute"));
-        m_items.SetAttrs(T.Id, attrs);
     }
-    ItemsChanged();
-    Signal(CollectionPath(), secret_if::kCollection, QStringLiteral("ItemChanged"),
-           {QVariant::fromValue(QDBusObjectPath(M.path()))});
-    Reply(M, {});
+    const QString id = T.Id, label = v.toString();
+    StartChange(M, id, [this, M, id, name, label, attrs] {
+        if (name == QLatin1String("Label"))
+            m_items.SetLabel(id, label);
+        else
+            m_items.SetAttrs(id, attrs);
+        ItemsChanged();
+        Signal(CollectionPath(), secret_if::kCollection, QStringLiteral("ItemChanged"),
+               {QVariant::fromValue(QDBusObjectPath(ItemPath(id)))});
+        Reply(M, {});
+    });
 }

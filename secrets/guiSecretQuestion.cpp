@@ -38,7 +38,8 @@ std::function<void()> AskSecretRead(QWidget* Owner, const SecretReadAsk& Ask, st
     dlg->setWindowTitle(Texts(477));
     dlg->setWindowModality(Qt::ApplicationModal);
     const QString owner = Ask.Owner.isEmpty() ? Texts(479) : ProgramText(Ask.Owner);
-    auto* text = new QLabel(Texts(478).arg(ProgramText(Ask.Reader), Ask.Title, owner, Ask.User), dlg);
+    auto* text = new QLabel(
+        Texts(Ask.Change ? 486 : 478).arg(ProgramText(Ask.Reader), Ask.Title, owner, Ask.User), dlg);
     text->setObjectName(QStringLiteral("lblQuestion"));
     text->setWordWrap(true);
     text->setTextFormat(Qt::PlainText);

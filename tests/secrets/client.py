@@ -57,6 +57,14 @@ def main():
         print('locked=%s' % coll.is_locked())
         print('dismissed=%s' % coll.unlock())
         print('locked=%s' % coll.is_locked())
+    elif cmd == 'delete':
+        coll = secretstorage.get_default_collection(conn)
+        items = list(coll.search_items(attrs_of(args)))
+        try:
+            items[0].delete()
+            print('deleted')
+        except DBusErrorResponse as e:
+            print('error=%s' % e.name)
     elif cmd == 'lock':
         coll = secretstorage.get_default_collection(conn)
         coll.lock()

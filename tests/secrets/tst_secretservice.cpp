@@ -226,6 +226,20 @@ private slots:
         answer([](QDialog* q) { q->reject(); }, out);
         QCOMPARE(out, QStringLiteral("error=org.freedesktop.DBus.Error.AccessDenied"));
 
+        // Deleting what another program stored is asked about too.
+        {
+            QProcess p;
+            p.start(kPy, {kClient, "delete", "app=mail"});
+            QTRY_VERIFY_WITH_TIMEOUT(question() != nullptr, 20000);
+            QVERIFY2(question()->findChild<QLabel*>("lblQuestion")->text().contains("change or delete"),
+                     qPrintable(question()->findChild<QLabel*>("lblQuestion")->text()));
+            QTest::keyClick(question(), Qt::Key_Escape);
+            QTRY_VERIFY_WITH_TIMEOUT(p.state() == QProcess::NotRunning, 20000);
+            QCOMPARE(p.readAllStandardOutput().trimmed(),
+                     QByteArray("error=org.freedesktop.DBus.Error.AccessDenied"));
+            QCOMPARE(run("/usr/bin/secret-tool", {"lookup", "app", "mail"}).Out, QStringLiteral("s3cret-2"));
+        }
+
         // Every read is in the debug log, the secret never.
         const QString log = QString::fromUtf8(readAllOf(DbgFilePath()));
         QVERIFY2(log.contains("reads \"Mail box\": allowed once") &&
