@@ -68,3 +68,4 @@ inline constexpr qsizetype kMaxLabel = 4096;
 inline constexpr qsizetype kMaxAttrs = 64;
 inline constexpr qsizetype kMaxAttrText = 4096;
 inline constexpr qsizetype kMaxPending = 64; // reads waiting for a question
+inline constexpr qsizetype kMaxPrompts = 1024;

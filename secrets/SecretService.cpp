@@ -293,6 +293,8 @@ void SecretService::OnSession(const QDBusMessage& M, const QString& Id) {
 }
 
 QString SecretService::NewPrompt(const QString& Sender, std::function<void(const QString&)> Run) {
+    if (m_prompts.size() >= kMaxPrompts)
+        return {};
     const QString id = QString::number(++m_nextId);
     auto p = std::make_shared<Prompt>();
     p->Owner = Sender;

@@ -118,6 +118,8 @@ void SecretService::OnService(const QDBusMessage& M) {
                                QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusObjectPath(path)))));
             });
         });
+        if (prompt.isEmpty())
+            return Error(M, secret_err::kLimits, QStringLiteral("Too many prompts"));
         return Reply(M, {QVariant::fromValue(NoPath()), QVariant::fromValue(QDBusObjectPath(prompt))});
     }
     Error(M, secret_err::kUnknownMethod,
@@ -201,6 +203,8 @@ void SecretService::UnlockOrLock(const QDBusMessage& M, bool Unlock) {
             CompletePrompt(Id, !Ok, QVariant::fromValue(QDBusVariant(Paths(Ok ? ours : QStringList()))));
         });
     });
+    if (prompt.isEmpty())
+        return Error(M, secret_err::kLimits, QStringLiteral("Too many prompts"));
     Reply(M, {Paths({}), QVariant::fromValue(QDBusObjectPath(prompt))});
 }
 
@@ -280,6 +284,8 @@ void SecretService::CreateItem(const QDBusMessage& M) {
         });
     });
     sodium_memzero(item.Secret.data(), static_cast<size_t>(item.Secret.size()));
+    if (prompt.isEmpty())
+        return Error(M, secret_err::kLimits, QStringLiteral("Too many prompts"));
     Reply(M, {QVariant::fromValue(NoPath()), QVariant::fromValue(QDBusObjectPath(prompt))});
 }
 
