@@ -40,6 +40,10 @@ inline constexpr int kCfgPaswHistory = 25; // earlier passwords kept per record 
 inline constexpr int kCfgHealthAge = 26;   // password health: "old" from this many months (12)
 // The value pane shows the password as dots until asked ("1"/"0"; 0).
 inline constexpr int kCfgHidePanePasw = 32;
+// The desktop's secret storage (secrets/SecretAccess.h): served ("1"/"0"; 1), and the
+// programs each user always lets read ("user:program" pairs, percent-encoded, ";"-joined).
+inline constexpr int kCfgSecretService = 28;
+inline constexpr int kCfgSecretAlways = 29;
 
 extern StrMass ProgConfig;
 extern QString ProgCfgPath;

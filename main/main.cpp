@@ -3,7 +3,7 @@
 //
 // Floors, from the ground up (LAYERS.md at the top of the tree tells more); each calls
 // only its own floor and those below it, and the lower ones are handed what they need:
-//   diagnostics → app → storage → users → records, maintenance, options, tray
+//   diagnostics → app → storage → users → records, maintenance, options, tray, secrets
 //   → mainwindow, cli → main
 
 #include "app/DiagnosticsHookup.h"
@@ -53,6 +53,9 @@ int main(int argc, char** argv) {
                 modal->activateWindow();
             }
         });
+        // The desktop's secret storage is served from before the first password question,
+        // so that a client the bus started the program for finds the name taken.
+        main->StartSecretService();
         main->Form_Load();
     });
     if (!started)

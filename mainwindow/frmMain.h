@@ -116,6 +116,11 @@ public:
     void SetActivitySource(IActivitySource* Source);
     void LockNow();
     bool IsLocked() const { return m_locked; }
+    // The desktop's secret storage (frmMainSecrets.cpp): the provider starts with the
+    // window when settings entry 28 is on; its unlock prompt is this window's password
+    // question. UnlockForClient answers whether the user is open and unlocked afterwards.
+    void StartSecretService();
+    bool UnlockForClient();
     int CurrentRecord() const { return m_curRecord; }
     QModelIndex DropHighlight() const { return m_dropHighlight; }
     void SetDropHighlight(const QModelIndex& Node) { m_dropHighlight = Node; }

@@ -13,6 +13,7 @@
 #include "options/guiFolderChooser.h"
 #include "options/guiPanePasswordBox.h"
 #include "records/RecordExtras.h"
+#include "secrets/guiSecretsPage.h"
 #include "tray/guiModTray.h"
 
 #include <QCheckBox>
@@ -119,6 +120,7 @@ frmOptions::frmOptions(QWidget* parent) : QDialog(parent) {
     generalLay->addStretch(1);
     tabPages = named(new QTabWidget, "tabPages");
     tabPages->addTab(general, QString());
+    AddPage(new guiSecretsPage, Texts(470));
     auto* lay = new QVBoxLayout(this);
     lay->addWidget(tabPages, 1);
     lay->addLayout(buttons);

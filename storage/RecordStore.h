@@ -60,6 +60,9 @@ public:
     // Row Row is, untouched, the very row ORow of Other (both copies of one reading): a
     // cheap test that needs no comparison of bytes. False says nothing.
     bool sharesRow(int Row, const RecordStore& Other, int ORow) const;
+    // True when both are copies of one state that neither changed since: a store that is
+    // written to while a copy is kept gets data of its own. False says nothing.
+    bool sameState(const RecordStore& Other) const { return d.constData() == Other.d.constData(); }
 
     void setValue(int Row, int Fld, const QString& Text);
     // Copies one value of another store (or of this one) without conversion.

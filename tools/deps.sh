@@ -1,6 +1,8 @@
 # Sourced by run.sh and test.sh: installs the Debian packages that are missing.
 # When everything is there this is one dpkg-query (about 0.1 s).
 ARGENT_PACKAGES="cmake ninja-build g++ pkgconf qt6-base-dev libsodium-dev libxml2-dev libzxcvbn-dev xvfb xauth xdotool xclip trayer imagemagick fonts-dejavu-core desktop-file-utils appstream"
+# The desktop's secret storage: its key exchange and AES come from OpenSSL's libcrypto.
+ARGENT_PACKAGES="$ARGENT_PACKAGES libssl-dev"
 # Only the tests need these (test.sh adds them): keepassxc-cli for the import/export round trip,
 # oathtool for the one-time codes.
 ARGENT_TEST_PACKAGES="keepassxc oathtool"
@@ -9,6 +11,9 @@ ARGENT_TEST_PACKAGES="$ARGENT_TEST_PACKAGES python3-pyatspi at-spi2-core dbus-da
 # The browser tests: a client of the extension's protocol in Python with libsodium's
 # bindings, and Firefox ESR with the packaged KeePassXC-Browser extension.
 ARGENT_TEST_PACKAGES="$ARGENT_TEST_PACKAGES python3 python3-nacl firefox-esr webext-keepassxc-browser"
+# The Secret Service tests: a private session bus and two real clients (libsecret's
+# secret-tool, python3-secretstorage with jeepney, run by Debian's /usr/bin/python3).
+ARGENT_TEST_PACKAGES="$ARGENT_TEST_PACKAGES dbus libsecret-tools python3-secretstorage"
 
 argent_ensure_deps() {
     local missing=""

@@ -96,6 +96,9 @@ private slots:
         for (auto i = all.cbegin(); i != all.cend(); ++i) {
             QCOMPARE(i.value().size(), en.size());
             for (int k = 0; k < en.size(); ++k) {
+                // An identifier that no language file uses: kept for a feature to come.
+                if (en[k].trimmed().isEmpty() && i.value()[k].trimmed().isEmpty())
+                    continue;
                 QVERIFY2(!i.value()[k].trimmed().isEmpty(),
                          qPrintable(i.key() + " " + QString::number(k + 1)));
                 QCOMPARE(i.value()[k].endsWith(' '), en[k].endsWith(' '));

@@ -37,6 +37,10 @@ if command -v man >/dev/null; then
     done
 fi
 
+# No D-Bus activation file for org.freedesktop.secrets: on a desktop with a keyring the bus
+# could start this program in its place (README: the desktop's secret storage).
+if grep -rlqs 'org.freedesktop.secrets' "$share/dbus-1"; then fail "a D-Bus activation file for org.freedesktop.secrets is installed"; fi
+
 # A user's first command: the per-user folder is made from the installed data folder.
 export HOME=$tmp/home XDG_DATA_HOME=$tmp/data XDG_CONFIG_HOME=$tmp/config XDG_RUNTIME_DIR=$tmp/run
 mkdir -p "$HOME" "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"

@@ -13,7 +13,7 @@ declare -A floor=(
     [app]=1
     [storage]=2
     [users]=3
-    [records]=4 [maintenance]=4 [options]=4 [tray]=4 [browser]=4
+    [records]=4 [maintenance]=4 [options]=4 [tray]=4 [browser]=4 [secrets]=4
     [mainwindow]=5 [cli]=5
     [main]=6
 )
