@@ -9,8 +9,11 @@
 #include "records/IRecordView.h"
 #include "users/IUserView.h"
 
+#include <QHash>
+#include <QList>
 #include <QMainWindow>
 #include <QPersistentModelIndex>
+#include <QSet>
 #include <QTreeView>
 
 #include <memory>
@@ -24,6 +27,7 @@ class QTextEdit;
 class QTimer;
 class QToolBar;
 class IActivitySource;
+struct clsCopyMerge;
 class GuiActivitySource;
 class SessionWatch;
 class EndSessionWatch;
@@ -215,6 +219,10 @@ private:
     void ShowFileTakenIn(const QString& Message);
     void SyncWatch();
     void RefreshFromFile();
+    // Conflict copies of the open user (frmMainSync.cpp).
+    void MergeWaitingCopies();
+    void ReportCopyMerges(const QList<clsCopyMerge>& Done, int Save);
+    void AskCopyPassword(const QString& Copy, const QString& Look);
     // Closes every open dialog; each counts as declined.
     void CloseDialogs();
     void Form_Paint();
@@ -254,6 +262,10 @@ private:
     QFileSystemWatcher* m_watch = nullptr;
     QTimer* m_refreshTimer = nullptr;
     bool m_refreshing = false;
+    // Conflict copies: each one's size and times at the last look (read once they stay
+    // the same), and those already asked a password for (path|look).
+    QHash<QString, QString> m_copyLooks;
+    QSet<QString> m_askedCopies;
     // The file state last reported (key changed, file deleted), so it is reported once.
     int m_toldFileState = 0;
     bool m_ending = false;

@@ -187,6 +187,9 @@ void frmMain::RefreshFromFile() {
     }
     if (r == usSaved || r == 0)
         m_toldFileState = 0;
+    // A sync engine's conflict copy comes with the same events (frmMainSync.cpp).
+    if (r >= 0)
+        MergeWaitingCopies();
     m_refreshing = false;
     SyncWatch();
 }

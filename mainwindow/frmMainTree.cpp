@@ -13,6 +13,7 @@
 #include "users/UsDBTree.h"
 #include "users/UserAccounts.h"
 
+#include <QTimer>
 #include <QDragMoveEvent>
 #include <QDropEvent>
 #include <QLabel>
@@ -158,6 +159,9 @@ void frmMain::ShowUsDB(clsDatabase& UsDB) {
     UpdateTitle();
     m_toldFileState = 0;
     SyncWatch();
+    // Conflict copies waiting beside the file: one look once the window shows the user.
+    m_copyLooks.clear();
+    m_refreshTimer->start(150);
 }
 
 void frmMain::ShowUsDBInTreeView(clsDatabase& UsDB) {
