@@ -16,6 +16,9 @@
 
 #include <algorithm>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 const QString kKeptEnding = QStringLiteral(".kept");
@@ -128,7 +131,26 @@ QStringList KeptVersions(const QString& UserPath) {
     return out;
 }
 
-bool KeepVersion(const QString& UserPath, const QString& Lineage, const QByteArray& Sealed) {
+namespace {
+
+// A second name for From at Path, when From is still the file of inode Inode.
+bool linkIfSame(const QString& From, quint64 Inode, const QString& Path) {
+    if (From.isEmpty() || Inode == 0)
+        return false;
+    const QByteArray to = QFile::encodeName(Path);
+    if (::link(QFile::encodeName(From).constData(), to.constData()) != 0)
+        return false;
+    struct stat st;
+    if (::stat(to.constData(), &st) == 0 && static_cast<quint64>(st.st_ino) == Inode)
+        return true;
+    ::unlink(to.constData());
+    return false;
+}
+
+} // namespace
+
+bool KeepVersion(const QString& UserPath, const QString& Lineage, const QByteArray& Sealed, const QString& From,
+                 quint64 Inode) {
     TRACE_PROC("modLineage.KeepVersion", UserPath);
     const QString head = LineageHead(Lineage);
     const QString folder = KeptVersionsFolder(UserPath);
@@ -138,8 +160,11 @@ bool KeepVersion(const QString& UserPath, const QString& Lineage, const QByteArr
     if (QFileInfo::exists(path))
         return true;
     const QString own = perUserFolder();
+    // $XDG_DATA_HOME itself may not be there yet on a fresh account.
+    QDir().mkpath(QFileInfo(own).absolutePath());
     if (!makePrivateFolder(own) || !makePrivateFolder(Pt(own) + QStringLiteral("Versions")) ||
-        !makePrivateFolder(folder) || !WriteFileChecked(path, Sealed, kPrivateFilePerms)) {
+        !makePrivateFolder(folder) ||
+        (!linkIfSame(From, Inode, path) && !WriteFileChecked(path, Sealed, kPrivateFilePerms))) {
         DbgPrint(QStringLiteral("Version of the user file not kept: ") + path);
         return false;
     }

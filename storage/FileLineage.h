@@ -43,7 +43,12 @@ QString KeptVersionsFolder(const QString& UserPath);
 // Keeps Sealed, the bytes of a version of the user file at UserPath with lineage Lineage,
 // unless it is kept already; drops the oldest beyond kKeptVersionsMax. False when it
 // could not be written (nothing else changes).
-bool KeepVersion(const QString& UserPath, const QString& Lineage, const QByteArray& Sealed);
+// From, when given, is the file Sealed was read from or written to, with inode Inode: it is
+// linked rather than written again when it is still that file (a checked write or a sync
+// engine replaces a file, never changes it in place); a kept version whose last token is
+// not its name is never used as a base (MergeBase.cpp reads it to know).
+bool KeepVersion(const QString& UserPath, const QString& Lineage, const QByteArray& Sealed,
+                 const QString& From = {}, quint64 Inode = 0);
 // The tokens of the kept versions of UserPath.
 QStringList KeptVersions(const QString& UserPath);
 QString KeptVersionPath(const QString& UserPath, const QString& Token);

@@ -48,7 +48,9 @@ clsMergeCounts MergeVersions(const QString& UserPath, const QString& Key, Databa
         for (const QString& token : CommonAncestors(UserPath, Ours.Lineage, Theirs.Lineage)) {
             DatabaseRecord base;
             clsFileIdentity id;
-            if (clsUserFile::Read(KeptVersionPath(UserPath, token), Key, base, id) != tbeOk || !CanMerge(base, base))
+            // A kept version is the version its name says, or no base at all.
+            if (clsUserFile::Read(KeptVersionPath(UserPath, token), Key, base, id) != tbeOk ||
+                !CanMerge(base, base) || LineageHead(base.Lineage) != token)
                 continue;
             kind = mkAncestor;
             if (Base)

@@ -180,7 +180,7 @@ int clsUserFile::Open(clsDatabase& DB) {
     const QString head = LineageHead(rec.Lineage);
     const bool otherMachines = !head.isEmpty() && !KeptVersionsFolder(m_path).isEmpty() &&
                                !QFile::exists(KeptVersionPath(m_path, head));
-    KeepVersion(m_path, rec.Lineage, sealed);
+    KeepVersion(m_path, rec.Lineage, sealed, m_path, id.Inode);
     DB.SetDB(rec);
     DB.SetPath(m_path);
     SetState(rec, id);
@@ -288,7 +288,7 @@ int clsUserFile::readKept(const QString& Key, DatabaseRecord& Out, clsFileIdenti
     QByteArray sealed;
     const int r = Read(m_path, Key, Out, Id, std::move(Cache), &sealed);
     if (r == tbeOk)
-        KeepVersion(m_path, Out.Lineage, sealed);
+        KeepVersion(m_path, Out.Lineage, sealed, m_path, Id.Inode);
     return r;
 }
 
@@ -307,7 +307,7 @@ int clsUserFile::writeLocked(clsDatabase& DB, const QString& WriteKey) {
         DB.SetLineage(wasLineage);
         return usWriteFailed;
     }
-    KeepVersion(m_path, DB.DBView().Lineage, sealed);
+    KeepVersion(m_path, DB.DBView().Lineage, sealed, m_path, written.Inode);
     m_supersedes.clear();
     m_olderNum.reset();
     m_knownNum = num;

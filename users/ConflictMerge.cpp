@@ -65,7 +65,7 @@ clsCopyMerge MergeCopyInto(clsDatabase& DB, const QString& UserPath, const QStri
     }
     // The copy is a version of the user's file like any other: kept, it can be the base of
     // the next merge.
-    KeepVersion(UserPath, theirs.Lineage, sealed);
+    KeepVersion(UserPath, theirs.Lineage, sealed, CopyPath, id.Inode);
     DatabaseRecord merged = DB.DBView();
     const DatabaseRecord* known = nullptr; // what the copy descends from is for the lineage to say
     m.Counts = MergeVersions(UserPath, Key, merged, known, theirs, QFileInfo(CopyPath).lastModified().date(),
