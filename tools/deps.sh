@@ -4,6 +4,8 @@ ARGENT_PACKAGES="cmake ninja-build g++ pkgconf qt6-base-dev libsodium-dev libxml
 # Only the tests need these (test.sh adds them): keepassxc-cli for the import/export round trip,
 # oathtool for the one-time codes.
 ARGENT_TEST_PACKAGES="keepassxc oathtool"
+# Two machines sharing a databases folder through real Syncthing instances (tools/sync_two_machines.sh).
+ARGENT_TEST_PACKAGES="$ARGENT_TEST_PACKAGES syncthing curl"
 
 argent_ensure_deps() {
     local missing=""
