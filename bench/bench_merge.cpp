@@ -22,8 +22,8 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
@@ -170,9 +170,10 @@ bool benchConflictCopy(const QString& Dir, const TableEntry& Base, const TableEn
     const double cpu = cpuMs() - c0;
     if (done.size() != 1 || done[0].Result != ccMerged || save < 0)
         return false;
-    std::printf("conflict copy merged end to end (open, read the copy, choose and read the base, merge, save, "
-                "move): %.0f ms (target < %.0f ms; processor time %.0f ms; the open alone %.0f ms)\n  %s\n",
-                whole, kCopyTargetMs, cpu, open, qPrintable(DescribeCopyMerge(done[0])));
+    std::printf(
+        "conflict copy merged end to end (open, read the copy, choose and read the base, merge, save, "
+        "move): %.0f ms (target < %.0f ms; processor time %.0f ms; the open alone %.0f ms)\n  %s\n",
+        whole, kCopyTargetMs, cpu, open, qPrintable(DescribeCopyMerge(done[0])));
     std::printf("choice of the base among %lld kept versions: %.3f ms (target < %.0f ms), %lld common\n",
                 static_cast<long long>(KeptVersions(path).size()), BenchMedian(choice), kChoiceTargetMs,
                 static_cast<long long>(bases.size()));

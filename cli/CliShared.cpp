@@ -230,8 +230,9 @@ int openUser(const CliOptions& Opt, const QString& Name) {
     // that they wait.
     if (!(g_lock && g_lock->IsHeld()))
         if (const qsizetype n = UserConflictCopies(Name).size(); n > 0)
-            say(QStringLiteral("%1 conflict cop%2 of user %3 wait%4 to be merged: argentpm merge %5 takes them "
-                               "in (so does any change of the user)")
+            say(QStringLiteral(
+                    "%1 conflict cop%2 of user %3 wait%4 to be merged: argentpm merge %5 takes them "
+                    "in (so does any change of the user)")
                     .arg(n)
                     .arg(n == 1 ? QStringLiteral("y") : QStringLiteral("ies"))
                     .arg(quoted(Name))

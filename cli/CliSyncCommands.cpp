@@ -24,7 +24,8 @@ int CmdMerge(const CliOptions& Opt, const QStringList& Args) {
             return cliFailed;
         }
         if (fi.absoluteFilePath() == QFileInfo(UsDBFilePath(name)).absoluteFilePath()) {
-            say(QStringLiteral("%1 is the file of user %2 itself; nothing was merged").arg(quoted(f), quoted(name)));
+            say(QStringLiteral("%1 is the file of user %2 itself; nothing was merged")
+                    .arg(quoted(f), quoted(name)));
             return cliUsage;
         }
         files.append(fi.absoluteFilePath());

@@ -13,13 +13,13 @@
 #include "users/UsDBTree.h"
 #include "users/UserAccounts.h"
 
-#include <QTimer>
 #include <QDragMoveEvent>
 #include <QDropEvent>
 #include <QLabel>
 #include <QStatusBar>
 #include <QTextCursor>
 #include <QTextEdit>
+#include <QTimer>
 
 namespace {
 

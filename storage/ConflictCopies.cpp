@@ -32,8 +32,9 @@ const QRegularExpression& ownCloudCopy() {
 }
 
 const QRegularExpression& tempFile() {
-    static const QRegularExpression re(QStringLiteral(R"(^(?:\.syncthing\..*\.tmp|~syncthing~.*\.tmp|~.*\.tmp)"
-                                                      R"(|\.~lock.*|\..+\.~[0-9A-Fa-f]+|.+\.part)$)"));
+    static const QRegularExpression re(
+        QStringLiteral(R"(^(?:\.syncthing\..*\.tmp|~syncthing~.*\.tmp|~.*\.tmp)"
+                       R"(|\.~lock.*|\..+\.~[0-9A-Fa-f]+|.+\.part)$)"));
     return re;
 }
 

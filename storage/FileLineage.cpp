@@ -109,7 +109,8 @@ QString KeptVersionsFolder(const QString& UserPath) {
         return {};
     const QFileInfo fi(UserPath);
     const QByteArray where = QFileInfo(fi.absolutePath()).absoluteFilePath().toUtf8();
-    const QString tag = QString::fromLatin1(QCryptographicHash::hash(where, QCryptographicHash::Sha256).toHex().left(8));
+    const QString tag =
+        QString::fromLatin1(QCryptographicHash::hash(where, QCryptographicHash::Sha256).toHex().left(8));
     return Pt(own) + QStringLiteral("Versions/") + fi.completeBaseName() + u'-' + tag;
 }
 
@@ -149,8 +150,8 @@ bool linkIfSame(const QString& From, quint64 Inode, const QString& Path) {
 
 } // namespace
 
-bool KeepVersion(const QString& UserPath, const QString& Lineage, const QByteArray& Sealed, const QString& From,
-                 quint64 Inode) {
+bool KeepVersion(const QString& UserPath, const QString& Lineage, const QByteArray& Sealed,
+                 const QString& From, quint64 Inode) {
     TRACE_PROC("modLineage.KeepVersion", UserPath);
     const QString head = LineageHead(Lineage);
     const QString folder = KeptVersionsFolder(UserPath);

@@ -34,8 +34,8 @@ QString ConflictCopyTitleFormat(const QDate& When) {
 }
 
 clsMergeCounts MergeVersions(const QString& UserPath, const QString& Key, DatabaseRecord& Ours,
-                             const DatabaseRecord* Known, const DatabaseRecord& Theirs, const QDate& TheirDate,
-                             MergeKind* Kind, QString* Base) {
+                             const DatabaseRecord* Known, const DatabaseRecord& Theirs,
+                             const QDate& TheirDate, MergeKind* Kind, QString* Base) {
     TRACE_PROC("modMerge.MergeVersions", UserPath, HIDDEN(Key));
     MergeKind kind = mkTwoWay;
     clsMergeCounts counts;

@@ -36,5 +36,5 @@ QString ConflictCopyTitleFormat(const QDate& When);
 // Merges Theirs into Ours (in place) as above; Known may be null (no version known).
 // Kind receives the case taken, Base the token of the kept base in case 3.
 clsMergeCounts MergeVersions(const QString& UserPath, const QString& Key, DatabaseRecord& Ours,
-                             const DatabaseRecord* Known, const DatabaseRecord& Theirs, const QDate& TheirDate,
-                             MergeKind* Kind = nullptr, QString* Base = nullptr);
+                             const DatabaseRecord* Known, const DatabaseRecord& Theirs,
+                             const QDate& TheirDate, MergeKind* Kind = nullptr, QString* Base = nullptr);

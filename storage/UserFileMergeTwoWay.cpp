@@ -64,7 +64,8 @@ void changedInOtherTables(const DatabaseRecord& Ours, const DatabaseRecord& Thei
 class clsTwoWayData {
 public:
     clsTwoWayData(TableEntry& Ours, const TableEntry& Theirs, const QString& CopyTitle,
-                  const QSet<QByteArray>& Conflicted, QHash<QByteArray, QByteArray>& Copied, clsMergeCounts& Counts)
+                  const QSet<QByteArray>& Conflicted, QHash<QByteArray, QByteArray>& Copied,
+                  clsMergeCounts& Counts)
         : m_ours(Ours), m_theirs(Theirs.Records), m_copyTitle(CopyTitle), m_conflicted(Conflicted),
           m_copied(Copied), m_counts(Counts) {
         m_id = std::max(namedColumn(Ours, "IndNum"), 0);

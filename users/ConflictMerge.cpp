@@ -44,7 +44,8 @@ QStringList UserConflictCopies(const QString& UsName) {
     return FindConflictCopies(Pt(ProgConfig[kCfgDBPath]), UsName);
 }
 
-clsCopyMerge MergeCopyInto(clsDatabase& DB, const QString& UserPath, const QString& CopyPath, const QString& Key) {
+clsCopyMerge MergeCopyInto(clsDatabase& DB, const QString& UserPath, const QString& CopyPath,
+                           const QString& Key) {
     TRACE_PROC("modSync.MergeCopyInto", UserPath, CopyPath, HIDDEN(Key));
     clsCopyMerge m;
     m.Copy = CopyPath;
@@ -102,7 +103,8 @@ QString MoveCopyToBackup(const QString& CopyPath, const QString& UsName) {
     return target;
 }
 
-QList<clsCopyMerge> MergeCopiesOfOpenUser(const QStringList& Files, int& Save, const QString& Key, bool SaveNow) {
+QList<clsCopyMerge> MergeCopiesOfOpenUser(const QStringList& Files, int& Save, const QString& Key,
+                                          bool SaveNow) {
     TRACE_PROC("modSync.MergeCopiesOfOpenUser", Files, SaveNow);
     Save = usUnchanged;
     QList<clsCopyMerge> out;
@@ -148,15 +150,13 @@ QString DescribeCopyMerge(const clsCopyMerge& M) {
     case ccMerged:
         if (M.MovedTo.isEmpty()) // taken into memory, saved with the next save
             return textOr(452, "Merged %1 (%2): %3 rows taken in, %4 kept twice")
-                .arg(copy,
-                     M.Kind == mkTwoWay ? textOr(451, "two-way: no version both started from")
-                                        : textOr(450, "three-way"))
+                .arg(copy, M.Kind == mkTwoWay ? textOr(451, "two-way: no version both started from")
+                                              : textOr(450, "three-way"))
                 .arg(c.TakenTheirs + c.FieldMerged + c.AddedTheirs + c.Deleted + c.KeptChanged)
                 .arg(c.Conflicts);
         return textOr(441, "Merged %1 (%2): %3 rows taken in, %4 kept twice; now %5 in the backup folder")
-            .arg(copy,
-                 M.Kind == mkTwoWay ? textOr(451, "two-way: no version both started from")
-                                    : textOr(450, "three-way"))
+            .arg(copy, M.Kind == mkTwoWay ? textOr(451, "two-way: no version both started from")
+                                          : textOr(450, "three-way"))
             .arg(c.TakenTheirs + c.FieldMerged + c.AddedTheirs + c.Deleted + c.KeptChanged)
             .arg(c.Conflicts)
             .arg(moved);

@@ -39,18 +39,19 @@ enum ConflictCopyResult {
 };
 
 struct clsCopyMerge {
-    QString Copy;       // the copy's path
-    int Result = 0;     // ConflictCopyResult
+    QString Copy;   // the copy's path
+    int Result = 0; // ConflictCopyResult
     MergeKind Kind = mkNothing;
     clsMergeCounts Counts;
-    QString MovedTo;    // the backup copy it became
+    QString MovedTo; // the backup copy it became
 };
 
 // The conflict copies of user UsName in the databases folder.
 QStringList UserConflictCopies(const QString& UsName);
 // Merges the copy at CopyPath, read with Key (the file key), into DB, whose user file is
 // UserPath. Nothing is saved or moved.
-clsCopyMerge MergeCopyInto(clsDatabase& DB, const QString& UserPath, const QString& CopyPath, const QString& Key);
+clsCopyMerge MergeCopyInto(clsDatabase& DB, const QString& UserPath, const QString& CopyPath,
+                           const QString& Key);
 // Moves a merged copy of user UsName to Backup/; the path it got, or empty.
 QString MoveCopyToBackup(const QString& CopyPath, const QString& UsName);
 // The open user (CurUsDB, CurUsPasw): merges Files (every conflict copy when empty), read

@@ -72,7 +72,8 @@ private slots:
         // A change merges the copy first, then makes itself.
         r = cli(a, {"add", "pat", "0", "--title", "After"});
         QCOMPARE(r.code, 0);
-        QVERIFY2(r.err.contains("Merged pat.sync-conflict") && r.err.contains("three-way"), qPrintable(r.err));
+        QVERIFY2(r.err.contains("Merged pat.sync-conflict") && r.err.contains("three-way"),
+                 qPrintable(r.err));
         QVERIFY(!QFile::exists(copy));
         r = cli(a, {"ls", "pat"});
         QVERIFY(r.err.isEmpty());
