@@ -223,6 +223,8 @@ private:
     void MergeWaitingCopies();
     void ReportCopyMerges(const QList<clsCopyMerge>& Done, int Save);
     void AskCopyPassword(const QString& Copy, const QString& Look);
+    // True when the file at Path looks as it did at the last call (or is gone).
+    bool FileSettled(const QString& Path);
     // Closes every open dialog; each counts as declined.
     void CloseDialogs();
     void Form_Paint();
@@ -266,6 +268,7 @@ private:
     // the same), and those already asked a password for (path|look).
     QHash<QString, QString> m_copyLooks;
     QSet<QString> m_askedCopies;
+    QString m_fileLook; // the user's file at the last look
     // The file state last reported (key changed, file deleted), so it is reported once.
     int m_toldFileState = 0;
     bool m_ending = false;

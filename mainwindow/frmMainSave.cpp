@@ -157,6 +157,12 @@ void frmMain::RefreshFromFile() {
         m_refreshTimer->start(500);
         return;
     }
+    // A file a sync engine is still writing in place is not read: two looks a moment apart
+    // must agree (frmMainSync.cpp).
+    if (!FileSettled(CurUsDBPath)) {
+        m_refreshTimer->start(400);
+        return;
+    }
     m_refreshing = true;
     const int r = UsSession().Refresh();
     switch (r) {

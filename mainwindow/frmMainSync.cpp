@@ -1,7 +1,7 @@
 // The main window and the conflict copies a sync engine leaves beside the open user's file
 // (users/ConflictMerge.h): merged when the user opens and whenever the folder watch sees
 // one arrive, once the copy has settled; the status bar and the debug log say what was
-// merged from where.
+// merged from where. The user's file itself is read only once it has settled too.
 //
 // Sync engines write a temporary file and rename it into place, or delete and create, in
 // bursts: the watch is on the folder (it survives all of that) and every burst ends in one
@@ -50,6 +50,13 @@ QString lookAt(const QString& Path) {
 }
 
 } // namespace
+
+bool frmMain::FileSettled(const QString& Path) {
+    const QString look = lookAt(Path);
+    const bool same = look.isEmpty() || look == m_fileLook;
+    m_fileLook = look;
+    return same;
+}
 
 void frmMain::MergeWaitingCopies() {
     TRACE_PROC("frmMain.MergeWaitingCopies");
