@@ -265,7 +265,7 @@ private:
     QTimer* m_refreshTimer = nullptr;
     bool m_refreshing = false;
     // Conflict copies: each one's size and times at the last look (read once they stay
-    // the same), and those already asked a password for (path|look).
+    // the same), and those already asked a password for or found damaged (path|look).
     QHash<QString, QString> m_copyLooks;
     QSet<QString> m_askedCopies;
     QString m_fileLook; // the user's file at the last look

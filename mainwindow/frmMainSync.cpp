@@ -87,9 +87,13 @@ void frmMain::MergeWaitingCopies() {
     const QList<clsCopyMerge> done =
         MergeCopiesOfOpenUser(ready, save, QString(), SaveAfterEveryChange() || !HasUnsavedChanges());
     ReportCopyMerges(done, save);
-    for (const clsCopyMerge& m : done)
+    for (const clsCopyMerge& m : done) {
+        // A damaged copy is read again only once it changes.
+        if (m.Result == ccDamaged || m.Result == ccUnreadable)
+            m_askedCopies.insert(m.Copy + u'|' + looks.value(m.Copy));
         if (m.Result == ccWrongKey && UserLoaded())
             AskCopyPassword(m.Copy, looks.value(m.Copy));
+    }
 }
 
 void frmMain::ReportCopyMerges(const QList<clsCopyMerge>& Done, int Save) {

@@ -96,6 +96,18 @@ private slots:
         QCOMPARE(asked, 1);
         QVERIFY(hasTitle("Phone") && hasTitle("Unsaved"));
         QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(locked), 10000);
+
+        // A damaged copy: said in the status bar, left as it is, nothing changes.
+        QFile user(UsDBFilePath("anna"));
+        QVERIFY(user.open(QIODevice::ReadOnly));
+        QByteArray bytes = user.readAll();
+        user.close();
+        bytes[bytes.size() / 2] = char(bytes[bytes.size() / 2] ^ 0x04);
+        const QString broken = QFileInfo(copy).absolutePath() + "/anna_conflict-20261124-211129.bdb";
+        writeFileText(broken, bytes);
+        QTRY_VERIFY_WITH_TIMEOUT(w.sbStatusBar->currentMessage().contains("damaged"), 10000);
+        QVERIFY(QFile::exists(broken));
+        QVERIFY(hasTitle("Laptop") && !w.windowTitle().endsWith('*'));
         UnloadUser();
     }
 };
