@@ -63,6 +63,8 @@ int CmdClip(const CliOptions& Opt, const QStringList& Args);
 
 // Backup copies and the portable copy (CliMaintCommands.cpp).
 int CmdBackup(const CliOptions& Opt, const QStringList& Args);
+// Conflict copies of sync engines (CliSyncCommands.cpp).
+int CmdMerge(const CliOptions& Opt, const QStringList& Args);
 int CmdBackups(const CliOptions& Opt, const QStringList& Args);
 int CmdRestore(const CliOptions& Opt, const QStringList& Args);
 int CmdDeleteBackup(const CliOptions& Opt, const QStringList& Args);

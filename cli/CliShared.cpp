@@ -18,6 +18,7 @@
 #include "storage/UserFile.h"
 #include "storage/UserFileLock.h"
 #include "storage/clsDatabase.h"
+#include "users/ConflictMerge.h"
 #include "users/UnsavedCopy.h"
 #include "users/UserAccounts.h"
 #include "users/UserSession.h"
@@ -225,6 +226,18 @@ int openUser(const CliOptions& Opt, const QString& Name) {
                 .arg(quoted(Name))
                 .arg(file->OlderNum())
                 .arg(file->SeenNum()));
+    // A changing command merges the copies next (openUserForChange); a read-only one says
+    // that they wait.
+    if (!(g_lock && g_lock->IsHeld()))
+        if (const qsizetype n = UserConflictCopies(Name).size(); n > 0)
+            say(QStringLiteral(
+                    "%1 conflict cop%2 of user %3 wait%4 to be merged: argentpm merge %5 takes them "
+                    "in (so does any change of the user)")
+                    .arg(n)
+                    .arg(n == 1 ? QStringLiteral("y") : QStringLiteral("ies"))
+                    .arg(quoted(Name))
+                    .arg(n == 1 ? QStringLiteral("s") : QString())
+                    .arg(Name));
     return cliOk;
 }
 
@@ -301,7 +314,38 @@ int openUserForChange(const CliOptions& Opt, const QString& Name) {
         return cliFailed;
     }
     int tbl;
-    return dataTable(tbl);
+    if (int rc = dataTable(tbl))
+        return rc;
+    return mergeWaitingCopies({}, false);
+}
+
+int mergeWaitingCopies(const QStringList& Files, bool ToStdout) {
+    TRACE_PROC("modCli.MergeWaitingCopies", Files);
+    int save = usUnchanged;
+    const QList<clsCopyMerge> done = MergeCopiesOfOpenUser(Files, save);
+    QByteArray out;
+    int rc = cliOk;
+    for (const clsCopyMerge& m : done) {
+        if (DescribeCopyMerge(m).isEmpty())
+            continue;
+        if (ToStdout) {
+            appendOneLine(out, DescribeCopyMerge(m));
+            out.append('\n');
+        } else {
+            say(DescribeCopyMerge(m));
+        }
+        if (m.Result == ccDamaged || m.Result == ccUnreadable)
+            rc = cliDamaged;
+        else if (m.Result == ccWrongKey && rc == cliOk)
+            rc = cliWrongPasw;
+        else if (m.Result == ccNotMoved && rc == cliOk)
+            rc = cliFailed;
+    }
+    writeOut(out);
+    if (save < 0)
+        return saveFailure(save);
+    // A copy that could not be taken in leaves the command free to go on: it stays.
+    return ToStdout ? rc : cliOk;
 }
 
 int saveUserChange() {

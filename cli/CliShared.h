@@ -80,6 +80,11 @@ int openUser(const CliOptions& Opt, const QString& Name);
 int confirmOlderFile(const CliOptions& Opt);
 // The user locked and opened for a change; a file renamed by hand is left alone.
 int openUserForChange(const CliOptions& Opt, const QString& Name);
+// Merges the current user's conflict copies (Files, or every one when empty), saves and
+// moves them to Backup/ (users/ConflictMerge.h); what became of each goes to standard
+// output (ToStdout) or error. An exit status: a failed save; with ToStdout also a copy
+// that was damaged (cliDamaged), opened with another password (cliWrongPasw) or stayed.
+int mergeWaitingCopies(const QStringList& Files, bool ToStdout);
 // Saves the change of the current user; an exit status after saying why not.
 int saveUserChange();
 // Says what a failed save of the current user means; the exit status for it.

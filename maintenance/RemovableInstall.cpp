@@ -6,6 +6,7 @@
 #include "diagnostics/Trace.h"
 #include "maintenance/MaintFiles.h"
 #include "maintenance/PortableRuntime.h"
+#include "storage/ConflictCopies.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -67,6 +68,10 @@ int copyDirInto(const QString& from_dir, const QString& to_dir, bool PrivateData
             folders.append(name);
         } else if (PrivateData && name.startsWith(u'.') && name.endsWith(QLatin1String(".bdb.lock"))) {
             // A user's lock file belongs to this folder's writers, not to the copy.
+            continue;
+        } else if (PrivateData && IsSyncEngineName(name)) {
+            // A sync engine's conflict copy or temporary file: merged where it was made
+            // (ConflictCopies.h), never a user of the copy.
             continue;
         } else {
             CopyFileOver(from_dir + name, to_dir + name, filePerms);

@@ -9,8 +9,11 @@
 #include "records/IRecordView.h"
 #include "users/IUserView.h"
 
+#include <QHash>
+#include <QList>
 #include <QMainWindow>
 #include <QPersistentModelIndex>
+#include <QSet>
 #include <QTreeView>
 
 #include <memory>
@@ -25,6 +28,7 @@ class QTextEdit;
 class QTimer;
 class QToolBar;
 class IActivitySource;
+struct clsCopyMerge;
 class GuiActivitySource;
 class SessionWatch;
 class EndSessionWatch;
@@ -241,6 +245,12 @@ private:
     void ShowFileTakenIn(const QString& Message);
     void SyncWatch();
     void RefreshFromFile();
+    // Conflict copies of the open user (frmMainSync.cpp).
+    void MergeWaitingCopies();
+    void ReportCopyMerges(const QList<clsCopyMerge>& Done, int Save);
+    void AskCopyPassword(const QString& Copy, const QString& Look);
+    // True when the file at Path looks as it did at the last call (or is gone).
+    bool FileSettled(const QString& Path);
     // Closes every open dialog; each counts as declined.
     void CloseDialogs();
     void Form_Paint();
@@ -280,6 +290,11 @@ private:
     QFileSystemWatcher* m_watch = nullptr;
     QTimer* m_refreshTimer = nullptr;
     bool m_refreshing = false;
+    // Conflict copies: each one's size and times at the last look (read once they stay
+    // the same), and those already asked a password for or found damaged (path|look).
+    QHash<QString, QString> m_copyLooks;
+    QSet<QString> m_askedCopies;
+    QString m_fileLook; // the user's file at the last look
     // The file state last reported (key changed, file deleted), so it is reported once.
     int m_toldFileState = 0;
     bool m_ending = false;

@@ -159,6 +159,12 @@ void frmMain::RefreshFromFile() {
         m_refreshTimer->start(500);
         return;
     }
+    // A file a sync engine is still writing in place is not read: two looks a moment apart
+    // must agree (frmMainSync.cpp).
+    if (!FileSettled(CurUsDBPath)) {
+        m_refreshTimer->start(400);
+        return;
+    }
     m_refreshing = true;
     const int r = UsSession().Refresh();
     switch (r) {
@@ -189,6 +195,9 @@ void frmMain::RefreshFromFile() {
     }
     if (r == usSaved || r == 0)
         m_toldFileState = 0;
+    // A sync engine's conflict copy comes with the same events (frmMainSync.cpp).
+    if (r >= 0)
+        MergeWaitingCopies();
     m_refreshing = false;
     SyncWatch();
 }

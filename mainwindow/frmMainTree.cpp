@@ -21,6 +21,7 @@
 #include <QStatusBar>
 #include <QTextCursor>
 #include <QTextEdit>
+#include <QTimer>
 
 namespace {
 
@@ -161,6 +162,9 @@ void frmMain::ShowUsDB(clsDatabase& UsDB) {
     m_toldFileState = 0;
     SyncWatch();
     SplitTablesBehind(UsDB.DBView());
+    // Conflict copies waiting beside the file: one look once the window shows the user.
+    m_copyLooks.clear();
+    m_refreshTimer->start(150);
 }
 
 void frmMain::ShowUsDBInTreeView(clsDatabase& UsDB) {

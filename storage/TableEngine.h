@@ -66,6 +66,9 @@ struct DatabaseRecord {
     // How many times the file was saved (0 in a file from before the count): a file that
     // goes back in time is known by it (FileVersionsSeen.h).
     quint64 SaveNum = 0;
+    // The versions this one descends from (storage/FileLineage.h): each save adds one; a
+    // merge keeps those of both sides. Empty in a file from before the lineage.
+    QString Lineage;
     QList<TableEntry> Tables;
     QList<HelpTable> HTables;
     std::shared_ptr<KeyCache> Key;

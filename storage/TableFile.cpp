@@ -208,7 +208,7 @@ template <class Sink> void writeHelpTable(Sink& s, const HelpTable& h) {
 // A generous guess of the body size, so that the buffer grows once.
 qsizetype EstimateBodySize(const DatabaseRecord& db) {
     TRACE_PROC("TableEngine.EstimateBody");
-    qsizetype n = 256 + db.Name.size() + db.Tag.size() + db.Version.size();
+    qsizetype n = 256 + db.Name.size() + db.Tag.size() + db.Version.size() + db.Lineage.size();
     TRACE_LOCAL(n);
     for (const TableEntry& t : db.Tables) {
         n += 128 + t.Name.size() * 2 + t.Tag.size();
@@ -315,13 +315,17 @@ void WriteBody(QByteArray& Out, const DatabaseRecord& db) {
     s.value(db.Version);
     // The tag only when there is one, so that a file made from the template reads back
     // into the same bytes.
-    if (!db.Tag.isEmpty() || db.SaveNum > 0) {
+    if (!db.Tag.isEmpty() || db.SaveNum > 0 || !db.Lineage.isEmpty()) {
         s.sep();
         s.value(db.Tag);
     }
-    if (db.SaveNum > 0) {
+    if (db.SaveNum > 0 || !db.Lineage.isEmpty()) {
         s.sep();
         s.value(QString::number(db.SaveNum));
+    }
+    if (!db.Lineage.isEmpty()) {
+        s.sep();
+        s.value(db.Lineage);
     }
     s.eol();
     for (const TableEntry& t : db.Tables)

@@ -305,7 +305,7 @@ int ParseBody(const QByteArray& Bytes, qsizetype From, DatabaseRecord& db, const
         return -3;
     DatabaseRecord out;
     out.Key = db.Key;
-    Piece pc[5];
+    Piece pc[6];
     const int k = split(s, n, pc);
     TRACE_LOCAL(k);
     long long flags = 0;
@@ -315,13 +315,15 @@ int ParseBody(const QByteArray& Bytes, qsizetype From, DatabaseRecord& db, const
     out.Name = k >= 1 ? UnescapeValue(pc[0].s, pc[0].n) : QString();
     out.flags = static_cast<std::int16_t>(flags);
     out.Version = k >= 3 ? UnescapeValue(pc[2].s, pc[2].n) : QString();
-    // Values after the fifth would come from a later version; they are not ours to read.
+    // Values after the sixth would come from a later version; they are not ours to read.
     if (k >= 4)
         out.Tag = UnescapeValue(pc[3].s, pc[3].n);
     // A count that is no number counts as none: the file is still whole.
     long long saves = 0;
     if (k >= 5 && parseInt(pc[4].s, pc[4].n, 0, LLONG_MAX, saves))
         out.SaveNum = static_cast<quint64>(saves);
+    if (k >= 6)
+        out.Lineage = UnescapeValue(pc[5].s, pc[5].n);
     while (c.line(s, n)) {
         if (n == 0)
             continue;

@@ -4,8 +4,10 @@
 #include "app/SecureMemory.h"
 #include "diagnostics/DbgPrint.h"
 #include "diagnostics/Trace.h"
+#include "storage/FileLineage.h"
 #include "storage/FileSeal.h"
 #include "storage/FileVersionsSeen.h"
+#include "storage/MergeBase.h"
 #include "storage/Rc4.h"
 #include "storage/TableFile.h"
 #include "storage/UserFileCheck.h"
@@ -127,13 +129,15 @@ void clsUserFile::adoptKey(const QString& Key) {
 }
 
 int clsUserFile::Read(const QString& Path, const QString& Key, DatabaseRecord& Out, clsFileIdentity& Id,
-                      std::shared_ptr<KeyCache> Cache) {
+                      std::shared_ptr<KeyCache> Cache, QByteArray* Sealed) {
     TRACE_PROC("modMain.ReadUserFile", Path, HIDDEN(Key));
     QByteArray bytes;
     Out = DatabaseRecord();
     // Only a sealed file is read as a user file: its identity is its size and ends.
     if (!ReadFileWithIdentity(Path, bytes, Id, true))
         return Id.Exists ? tbeIoError : tbeNoFile;
+    if (Sealed)
+        *Sealed = QByteArray(bytes.constData(), bytes.size());
     // Detached before the outer layer's thread gets its pointer: nothing reallocates it.
     bytes.detach();
     OuterLayerBehind outer(Key, bytes.data(), bytes.size());
@@ -179,7 +183,7 @@ bool clsUserFile::FirstLineOpens(const QString& Path, const QString& Key) {
 }
 
 bool clsUserFile::Write(const QString& Path, const DatabaseRecord& Db, const QString& Key,
-                        clsFileIdentity& Written) {
+                        clsFileIdentity& Written, QByteArray* Sealed) {
     TRACE_PROC("modMain.WriteUserFile", Path, HIDDEN(Key));
     Written = clsFileIdentity();
     QByteArray image = BuildFileImage(Db, Key, false);
@@ -198,7 +202,10 @@ bool clsUserFile::Write(const QString& Path, const DatabaseRecord& Db, const QSt
     }
     if (!ok)
         DbgPrint(QStringLiteral("User file not written (") + out.ErrorText() + QStringLiteral("): ") + Path);
-    WipeBytes(image);
+    if (ok && Sealed)
+        *Sealed = image; // enciphered: nothing to wipe
+    else
+        WipeBytes(image);
     return ok;
 }
 
@@ -206,14 +213,22 @@ int clsUserFile::Open(clsDatabase& DB) {
     TRACE_PROC("clsUserFile.Open", m_path);
     DatabaseRecord rec;
     clsFileIdentity id;
-    const int r = Read(m_path, m_key, rec, id);
+    QByteArray sealed;
+    const int r = Read(m_path, m_key, rec, id, {}, &sealed);
     if (r < 0)
         return r;
+    // A version this computer never had, with a lineage, is another machine's (put here
+    // by a sync engine): its save count says nothing about the ones seen here. An older
+    // version put back was read or written here, and is kept (FileLineage.h).
+    const QString head = LineageHead(rec.Lineage);
+    const bool otherMachines = !head.isEmpty() && !KeptVersionsFolder(m_path).isEmpty() &&
+                               !QFile::exists(KeptVersionPath(m_path, head));
+    KeepVersion(m_path, rec.Lineage, sealed, m_path, id.Inode);
     DB.SetDB(rec);
     DB.SetPath(m_path);
     SetState(rec, id);
     m_olderNum.reset();
-    if (wentBack(rec.SaveNum))
+    if (!otherMachines && wentBack(rec.SaveNum))
         m_olderNum = rec.SaveNum;
     else
         noteRead(rec.SaveNum);
@@ -241,6 +256,9 @@ void clsUserFile::AcceptOlder() {
     m_knownNum = *m_olderNum;
     ResetSaveNum(m_path, m_knownNum);
     m_olderNum.reset();
+    // The next version written supersedes every version this computer has seen: it
+    // descends from them all, so no program here merges them back in.
+    m_supersedes = KeptVersions(m_path).join(u' ');
 }
 
 void clsUserFile::SetState(const DatabaseRecord& Mem, const clsFileIdentity& Id) {
@@ -304,7 +322,17 @@ int clsUserFile::SaveWithFileKey(clsDatabase& DB, const QString& TheirKey) {
 // saved with, so a file written with the same salt needs no second key derivation.
 int clsUserFile::readTheirs(const QString& Key, bool SameKey, const clsDatabase& DB, DatabaseRecord& Theirs,
                             clsFileIdentity& Id) {
-    return Read(m_path, Key, Theirs, Id, SameKey ? DB.DBView().Key : nullptr);
+    return readKept(Key, Theirs, Id, SameKey ? DB.DBView().Key : nullptr);
+}
+
+// Read, keeping the version read (FileLineage.h).
+int clsUserFile::readKept(const QString& Key, DatabaseRecord& Out, clsFileIdentity& Id,
+                          std::shared_ptr<KeyCache> Cache) {
+    QByteArray sealed;
+    const int r = Read(m_path, Key, Out, Id, std::move(Cache), &sealed);
+    if (r == tbeOk)
+        KeepVersion(m_path, Out.Lineage, sealed, m_path, Id.Inode);
+    return r;
 }
 
 int clsUserFile::writeLocked(clsDatabase& DB, const QString& WriteKey) {
@@ -312,12 +340,18 @@ int clsUserFile::writeLocked(clsDatabase& DB, const QString& WriteKey) {
     // before can pass for a later one.
     const quint64 was = DB.DBView().SaveNum;
     const quint64 num = std::max({was, m_base.SaveNum, m_knownNum, SeenSaveNum(m_path).value_or(0)}) + 1;
+    const QString wasLineage = DB.DBView().Lineage;
     DB.SetSaveNum(num);
+    DB.SetLineage(ExtendLineage(JoinLineages(wasLineage, m_supersedes), num));
     clsFileIdentity written;
-    if (!Write(m_path, DB.DBView(), WriteKey, written)) {
+    QByteArray sealed;
+    if (!Write(m_path, DB.DBView(), WriteKey, written, &sealed)) {
         DB.SetSaveNum(was);
+        DB.SetLineage(wasLineage);
         return usWriteFailed;
     }
+    KeepVersion(m_path, DB.DBView().Lineage, sealed, m_path, written.Inode);
+    m_supersedes.clear();
     m_olderNum.reset();
     m_knownNum = num;
     NoteSaveNum(m_path, num);
@@ -358,14 +392,14 @@ int clsUserFile::saveShared(clsDatabase& DB, const QString& ReadKey, const QStri
         DbgPrint(QStringLiteral("User file fails its check, not written: ") + m_path);
         return usDamaged;
     }
-    if (wentBack(theirs.SaveNum)) {
+    if (!(m_hasState && IsSibling(theirs, m_base)) && wentBack(theirs.SaveNum)) {
         m_olderNum = theirs.SaveNum;
         return usOlderFile;
     }
     int result = usSaved;
     if (changed) {
         DatabaseRecord merged = DB.DBView();
-        logMerge(MergeDatabases(merged, m_base, theirs));
+        logMerge(MergeVersions(m_path, ReadKey, merged, &m_base, theirs, QDate::currentDate()));
         DB.ReplaceDB(std::move(merged));
         // Memory now holds the file's version: should the write fail, the next save
         // starts from it and merges nothing twice.
@@ -404,15 +438,17 @@ int clsUserFile::Refresh(clsDatabase& DB) {
         return usWriteFailed;
     if (r < 0 || !CanMerge(DB.DBView(), theirs))
         return usDamaged;
-    if (wentBack(theirs.SaveNum)) {
+    if (!(m_hasState && IsSibling(theirs, m_base)) && wentBack(theirs.SaveNum)) {
         m_olderNum = theirs.SaveNum;
         return usOlderFile;
     }
     noteRead(theirs.SaveNum);
     m_olderNum.reset();
-    if (m_hasState && HasUnsavedChanges(DB.DBView())) {
+    // A version that does not descend from ours (another machine's, put in place by a sync
+    // engine) is merged even without unsaved changes: ours would be lost in a reload.
+    if (m_hasState && (HasUnsavedChanges(DB.DBView()) || IsSibling(theirs, m_base))) {
         DatabaseRecord merged = DB.DBView();
-        logMerge(MergeDatabases(merged, m_base, theirs));
+        logMerge(MergeVersions(m_path, m_key, merged, &m_base, theirs, QDate::currentDate()));
         DB.ReplaceDB(std::move(merged));
     } else {
         DB.ReplaceDB(theirs);

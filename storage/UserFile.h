@@ -15,6 +15,9 @@
 // tool). Each read-change-write holds the user's lock (UserFileLock.h); before writing,
 // the file's identity is compared with the one known, and a file changed elsewhere is
 // merged three ways (UserFileMerge.h) with every table it holds, never written over.
+// Every version read or written is kept in this computer's per-user folder, and every
+// save adds a token to the file's lineage (FileLineage.h): the bases of the merges of
+// the conflict copies sync engines make (users/ConflictMerge.h).
 //
 // The layers of the program, from the ground up: diagnostics, app utilities and settings,
 // storage (this layer among it), users (accounts and the user session, which owns the
@@ -68,16 +71,18 @@ public:
     // tbeOk, or tbeNoFile, tbeIoError, tbeBadKey (a wrong key: the first line does not
     // decipher), tbeBadFormat (the key is right, but the file is not sealed, or its seal or
     // its structure fails the check: damaged or forged).
+    // Sealed, when given, receives the file's bytes as they were (to keep a version).
     static int Read(const QString& Path, const QString& Key, DatabaseRecord& Out, clsFileIdentity& Id,
-                    std::shared_ptr<KeyCache> Cache = {});
+                    std::shared_ptr<KeyCache> Cache = {}, QByteArray* Sealed = nullptr);
     // True when the first line of the file at Path deciphers with Key to a signature: the
     // password check, which reads a few bytes only. (A plain signature proves the key as
     // well; Read then refuses the file as damaged.)
     static bool FirstLineOpens(const QString& Path, const QString& Key);
     // Writes Db as the whole new content of Path with Key, checked; Written receives the
     // identity of the bytes written (Exists false when it could not be had).
+    // Sealed, when given, receives the bytes written.
     static bool Write(const QString& Path, const DatabaseRecord& Db, const QString& Key,
-                      clsFileIdentity& Written);
+                      clsFileIdentity& Written, QByteArray* Sealed = nullptr);
 
     // ---- one open user file ----------------------------------------------------------
     // Reads the file into DB, which then keeps this object as its file. tbe codes as Read.
@@ -131,6 +136,8 @@ private:
     int writeLocked(clsDatabase& DB, const QString& WriteKey);
     int readTheirs(const QString& Key, bool SameKey, const clsDatabase& DB, DatabaseRecord& Theirs,
                    clsFileIdentity& Id);
+    int readKept(const QString& Key, DatabaseRecord& Out, clsFileIdentity& Id,
+                 std::shared_ptr<KeyCache> Cache = {});
     void adoptKey(const QString& Key);
     bool wentBack(quint64 FileNum);
     void noteRead(quint64 FileNum);
@@ -143,6 +150,7 @@ private:
     bool m_hasState = false;
     quint64 m_knownNum = 0;            // the highest save count read or written here
     std::optional<quint64> m_olderNum; // the count of an older file not accepted yet
+    QString m_supersedes;              // after AcceptOlder: the tokens the next write takes in
 };
 
 using clsUserFilePtr = std::shared_ptr<clsUserFile>;

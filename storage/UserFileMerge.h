@@ -102,3 +102,13 @@ bool CanMerge(const DatabaseRecord& Ours, const DatabaseRecord& Theirs);
 // is kept as it is (the other tables are merged as usual).
 clsMergeCounts MergeDatabases(DatabaseRecord& Ours, const DatabaseRecord& Base, const DatabaseRecord& Theirs,
                               QHash<QString, QString>* NewIds = nullptr);
+
+// Two-way merge, for two versions of a user file without a known version both started
+// from (a conflict copy whose lineage shares no kept version with ours, FileLineage.h).
+// Nothing is dropped: their DataTable rows that ours lacks are taken (a row ours deleted
+// comes back), under the root when their folder is not there; a row both sides hold
+// differently (or whose rows in other tables, under one key, differ) stays as ours is, and
+// theirs is added beside it under a new identifier, its Title made CopyTitle.arg(title),
+// with its rows of the other tables under new keys (AddedTheirs and Conflicts count them).
+// Rows of other tables under keys ours lacks are taken. The lineages are joined.
+clsMergeCounts MergeTwoWay(DatabaseRecord& Ours, const DatabaseRecord& Theirs, const QString& CopyTitle);

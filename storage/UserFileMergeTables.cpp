@@ -3,10 +3,12 @@
 
 #include "diagnostics/Trace.h"
 #include "storage/FieldTable.h"
+#include "storage/FileLineage.h"
 #include "storage/TableFile.h"
 #include "storage/UserFileMerge.h"
 #include "storage/UserFileMergeIds.h"
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -185,6 +187,10 @@ private:
             m_ours.Tag = m_theirs.Tag;
         if (m_ours.flags == m_base.flags)
             m_ours.flags = m_theirs.flags;
+        // The result descends from both sides, and counts past both when it is written: a
+        // version's count is above those of all it descends from (FileLineage.h).
+        m_ours.Lineage = JoinLineages(m_ours.Lineage, m_theirs.Lineage);
+        m_ours.SaveNum = std::max(m_ours.SaveNum, m_theirs.SaveNum);
     }
 
     void mergeDataTable() {

@@ -31,6 +31,7 @@ public:
     // per value (tree building, listing). Read only.
     const DatabaseRecord& DBView() const { return lDB; }
     void SetSaveNum(quint64 N) { lDB.SaveNum = N; }
+    void SetLineage(const QString& L) { lDB.Lineage = L; }
 
     int flags() const;
     void SetFlags(int NewFlags); // 16 bits: outside -32768..32767 is error 6

@@ -14,6 +14,8 @@ ARGENT_TEST_PACKAGES="$ARGENT_TEST_PACKAGES python3 python3-nacl firefox-esr web
 # The Secret Service tests: a private session bus and two real clients (libsecret's
 # secret-tool, python3-secretstorage with jeepney, run by Debian's /usr/bin/python3).
 ARGENT_TEST_PACKAGES="$ARGENT_TEST_PACKAGES dbus libsecret-tools python3-secretstorage"
+# Two machines sharing a databases folder through real Syncthing instances (tools/sync_two_machines.sh).
+ARGENT_TEST_PACKAGES="$ARGENT_TEST_PACKAGES syncthing curl"
 
 argent_ensure_deps() {
     local missing=""

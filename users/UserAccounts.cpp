@@ -12,6 +12,8 @@
 #include "diagnostics/ErrorTrap.h"
 #include "diagnostics/Globals.h"
 #include "diagnostics/Trace.h"
+#include "storage/ConflictCopies.h"
+#include "storage/FileLineage.h"
 #include "storage/FileVersionsSeen.h"
 #include "storage/Md5.h"
 #include "storage/TableFile.h"
@@ -142,6 +144,9 @@ void FindUsers(const QString& FPath, StrMass& pUsers) {
         // no user's file: listed, it would end up in the line-based settings.
         if (CheckUserName(name.left(name.size() - 4)) == unpControlChar)
             continue;
+        // A sync engine's conflict copy is part of a user, never one (ConflictCopies.h).
+        if (IsConflictCopyName(name))
+            continue;
         // A folder named like a user is not one; anything else counts as a file, even
         // an entry whose state cannot be read.
         struct stat st;
@@ -178,11 +183,16 @@ void AddUser(const QString& Path, const QString& Name, QString& Pasw) {
     db.Name = Name;
     const QString key = GetTruePasw(Pasw);
     TRACE_LOCAL_HIDDEN(key);
+    // The first version of the lineage (storage/FileLineage.h), kept here: a copy another
+    // machine changes descends from it.
+    db.Lineage = ExtendLineage(QString(), 0);
     clsFileIdentity written;
-    const bool ok = clsUserFile::Write(Path, db, key, written);
+    QByteArray sealed;
+    const bool ok = clsUserFile::Write(Path, db, key, written, &sealed);
     TRACE_LOCAL(ok);
     if (!ok)
         RaiseError(vbErrPathFileAccess, QStringLiteral("Path/File access error: ") + Path);
+    KeepVersion(Path, db.Lineage, sealed);
     // A new user: what this computer saw of an earlier file of that name counts no more.
     ResetSaveNum(Path, 0);
 }

@@ -45,7 +45,8 @@ void CreateProgramObjects();
 // ---- accounts ----------------------------------------------------------------------------
 
 // Appends the user names found in FPath, in the order the system lists the folder: files
-// (not folders) whose name ends in ".bdb" exactly, without that ending. A folder that
+// (not folders) whose name ends in ".bdb" exactly, without that ending; a sync engine's
+// conflict copy (storage/ConflictCopies.h) is no user and is skipped. A folder that
 // cannot be read writes "Error#0003. FPath = <folder>" to the debug log.
 void FindUsers(const QString& FPath, StrMass& pUsers);
 // Creates the user's file at Path protected with the typed password Pasw, which is

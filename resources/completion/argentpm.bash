@@ -17,7 +17,7 @@ _argentpm() {
     cur="${COMP_WORDS[COMP_CWORD]}"
     prev="${COMP_WORDS[COMP_CWORD - 1]}"
     local commands="users add-user passwd delete-user ls show mkdir add rename mv rm edit field totp
-        move-note-fields find clip generate backup backups restore delete-backup install-portable import export health browser help"
+        move-note-fields find clip generate backup merge backups restore delete-backup install-portable import export health browser help"
     local common="--databases --password-stdin --yes --help --version"
 
     case "$prev" in
@@ -86,12 +86,15 @@ _argentpm() {
         help)
             [ "$argn" -eq 0 ] && mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur") ;;
         passwd | delete-user | ls | show | mkdir | add | rename | mv | rm | edit | field | totp | \
-            move-note-fields | find | clip | backup | import | export | health)
+            move-note-fields | find | clip | backup | merge | import | export | health)
             if [ "$cmd" = field ] && [ "$argn" -eq 2 ]; then
                 mapfile -t COMPREPLY < <(compgen -W "url totp title login password description" -- "$cur")
             elif [ "$argn" -eq 0 ]; then
                 local IFS=$'\n'
                 mapfile -t COMPREPLY < <(compgen -W "$(argentpm "${dbopt[@]}" users 2>/dev/null)" -- "$cur")
+            elif [ "$cmd" = merge ]; then
+                compopt -o filenames 2>/dev/null
+                mapfile -t COMPREPLY < <(compgen -f -- "$cur")
             elif [ "$cmd" = import ] && [ "$argn" -eq 1 ]; then
                 compopt -o filenames 2>/dev/null
                 mapfile -t COMPREPLY < <(compgen -f -- "$cur")
