@@ -68,7 +68,7 @@ guiBrowserPage::guiBrowserPage(QWidget* Parent) : QWidget(Parent) {
     lstConnected->setObjectName(QStringLiteral("lstConnected"));
     lstConnected->setHeaderLabels({Texts(516), Texts(517)});
     lstConnected->setRootIsDecorated(false);
-    lstConnected->setAccessibleName(Texts(512));
+    lstConnected->setAccessibleName(Texts(512).remove(u'&'));
     connCap->setBuddy(lstConnected);
     cmdRemove = new QPushButton(Texts(513));
     cmdRemove->setObjectName(QStringLiteral("cmdRemove"));
