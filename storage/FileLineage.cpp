@@ -165,7 +165,8 @@ bool KeepVersion(const QString& UserPath, const QString& Lineage, const QByteArr
     QDir().mkpath(QFileInfo(own).absolutePath());
     if (!makePrivateFolder(own) || !makePrivateFolder(Pt(own) + QStringLiteral("Versions")) ||
         !makePrivateFolder(folder) ||
-        (!linkIfSame(From, Inode, path) && !WriteFileChecked(path, Sealed, kPrivateFilePerms))) {
+        (!linkIfSame(From, Inode, path) &&
+         (Sealed.isEmpty() || !WriteFileChecked(path, Sealed, kPrivateFilePerms)))) {
         DbgPrint(QStringLiteral("Version of the user file not kept: ") + path);
         return false;
     }

@@ -46,7 +46,10 @@ QString KeptVersionsFolder(const QString& UserPath);
 // From, when given, is the file Sealed was read from or written to, with inode Inode: it is
 // linked rather than written again when it is still that file (a checked write or a sync
 // engine replaces a file, never changes it in place); a kept version whose last token is
-// not its name is never used as a base (MergeBase.cpp reads it to know).
+// not its name is never used as a base (MergeBase.cpp reads it to know). A reading gives
+// no bytes (Sealed empty): holding a second copy of a large file for the rare case of a
+// file replaced between the reading and the link is not worth it, and such a version is
+// then not kept (a merge takes an older common ancestor, or merges two-way).
 bool KeepVersion(const QString& UserPath, const QString& Lineage, const QByteArray& Sealed,
                  const QString& From = {}, quint64 Inode = 0);
 // The tokens of the kept versions of UserPath.

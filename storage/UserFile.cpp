@@ -213,8 +213,7 @@ int clsUserFile::Open(clsDatabase& DB) {
     TRACE_PROC("clsUserFile.Open", m_path);
     DatabaseRecord rec;
     clsFileIdentity id;
-    QByteArray sealed;
-    const int r = Read(m_path, m_key, rec, id, {}, &sealed);
+    const int r = Read(m_path, m_key, rec, id);
     if (r < 0)
         return r;
     // A version this computer never had, with a lineage, is another machine's (put here
@@ -223,7 +222,7 @@ int clsUserFile::Open(clsDatabase& DB) {
     const QString head = LineageHead(rec.Lineage);
     const bool otherMachines = !head.isEmpty() && !KeptVersionsFolder(m_path).isEmpty() &&
                                !QFile::exists(KeptVersionPath(m_path, head));
-    KeepVersion(m_path, rec.Lineage, sealed, m_path, id.Inode);
+    KeepVersion(m_path, rec.Lineage, QByteArray(), m_path, id.Inode);
     DB.SetDB(rec);
     DB.SetPath(m_path);
     SetState(rec, id);
@@ -328,10 +327,9 @@ int clsUserFile::readTheirs(const QString& Key, bool SameKey, const clsDatabase&
 // Read, keeping the version read (FileLineage.h).
 int clsUserFile::readKept(const QString& Key, DatabaseRecord& Out, clsFileIdentity& Id,
                           std::shared_ptr<KeyCache> Cache) {
-    QByteArray sealed;
-    const int r = Read(m_path, Key, Out, Id, std::move(Cache), &sealed);
+    const int r = Read(m_path, Key, Out, Id, std::move(Cache));
     if (r == tbeOk)
-        KeepVersion(m_path, Out.Lineage, sealed, m_path, Id.Inode);
+        KeepVersion(m_path, Out.Lineage, QByteArray(), m_path, Id.Inode);
     return r;
 }
 
