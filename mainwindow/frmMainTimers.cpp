@@ -14,6 +14,7 @@
 #include "storage/clsDatabase.h"
 #include "tray/frmSysTray.h"
 #include "tray/guiModTray.h"
+#include "users/ConflictMerge.h"
 #include "users/UserAccounts.h"
 #include "users/UserSession.h"
 #include "users/frmPassword.h"
@@ -73,6 +74,13 @@ void frmMain::tmrTimer_Timer() {
     TRACE_PROC("frmMain.tmrTimer_Timer");
     SetCommandStates();
     UpdateTitle();
+    // The folder watch brings a sync engine's conflict copy at once; should its event come
+    // while the window was busy with the user's own file, the copy is still found within
+    // a few seconds.
+    static int ticks = 0;
+    if (++ticks % 10 == 0 && UserLoaded() && !m_locked && !m_refreshTimer->isActive() &&
+        !UserConflictCopies(CurUser).isEmpty())
+        m_refreshTimer->start(0);
     if (CfgSwitchOn(ProgConfig[kCfgInactivityLock]) && CheckActivity(*m_activity) == actIdle && !m_locked)
         LockNow();
 }

@@ -241,7 +241,8 @@ def main():
         xdo("key", "--clearmodifiers", "alt+shift+u", env=env)
         log("pressed Alt+Shift+U in the login field")
         end = time.time() + 20
-        while time.time() < end and received.get("pass") != PASSWORD:
+        # The two fields may arrive in two reports: wait for both.
+        while time.time() < end and (received.get("user") != LOGIN or received.get("pass") != PASSWORD):
             time.sleep(0.3)
         log("the page received:", {"user": received.get("user"), "pass": "*" * len(received.get("pass", ""))})
         ok = received.get("user") == LOGIN and received.get("pass") == PASSWORD

@@ -15,6 +15,11 @@
 # waits, "argentpm merge" takes it in, and afterwards both machines hold every change of
 # both sides (the deletions included: this computer kept the version both started from)
 # with no conflict copy left beside the user's file. Exit status 0 when all of that holds.
+#
+# With WINDOW=1 (and a display: xvfb-run -a WINDOW=1 tools/sync_two_machines.sh) the window
+# is open on machine A with the user during the whole run, and it, not "argentpm merge",
+# takes in the conflict copy as soon as the copy appears; it is closed (as a session end
+# closes it) before the last checks.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")/.." && pwd)
@@ -179,6 +184,37 @@ wait_for 60 settled || fail "the engines did not settle"
 pmp B ls pat >/dev/null || fail "the user made on A does not open on B"
 say "user made on A opens on B"
 
+window=${WINDOW:-0}
+win=
+if [ "$window" = 1 ]; then
+    [ -n "${DISPLAY:-}" ] || fail "WINDOW=1 needs a display"
+    command -v xdotool >/dev/null || fail "WINDOW=1 needs xdotool"
+    # Machine A's settings: its databases folder, and the user opened at the start.
+    cfg="$root/A/home/.local/share/ArgentPM/config.dat"
+    mkdir -p -m 700 "$root/A/run"
+    [ -f "$cfg" ] || fail "no settings on machine A: $cfg"
+    $py - "$cfg" "$root/A/dbs" <<'PY'
+import sys
+p, dbs = sys.argv[1], sys.argv[2]
+lines = open(p, 'rb').read().split(b'\r\n')
+lines[3], lines[4], lines[6] = b'pat', dbs.encode(), b'1'
+open(p, 'wb').write(b'\r\n'.join(lines))
+PY
+    HOME="$root/A/home" XDG_CONFIG_HOME="$root/A/home/.config" XDG_DATA_HOME="$root/A/home/.local/share" \
+        XDG_RUNTIME_DIR="$root/A/run" dbus-run-session -- "$bin/ArgentPasswordMngr" >"$root/window.log" 2>&1 &
+    win=$!
+    pids+=("$win")
+    ask=$(timeout 30 xdotool search --sync --onlyvisible --name "^(Enter password|Ввод пароля)$" | head -1) ||
+        fail "the window did not ask for pat's password"
+    xdotool windowfocus "$ask" 2>/dev/null || true
+    sleep 0.5
+    xdotool type --delay 20 "$PASW"
+    xdotool key Return
+    sleep 3
+    kill -0 "$win" || fail "the window ended: $(cat "$root/window.log")"
+    say "window open on machine A with pat"
+fi
+
 stop_st B
 say "engine B stopped; both machines change pat"
 pmp A add pat "$mail" --title "Added on A" >/dev/null
@@ -196,16 +232,31 @@ users_ok B
 start_st B
 wait_for 60 connected A B || fail "the engines did not connect again"
 copy_there() { ls "$root/A/dbs" "$root/B/dbs" | grep -q 'sync-conflict'; }
-wait_for 60 copy_there || fail "no conflict copy was made"
-wait_for 60 settled || fail "the engines did not settle after the restart"
-ls "$root/A/dbs" | sed 's/^/    A: /'
-users_ok A
-users_ok B
-note=$(pmp A ls pat 2>&1 >/dev/null || true)
-echo "$note" | grep -q 'conflict cop.* wait' || fail "ls did not say that a copy waits: $note"
-say "conflict copy never listed as a user; ls says: $note"
-
-pmp A merge pat | sed 's/^/    merge: /'
+no_copy() { ! copy_there; }
+if [ "$window" = 1 ]; then
+    # The window merges the copy itself: it may be gone before anyone looks.
+    wait_for 60 settled || fail "the engines did not settle after the restart"
+    wait_for 60 no_copy || fail "the window left the conflict copy: $(ls "$root/A/dbs")"
+    users_ok A
+    users_ok B
+    ls "$root/A/dbs/Backup" | grep -q merged || fail "the window merged no copy (nothing in Backup/)"
+    grep -h -i "conflict\|merged" "$root"/A/home/.local/share/ArgentPM/DbgFile.dat 2>/dev/null | tail -3 |
+        sed 's/^/    window log: /' || true
+    say "the window took in the conflict copy"
+    kill "$win" 2>/dev/null || true
+    wait "$win" 2>/dev/null || true
+    say "window closed"
+else
+    wait_for 60 copy_there || fail "no conflict copy was made"
+    wait_for 60 settled || fail "the engines did not settle after the restart"
+    ls "$root/A/dbs" | sed 's/^/    A: /'
+    users_ok A
+    users_ok B
+    note=$(pmp A ls pat 2>&1 >/dev/null || true)
+    echo "$note" | grep -q 'conflict cop.* wait' || fail "ls did not say that a copy waits: $note"
+    say "conflict copy never listed as a user; ls says: $note"
+    pmp A merge pat | sed 's/^/    merge: /'
+fi
 wait_for 60 settled || fail "the engines did not settle after the merge"
 wait_for 30 same_file pat.bdb || fail "machines hold different files after the merge"
 
