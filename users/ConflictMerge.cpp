@@ -122,8 +122,10 @@ QList<clsCopyMerge> MergeCopiesOfOpenUser(const QStringList& Files, int& Save, c
         if (out.last().Result < 0)
             DbgPrint(DescribeCopyMerge(out.last()));
     }
-    // Written before any copy moves: a failed save leaves every copy where it was.
-    if (changed && SaveNow) {
+    // Written before any copy moves: a failed save leaves every copy where it was. Changes
+    // not saved yet from before are written with them (SaveNow says the user saves on every
+    // change, or has none): else a copy with nothing new would wait for the next save.
+    if ((changed || CurUsDB->HasUnsavedChanges()) && SaveNow) {
         Save = UsSession().Save();
         if (Save < 0)
             return out;

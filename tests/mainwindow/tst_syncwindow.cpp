@@ -108,6 +108,18 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(w.sbStatusBar->currentMessage().contains("damaged"), 10000);
         QVERIFY(QFile::exists(broken));
         QVERIFY(hasTitle("Laptop") && !w.windowTitle().endsWith('*'));
+
+        // Saving on every change: a copy with nothing new does not wait for the next save
+        // when something not saved yet is in memory; both go to disk, and the copy moves.
+        SetCfgExtra(22, "1");
+        QVERIFY(QFile::remove(broken));
+        QVERIFY(w.SaveCurUser() >= 0);
+        const QString same =
+            QFileInfo(copy).absolutePath() + "/anna.sync-conflict-20261125-060836-WSTPODK.bdb";
+        QVERIFY(QFile::copy(UsDBFilePath("anna"), same));
+        ChangeDataTableField("IndNum", "1", "Title", "Pending");
+        QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(same), 10000);
+        QVERIFY(!CurUsDB->HasUnsavedChanges());
         UnloadUser();
     }
 };
