@@ -11,6 +11,7 @@
 #include "users/UserAccounts.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QRandomGenerator>
 #include <QString>
 
@@ -26,6 +27,15 @@ inline void BenchProgramIn(const QString& Dir) {
     ProgConfig[kCfgDBPath] = Dir;
     ProgCfgPath = Dir + QStringLiteral("/config.dat");
     CreateProgramObjects();
+}
+
+// BenchProgramIn with everything else of the program in Dir too: the program folder (the
+// debug log goes there) and the runtime folder.
+inline void BenchProgramAllIn(const QString& Dir) {
+    SetAppPath(Dir);
+    SetExeFolderPath(Dir);
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(Dir));
+    BenchProgramIn(Dir);
 }
 
 // Words joined by spaces, cut to a length between MinLen and MaxLen.

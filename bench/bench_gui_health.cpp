@@ -25,10 +25,7 @@ int main(int argc, char** argv) {
     int rc = 1;
     argent::diag::trapped([&] {
         QTemporaryDir dir;
-        SetAppPath(dir.path());
-        SetExeFolderPath(dir.path());
-        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(dir.path()));
-        BenchProgramIn(dir.path());
+        BenchProgramAllIn(dir.path());
         LoadLang(QStringLiteral(ARGENT_BIN_DIR "/Languages/English.lng"));
         QString pasw = QStringLiteral("bench-password-1");
         AddUser(UsDBFilePath(QStringLiteral("Bench")), QStringLiteral("Bench"), pasw);

@@ -37,10 +37,7 @@ int main(int argc, char** argv) {
         const int perFolder = args.size() > 1 ? std::max(1, args[1].toInt()) : 50;
         const int runs = args.size() > 2 ? std::max(1, args[2].toInt()) : 5;
         QTemporaryDir dir;
-        SetAppPath(dir.path());
-        SetExeFolderPath(dir.path());
-        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(dir.path()));
-        BenchProgramIn(dir.path());
+        BenchProgramAllIn(dir.path());
         QString pasw = QStringLiteral("bench-password-1");
         AddUser(UsDBFilePath(QStringLiteral("Bench")), QStringLiteral("Bench"), pasw);
         if (LoadUser(UsDBFilePath(QStringLiteral("Bench")), GetTruePasw(pasw)) != 2)

@@ -158,10 +158,7 @@ int main(int argc, char** argv) {
             if (a.toInt() > 0)
                 n = a.toInt();
         QTemporaryDir dir;
-        SetAppPath(dir.path()); // the debug log goes there
-        SetExeFolderPath(dir.path());
-        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(dir.path()));
-        BenchProgramIn(dir.path());
+        BenchProgramAllIn(dir.path());
         QString pasw = QStringLiteral("bench-password-1");
         AddUser(UsDBFilePath(QStringLiteral("Bench")), QStringLiteral("Bench"), pasw);
         if (LoadUser(UsDBFilePath(QStringLiteral("Bench")), GetTruePasw(pasw)) != 2)

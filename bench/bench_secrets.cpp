@@ -53,10 +53,7 @@ int main(int argc, char** argv) {
         const int n = args.size() > 1 && args[1].toInt() > 0 ? args[1].toInt() : 100000;
         const int inFolder = args.size() > 2 && args[2].toInt() > 0 ? std::min(n, args[2].toInt()) : n;
         QTemporaryDir dir;
-        SetAppPath(dir.path());
-        SetExeFolderPath(dir.path());
-        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(dir.path()));
-        BenchProgramIn(dir.path());
+        BenchProgramAllIn(dir.path());
         QString pasw = QStringLiteral("bench-password-1");
         AddUser(UsDBFilePath(QStringLiteral("Bench")), QStringLiteral("Bench"), pasw);
         if (UsSession().Open(QStringLiteral("Bench"), HashString(QStringLiteral("bench-password-1"))) != 0)
